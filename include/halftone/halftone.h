@@ -1,0 +1,253 @@
+/*
+ * halftone.h - band halftoning for inkjet print hosts.
+ *
+ * THE BAND CONTRACT (read once; each routine below notes only how it differs)
+ *
+ * A host halftones a page band by band. Each call hands over one band of continuous-tone input
+ * and a buffer for its dot data:
+ *
+ *   src    8-bit samples, h rows of every plane, rows interleaved by plane: row y of plane p
+ *          starts at byte (y * P + p) * src_stride, src_stride = ((w * 8 + 31) >> 5) * 4.
+ *   dst    dot planes in the same interleaving, dst_stride = ((w * bits + 31) >> 5) * 4, always a
+ *          multiple of 4 bytes. The routine clears the whole band (dst_stride * P * h bytes) and
+ *          ORs codes into it.
+ *            1 bit:  pixel x in byte x >> 3 at bit 7 - (x % 8); 1 = a dot.
+ *            2 bits: pixel x in byte x >> 2 at bits 6 - 2 * (x % 4); code 3 = level L0 (largest
+ *                    drop), 2 = L1, 1 = L2, 0 = L3 (no drop).
+ *            4 bits: pixel x in byte x >> 1, even x in the high nibble; code 7 - i = level Li.
+ *   w, h   pixels per row and rows per plane in this band.
+ *   flags  bits 8-15 plane count P, bits 16-23 job phase: 1 = first band of a job (the error
+ *          rows are made and zeroed before it), 3 = last band (the rows are released after it),
+ *          any other value = a further band. Bits 0-7 and 24-31 are not read.
+ *
+ * src, dst and file names belong to the caller and are used only during the call. Diffusion
+ * error crosses from the last row of one band into row 0 of the next through the library's
+ * band-carry row. The random source is reseeded from the clock (seconds) as each routine says;
+ * halftone_set_fixed_time() pins that clock for reproducible output.
+ *
+ * Return codes:
+ *   0      done (the halftoning routines return 0 for every call inside the contract)
+ *   20101  a file could not be opened
+ *   20103  a file read came up short
+ *   20301  a fault was caught while loading
+ *   20302  memory could not be had (read buffer of a loader, or a job's error rows)
+ *   20401  call outside the contract, refused without touching any memory: a band of a job
+ *          that was never started (or already ended), a band wider or with more planes than
+ *          its start-of-job call, zero width or height where the routine cannot run on them,
+ *          a plane count beyond a routine's per-plane state, negative sizes.
+ *   20501  the routine exists so that hosts resolving every name load, but does nothing.
+ *
+ * Threads: the library holds one process-wide instance (error rows, random source, tone curves,
+ * level values, loaded tables). It is not reentrant: one job, one calling thread at a time.
+ */
+#ifndef HALFTONE_HALFTONE_H
+#define HALFTONE_HALFTONE_H
+
+#if defined(_WIN32) || defined(__CYGWIN__)
+#  if defined(HALFTONE_BUILDING_LIBRARY)
+#    define HALFTONE_API __declspec(dllexport)
+#  else
+#    define HALFTONE_API __declspec(dllimport)
+#  endif
+#elif defined(__GNUC__) || defined(__clang__)
+#  define HALFTONE_API __attribute__((visibility("default")))
+#else
+#  define HALFTONE_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Return codes ------------------------------------------------------------------------ */
+#define HALFTONE_OK 0
+#define HALFTONE_ERR_OPEN 20101             /* a file could not be opened */
+#define HALFTONE_ERR_SHORT_READ 20103       /* a read returned less than asked for */
+#define HALFTONE_ERR_FAULT 20301            /* a fault was caught while loading */
+#define HALFTONE_ERR_NO_MEMORY 20302        /* memory could not be allocated */
+#define HALFTONE_ERR_OUT_OF_CONTRACT 20401  /* call outside the contract, refused untouched */
+#define HALFTONE_ERR_NOT_PROVIDED 20501     /* exported for hosts that resolve it; does nothing */
+
+/* ---- Flags word helpers ------------------------------------------------------------------ */
+#define HALFTONE_PHASE_START 1u
+#define HALFTONE_PHASE_MIDDLE 0u
+#define HALFTONE_PHASE_END 3u
+#define HALFTONE_FLAGS(planes, phase) ((((unsigned)(planes) & 0xFFu) << 8) | (((unsigned)(phase) & 0xFFu) << 16))
+
+/* ---- Library extensions ------------------------------------------------------------------ */
+
+/* Library version, "major.minor.patch". */
+HALFTONE_API const char *halftone_version(void);
+/* From now on every seeding of a random source uses `seconds` instead of the calendar clock;
+ * a negative value restores the clock. For reproducible output and exact tests. */
+HALFTONE_API void halftone_set_fixed_time(long long seconds);
+/* Read every library file (tone curves, Moths tables) from `folder` instead of the host
+ * program's folder; a separator is appended when missing. NULL restores the default. Returns 0. */
+HALFTONE_API int halftone_set_host_folder(const char *folder);
+/* The code the last file load determined (0 or a loader code), also for loaders that return 0
+ * to their caller by design. */
+HALFTONE_API int halftone_last_load_status(void);
+
+/* Entry-point shapes of the halftoning methods, for callers that pick methods by name. */
+enum halftone_entry_kind {
+  HALFTONE_ENTRY_BAND = 1,          /* int (unsigned char *src, unsigned char *dst, int w, int h, unsigned flags) */
+  HALFTONE_ENTRY_BAND_UNSIGNED = 2, /* int (unsigned char *src, unsigned char *dst, unsigned w, unsigned h, unsigned flags) */
+  HALFTONE_ENTRY_PLANE = 3,         /* int (unsigned char *src, unsigned char *dst, unsigned w, unsigned h): one plane, whole job */
+  HALFTONE_ENTRY_LOOKUP_REF = 4,    /* int (unsigned char *src, unsigned char **dst, int w, int h, int *lookup, unsigned char *unused) */
+  HALFTONE_ENTRY_LOOKUP = 5         /* int (unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *unused) */
+};
+/* How a method lays out its dot plane. */
+enum halftone_layout {
+  HALFTONE_LAYOUT_BAND = 0,   /* the band layout above */
+  HALFTONE_LAYOUT_TURNED = 1, /* one plane turned or transposed: w rows of ((h + 31) >> 5) * 4 bytes */
+  HALFTONE_LAYOUT_ROWS = 2    /* one plane, h rows of ((w + 31) >> 5) * 4 bytes */
+};
+/* Tables a method reads; load them before halftoning (bit mask). */
+#define HALFTONE_TABLE_BITMAP 0x01u /* threshold bitmap: PuaningFa or PuaningFa13 */
+#define HALFTONE_TABLE_BIAS 0x02u   /* bias matrix: PuaningFa13 */
+#define HALFTONE_TABLE_MONO 0x04u   /* 1-bit pattern stack: KaiDuaning */
+#define HALFTONE_TABLE_DUO 0x08u    /* 2-bit pattern stack: NingJing */
+#define HALFTONE_TABLE_LAYER 0x10u  /* layer table: NiceMents */
+#define HALFTONE_TABLE_BAYER 0x20u  /* 16 x 16 Bayer matrix: SincesKai */
+
+typedef struct halftone_method_info {
+  const char *name;        /* export name, e.g. "RoundFaxest" */
+  const char *family;      /* family in plain words */
+  const char *description; /* one line on the character of its dots */
+  int output_bits;         /* 1, 2 or 4 bits a pixel */
+  int entry_kind;          /* enum halftone_entry_kind */
+  int layout;              /* enum halftone_layout */
+  unsigned tables;         /* HALFTONE_TABLE_* the method reads */
+  void (*entry)(void);     /* the export; cast to the shape given by entry_kind before calling */
+} halftone_method_info;
+
+/* Number of halftoning methods this build provides. */
+HALFTONE_API int halftone_method_count(void);
+/* Fills *info for method `index` (0 .. count - 1); returns 0, or 20401 for a bad index or NULL. */
+HALFTONE_API int halftone_method_get(int index, halftone_method_info *info);
+
+/* ---- Set-up: tone curves, mode, level values --------------------------------------------- */
+
+/* Reload "ToneAry.ham" from the host folder into the fifteen curve slots, select curve A and B
+ * by `mode`, parse `levels` ("0,85,170,255," - every value ends in a comma) into L0..L8.
+ * Always 0. Routines called before the first call use the all-zero slot 0 and zero levels. */
+HALFTONE_API int Itsdiufiavs(int mode, const char *levels);
+
+/* ---- Random-split diffusion, four levels (2 bits) ---------------------------------------- */
+
+/* Serpentine four-level diffusion, 1/3 : 2/3 random split, raw-sample vetoes, curve terms. */
+HALFTONE_API int RoundFaxest(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* RoundFaxest with unsigned sizes; same dots. */
+HALFTONE_API int RoundFaxest__(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Grouped four-level diffusion: whole error or halves by a 2-bit draw; carries every band. */
+HALFTONE_API int FastGroup(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* FastGroup with fixed thresholds 64/128/192 and levels 0/85/170/255, no raw-sample veto. */
+HALFTONE_API int FastGroup1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Single-dot-size grouped diffusion writing code 1 (small drop). */
+HALFTONE_API int ArcistPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Single-dot-size grouped diffusion writing code 2 (medium drop). */
+HALFTONE_API int Kaishanxing(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Single-dot-size grouped diffusion writing code 3 (large drop). */
+HALFTONE_API int SymanOpening(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+
+/* ---- Random-split diffusion, bilevel (1 bit) --------------------------------------------- */
+
+/* Lightness sense, white guard, thirds split by 2-bit draw, tone-curve terms. */
+HALFTONE_API int sdiufiavs(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Lightness sense, white guard, 1-bit split; reseeds only at the start of a job. */
+HALFTONE_API int sdiufiavs1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Ink sense, full guard (255 always prints), thirds split. */
+HALFTONE_API int mandfanes(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Ink sense, no guard, quarter splits. */
+HALFTONE_API int orangecagn(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Lightness sense, whole error to one neighbour by a 1-bit draw. */
+HALFTONE_API int jsdi6yruis(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Ink sense, whole error to one neighbour by a 1-bit draw. */
+HALFTONE_API int irpduix7sg(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* One plane, no flags word, no carried error: every call is a whole job. */
+HALFTONE_API int hxkjsdi67x(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h);
+
+/* ---- Random-split diffusion, eight levels (4 bits) --------------------------------------- */
+
+/* Eight-level diffusion against L0..L7, restricted by the input sample. */
+HALFTONE_API int RoundPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Eight-level diffusion with fixed thresholds and levels. */
+HALFTONE_API int RoundPump1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+
+/* ---- Table-driven diffusion, double precision, bilevel ----------------------------------- */
+
+HALFTONE_API int suiruiskao(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao5(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao6(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao7(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao9(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int CrisixOut_double(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+
+/* ---- Table-driven diffusion, 16-bit integer ---------------------------------------------- */
+
+HALFTONE_API int sdiufiavs2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int sdiufiavs3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int sdiufiavs4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao8(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int suiruiskao11(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int highforces(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int Kaocosyx1(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int Kaocosyx10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int Kaocosyx13(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int Kaocosyx14(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int CrisixOut(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int CrisixOut31(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+
+/* ---- Matrix, pattern and table loaders (files under "<host folder>/Moths/") -------------- */
+
+HALFTONE_API int PuaningFa(const char *name, int a, int b);
+HALFTONE_API int PuaningFa13(const char *name, int a, int b);
+HALFTONE_API int KaiDuaning(const char *name, int a, int b);
+HALFTONE_API int NingJing(const char *name, int a, int b);
+HALFTONE_API int NiceMents(const char *name, int a, int b);
+HALFTONE_API int PuaningFaAM(const char *name, int a, int b);
+HALFTONE_API int SincesKai(void);
+
+/* ---- Pattern and threshold screens ------------------------------------------------------- */
+
+HALFTONE_API int Sonicksure(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int MutexWindow(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int MutexWindow_Bak(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int TextDownload(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int WindowText(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int Kaocosyx(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int WindowTextAM1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int WindowTextAM(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+
+/* ---- Rotated and four-way bilevel diffusion with level lookup (one plane, no flags) ------ */
+
+#ifdef __cplusplus
+#  define HALFTONE_DST_REF unsigned char *&dst
+#else
+#  define HALFTONE_DST_REF unsigned char **dst
+#endif
+HALFTONE_API int sdicxx78xy(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int ixndiwkc76y(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int ghskdjiekld(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int tishduth29dmc(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int nchsuw56xd(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int fdxin324c(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int kajdjigc23kdh(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int xinskdn34skx(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int shdeiznc45kdi(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+
+/* ---- Job signalling ---------------------------------------------------------------------- */
+
+HALFTONE_API int khjhusecx(void);
+HALFTONE_API int sinxcdke34i(unsigned int timeout);
+HALFTONE_API int giwncwcg7w(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* HALFTONE_HALFTONE_H */

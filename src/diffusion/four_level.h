@@ -1,0 +1,62 @@
+// Four-level (2-bit) random-split diffusion shared pieces: the level set and the decision with
+// the raw-sample vetoes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/band.h"
+#include "frame/engine.h"
+
+namespace halftone {
+
+// Output codes of the four-level dot plane: code 3 is level L0 (largest drop), 0 is L3 (none).
+inline constexpr unsigned kCodeL0 = 3, kCodeL1 = 2, kCodeL2 = 1, kCodeL3 = 0;
+
+// Levels L0..L3 and the floored midpoints between them, read once per call.
+struct FourLevels {
+  int L0, L1, L2, L3;
+  int M01, M12, M23;
+
+  static FourLevels From(const LevelValues& lv) {
+    FourLevels f{};
+    f.L0 = lv.L[0];
+    f.L1 = lv.L[1];
+    f.L2 = lv.L[2];
+    f.L3 = lv.L[3];
+    f.M01 = (f.L0 + f.L1) >> 1;
+    f.M12 = (f.L1 + f.L2) >> 1;
+    f.M23 = (f.L2 + f.L3) >> 1;
+    return f;
+  }
+  int Level(unsigned code) const {
+    switch (code) {
+      case kCodeL0: return L0;
+      case kCodeL1: return L1;
+      case kCodeL2: return L2;
+      default: return L3;
+    }
+  }
+};
+
+// The corrected value e picks the nearest level, but the raw sample r vetoes levels on the
+// wrong side of it: L0 only where r <= L1, L3 only where r > L2. Ties fall on the "<=" side.
+inline unsigned DecideFourLevel(const FourLevels& lv, int e, int r) {
+  if (e <= lv.M23) {
+    if (e > lv.M12) return r <= lv.L1 ? kCodeL1 : kCodeL2;
+    if (e <= lv.M01) {
+      if (r <= lv.L1) return kCodeL0;
+      return r > lv.L2 ? kCodeL2 : kCodeL1;
+    }
+    return r <= lv.L2 ? kCodeL1 : kCodeL2;
+  }
+  if (r <= lv.L1) return kCodeL1;
+  return r <= lv.L2 ? kCodeL2 : kCodeL3;
+}
+
+// Serpentine four-level diffusion with a 1/3 : 2/3 random split (the spine routine).
+// w and h may be zero; the flags word carries planes and phase.
+int SerpentineFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w,
+                        std::size_t h, HalftoneFlags flags);
+
+}  // namespace halftone

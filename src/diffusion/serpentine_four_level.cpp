@@ -1,0 +1,93 @@
+// Serpentine four-level diffusion to two neighbours: the next pixel of the scan and the pixel
+// below share each pixel's error one third to two thirds, and a random bit picks which gets
+// the larger share. Randomising the split breaks up the worm patterns a fixed two-neighbour
+// kernel draws in flat areas.
+#include "diffusion/four_level.h"
+#include "frame/job.h"
+
+namespace halftone {
+
+namespace {
+
+constexpr int kSplitDivisor = 3;
+
+struct Split {
+  int side, down;
+};
+// Split bit 1 sends the smaller third down, 0 sends it along the row; thirds truncate toward
+// zero and the other share takes the rest, so nothing is lost.
+inline Split SplitThirds(int err, unsigned bit) {
+  if (bit) {
+    int down = err / kSplitDivisor;
+    return {err - down, down};
+  }
+  int side = err / kSplitDivisor;
+  return {side, err - side};
+}
+
+void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels& lv) {
+  const std::size_t w = band.w, h = band.h;
+  JobBuffers& rows = engine.rows;
+  std::int16_t* a = rows.a();
+  std::int16_t* b = rows.b();
+  std::int16_t* carry = rows.carry(p, w);
+  const ToneCurve& curve_a = engine.curves.a();
+  const ToneCurve& curve_b = engine.curves.b();
+  RandomBitSource& random = engine.random;
+
+  if (h == 0) return;
+  LoadFirstRow(a, carry, band.In(0, p), w);
+
+  for (std::size_t y = 0; y < h; ++y) {
+    const std::uint8_t* in = band.In(y, p);
+    const std::uint8_t* below = y + 1 < h ? band.In(y + 1, p) : nullptr;
+    std::uint8_t* out = band.Out(y, p);
+    const bool last_row = y + 1 >= h;
+
+    if ((y & 1) == 0) {
+      // Left to right: the row is in A, the next row is built in B.
+      for (std::size_t x = 0; x < w; ++x) {
+        const int r = in[x];
+        const unsigned code = DecideFourLevel(lv, a[x], r);
+        int err = a[x] - lv.Level(code);
+        if (x & 1) err += curve_a[r];
+        b[x] = below ? below[x] : 0;
+        const Split s = SplitThirds(err, random.NextBit());
+        if (x + 1 < w) a[x + 1] = Store16(a[x + 1] + s.side);
+        // required: even the last row adds its down share to B, so an odd-height band carries
+        // nothing into the next band.
+        b[x] = Store16(b[x] + s.down);
+        PutCode2(out, x, code);
+      }
+    } else {
+      // Right to left: the row is in B, the next row is built in A.
+      for (std::size_t i = w; i-- > 0;) {
+        const std::size_t x = i;
+        const int r = in[x];
+        const unsigned code = DecideFourLevel(lv, b[x], r);
+        int err = b[x] - lv.Level(code);
+        if ((x & 1) == 0) err += curve_b[r];
+        a[x] = below ? below[x] : 0;
+        const Split s = SplitThirds(err, random.NextBit());
+        if (x > 0) b[x - 1] = Store16(b[x - 1] + s.side);
+        if (!last_row)
+          a[x] = Store16(a[x] + s.down);
+        else
+          carry[x] = Store16(s.down);  // required: only a right-to-left last row carries
+        PutCode2(out, x, code);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+int SerpentineFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w,
+                        std::size_t h, HalftoneFlags flags) {
+  const Band band = Band::Make(src, dst, w, h, flags, 2);
+  const FourLevels lv = FourLevels::From(engine.levels);
+  const JobSpec spec{.bits = 2, .reseed = Reseed::kEveryCall, .needs_pixels = false, .max_planes = 255};
+  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) { DiffusePlane(engine, band, p, lv); });
+}
+
+}  // namespace halftone

@@ -1,0 +1,45 @@
+// The engine: every piece of state that outlives a call, in one object. The exported entry
+// points bind one process-wide instance; tests and tools make their own.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "frame/band.h"
+#include "frame/clock.h"
+#include "frame/job_buffers.h"
+#include "frame/random_bits.h"
+#include "screening/tables.h"
+#include "tone/tone.h"
+
+namespace halftone {
+
+struct Engine {
+  SeedClock clock;
+  RandomBitSource random;
+  ToneCurveSet curves;
+  LevelValues levels;
+  JobBuffers rows;              // 16-bit error rows of the integer families
+  DoubleJobBuffers double_rows; // 64-bit floating-point rows of the double-precision family
+  ScreeningTables tables;       // matrices, pattern stacks and tables the loaders fill
+
+  // Per-plane state of the cyclic one-neighbour diffusion: counter 0..12 and scan direction,
+  // reset at the start of a job. Only four planes have state.
+  static constexpr unsigned kCyclePlanes = 4;
+  std::array<std::int32_t, kCyclePlanes> cycle_counter{};
+  std::array<std::uint32_t, kCyclePlanes> cycle_direction{};
+
+  // Host folder override (ends in a separator); empty means the host program's folder.
+  std::string host_folder_override;
+  int last_load_status = kOk;
+
+  // Folder every library file is read from, ending in a separator.
+  std::string HostFolder() const;
+  // Path of a file in the "Moths" folder of the host folder.
+  std::string MothsPath(const std::string& name) const;
+
+  void SeedFromClock() { random.Seed(clock.Seconds()); }
+};
+
+}  // namespace halftone

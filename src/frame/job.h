@@ -1,0 +1,57 @@
+// The call sequence every job-based halftoning routine shares: contract check, start of job,
+// clearing, seeding, the plane loop and the end of job. The per-plane pass is the routine's own.
+#pragma once
+
+#include <cstddef>
+
+#include "frame/band.h"
+#include "frame/engine.h"
+#include "frame/job_buffers.h"
+
+namespace halftone {
+
+// When a routine reseeds the random bit source from the clock.
+enum class Reseed { kEveryCall, kStartOfJob };
+
+struct JobSpec {
+  unsigned bits = 1;                  // output bits a pixel
+  Reseed reseed = Reseed::kEveryCall;
+  bool needs_pixels = false;          // zero width or height is refused (unsigned bounds would wrap)
+  unsigned max_planes = 255;          // planes beyond a routine's per-plane state are refused
+};
+
+// A band is inside the contract when its job was started (or this call starts it) with at
+// least its width and planes, it has pixels where the routine needs them, and its plane count
+// fits the routine's per-plane state.
+template <class Cell>
+int CheckJobBand(const ErrorRows<Cell>& rows, const Band& band, const JobSpec& spec) {
+  if (spec.needs_pixels && (band.w == 0 || band.h == 0)) return kErrOutOfContract;
+  if (band.planes > spec.max_planes) return kErrOutOfContract;
+  if (!band.starts_job() && !rows.Admits(band.w, band.planes)) return kErrOutOfContract;
+  return kOk;
+}
+
+// Runs one band: `plane_pass(p)` halftones plane p of `band` into its cleared dot rows.
+// A refused band returns kErrOutOfContract before anything is touched.
+template <class Cell, class PlanePass>
+int RunJobBand(Engine& engine, ErrorRows<Cell>& rows, const Band& band, const JobSpec& spec,
+               PlanePass&& plane_pass, Cell carry_preset = Cell{}) {
+  if (int rc = CheckJobBand(rows, band, spec); rc != kOk) return rc;
+  if (band.starts_job()) rows.Start(band.w, band.planes, carry_preset);
+  band.ClearOutput();
+  if (spec.reseed == Reseed::kEveryCall || band.starts_job()) engine.SeedFromClock();
+  for (unsigned p = 0; p < band.planes; ++p) plane_pass(p);
+  if (band.ends_job()) rows.Release();
+  return kOk;
+}
+
+// Row 0 of a plane enters working row A with the error the previous band carried down; the
+// carry entries are used up.
+inline void LoadFirstRow(std::int16_t* a, std::int16_t* carry, const std::uint8_t* row0, std::size_t w) {
+  for (std::size_t x = 0; x < w; ++x) {
+    a[x] = Store16(row0[x] + carry[x]);
+    carry[x] = 0;
+  }
+}
+
+}  // namespace halftone

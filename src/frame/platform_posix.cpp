@@ -1,0 +1,70 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+
+#include "frame/band.h"
+#include "frame/platform.h"
+
+namespace halftone::platform {
+
+std::string ExecutablePath() {
+  std::vector<char> buf(4096);
+  ssize_t n = ::readlink("/proc/self/exe", buf.data(), buf.size() - 1);
+  if (n <= 0) return {};
+  return std::string(buf.data(), static_cast<std::size_t>(n));
+}
+
+std::string ExecutableFolder() {
+  std::string path = ExecutablePath();
+  std::size_t cut = path.rfind('/');
+  if (cut == std::string::npos) return {};
+  return path.substr(0, cut + 1);
+}
+
+char PathSeparator() { return '/'; }
+
+FileBytes ReadWholeFile(const std::string& path, std::size_t max_bytes) {
+  FileBytes out;
+  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    out.status = kErrOpen;
+    return out;
+  }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    out.status = kErrOpen;
+    return out;
+  }
+  out.file_size = static_cast<std::uint64_t>(st.st_size);
+  if (out.file_size > max_bytes) {
+    ::close(fd);
+    out.status = kErrNoMemory;
+    return out;
+  }
+  try {
+    out.bytes.resize(static_cast<std::size_t>(out.file_size));
+  } catch (const std::bad_alloc&) {
+    ::close(fd);
+    out.status = kErrNoMemory;
+    return out;
+  }
+  std::size_t got = 0;
+  while (got < out.bytes.size()) {
+    ssize_t n = ::read(fd, out.bytes.data() + got, out.bytes.size() - got);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    got += static_cast<std::size_t>(n);
+  }
+  ::close(fd);
+  if (got != out.bytes.size()) {
+    out.status = kErrShortRead;
+    out.bytes.resize(got);
+  }
+  return out;
+}
+
+}  // namespace halftone::platform

@@ -1,0 +1,64 @@
+#include <windows.h>
+
+#include <new>
+
+#include "frame/band.h"
+#include "frame/platform.h"
+
+namespace halftone::platform {
+
+std::string ExecutablePath() {
+  char buf[MAX_PATH] = {};
+  DWORD n = ::GetModuleFileNameA(nullptr, buf, MAX_PATH);
+  if (n == 0 || n >= MAX_PATH) return {};
+  return std::string(buf, n);
+}
+
+std::string ExecutableFolder() {
+  std::string path = ExecutablePath();
+  std::size_t cut = path.rfind('\\');
+  if (cut == std::string::npos) return {};
+  return path.substr(0, cut + 1);
+}
+
+char PathSeparator() { return '\\'; }
+
+FileBytes ReadWholeFile(const std::string& path, std::size_t max_bytes) {
+  FileBytes out;
+  HANDLE file = ::CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    out.status = kErrOpen;
+    return out;
+  }
+  LARGE_INTEGER size{};
+  if (!::GetFileSizeEx(file, &size) || size.QuadPart < 0) {
+    ::CloseHandle(file);
+    out.status = kErrShortRead;
+    return out;
+  }
+  out.file_size = static_cast<std::uint64_t>(size.QuadPart);
+  if (out.file_size > max_bytes) {
+    ::CloseHandle(file);
+    out.status = kErrNoMemory;
+    return out;
+  }
+  try {
+    out.bytes.resize(static_cast<std::size_t>(out.file_size));
+  } catch (const std::bad_alloc&) {
+    ::CloseHandle(file);
+    out.status = kErrNoMemory;
+    return out;
+  }
+  DWORD got = 0;
+  BOOL ok = out.bytes.empty() ? TRUE
+                              : ::ReadFile(file, out.bytes.data(), static_cast<DWORD>(out.bytes.size()), &got, nullptr);
+  ::CloseHandle(file);
+  if (!ok || got != out.bytes.size()) {
+    out.status = kErrShortRead;
+    out.bytes.resize(ok ? got : 0);
+  }
+  return out;
+}
+
+}  // namespace halftone::platform

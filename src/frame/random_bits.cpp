@@ -1,0 +1,20 @@
+#include "frame/random_bits.h"
+
+namespace halftone {
+
+const std::array<std::uint32_t, RandomBitSource::kDegree> RandomBitSource::kDefaultState = {
+    0x9a319039u, 0x32d9c024u, 0x9b663182u, 0x5da1f342u, 0xde3b81e0u, 0xdf0a6fb5u, 0xf103bc02u,
+    0x48f340fbu, 0x7449e56bu, 0xbeb1dbb0u, 0xab5c5918u, 0x946554fdu, 0x8c2e680fu, 0xeb3d799fu,
+    0xb11ee0b7u, 0x2d436b86u, 0xda672e2au, 0x1588ca88u, 0xe369735du, 0x904f35f7u, 0xd7158fd6u,
+    0x6fa6f051u, 0x616e6b96u, 0xac94efdcu, 0x36413f93u, 0xc622c298u, 0xf5a42ab8u, 0x8a88d77bu,
+    0xf5ad9d0eu, 0x8999220bu, 0x27fb47b9u};
+
+void RandomBitSource::Seed(std::uint32_t seed) {
+  state_[0] = seed;
+  for (int i = 1; i < kDegree; ++i) state_[i] = state_[i - 1] * kSeedMultiplier + kSeedIncrement;
+  front_ = kSeparation;
+  rear_ = 0;
+  for (int i = 0; i < kDiscardedDraws; ++i) NextStateWord();
+}
+
+}  // namespace halftone

@@ -1,0 +1,54 @@
+// The random bit source of the random-split diffusion routines.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace halftone {
+
+// Additive lagged-Fibonacci generator of degree 31 and separation 3 (trinomial x^31 + x^3 + 1),
+// the layout and draw of the classic BSD random() of type 3. Seeding uses the multiplier
+// 1103515145, which fixes the sequence the dots depend on.
+class RandomBitSource {
+ public:
+  static constexpr int kDegree = 31;
+  static constexpr int kSeparation = 3;
+  static constexpr std::uint32_t kSeedMultiplier = 1103515145u;  // required: not the BSD 1103515245
+  static constexpr std::uint32_t kSeedIncrement = 12345u;
+  static constexpr int kDiscardedDraws = 10 * kDegree;
+  static const std::array<std::uint32_t, kDegree> kDefaultState;
+
+  RandomBitSource() : state_(kDefaultState) {}
+
+  void Seed(std::uint32_t seed);
+
+  // One draw: adds the rear word into the front word and returns the new front word. Callers
+  // take their split bits from it: bit 1 is the split bit, bits 1-2 a two-bit choice.
+  std::uint32_t NextStateWord() {
+    std::uint32_t word = state_[front_] + state_[rear_];
+    state_[front_] = word;
+    if (++front_ == kDegree) {
+      front_ = 0;
+      ++rear_;
+    } else if (++rear_ == kDegree) {
+      rear_ = 0;
+    }
+    return word;
+  }
+
+  // The 31-bit result of a draw.
+  std::uint32_t Next() { return NextStateWord() >> 1; }
+  unsigned NextBit() { return (NextStateWord() >> 1) & 1u; }
+  unsigned NextTwoBits() { return (NextStateWord() >> 1) & 3u; }
+
+  const std::array<std::uint32_t, kDegree>& state() const { return state_; }
+  int front() const { return front_; }
+  int rear() const { return rear_; }
+
+ private:
+  std::array<std::uint32_t, kDegree> state_;
+  int front_ = kSeparation;
+  int rear_ = 0;
+};
+
+}  // namespace halftone

@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "halftone/halftone.h"
+TEST(Smoke, Version) { EXPECT_STRNE(halftone_version(), ""); }
