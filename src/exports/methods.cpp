@@ -11,8 +11,8 @@ namespace {
 const std::vector<MethodRow>& AllMethods() {
   static const std::vector<MethodRow> all = [] {
     std::vector<MethodRow> rows;
-    for (auto family : {SpineMethods(), RandomSplitMethods(), TableDiffusionMethods(), ScreeningMethods(),
-                        RotatedMethods()})
+    for (auto family : {SpineMethods(), RandomSplitMethods(), DoubleDiffusionMethods(), TableDiffusionMethods(),
+                        ScreeningMethods(), RotatedMethods()})
       rows.insert(rows.end(), family.begin(), family.end());
     return rows;
   }();

@@ -19,6 +19,7 @@ constexpr void (*Entry(Fn* fn))(void) {
 // Rows by family, each defined beside that family's exports.
 std::span<const MethodRow> SpineMethods();
 std::span<const MethodRow> RandomSplitMethods();
+std::span<const MethodRow> DoubleDiffusionMethods();
 std::span<const MethodRow> TableDiffusionMethods();
 std::span<const MethodRow> ScreeningMethods();
 std::span<const MethodRow> RotatedMethods();

@@ -1,4 +1,4 @@
-// Exports of the table-driven diffusion families.
+// Exports of the 16-bit integer table-driven diffusion families.
 #include "exports/methods.h"
 
 namespace halftone {
