@@ -1,0 +1,147 @@
+#include "image_io.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <memory>
+
+#ifndef HALFTONE_HAVE_PNG
+#define HALFTONE_HAVE_PNG 0
+#endif
+#if HALFTONE_HAVE_PNG
+#include <png.h>
+#endif
+
+namespace halftone_tool {
+namespace {
+
+// Largest picture the command takes on: 64 K pixels a side keeps every size in range.
+constexpr int kMaxSide = 65536;
+
+std::string Lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+bool EndsWith(const std::string& s, const std::string& tail) {
+  return s.size() >= tail.size() && Lower(s.substr(s.size() - tail.size())) == tail;
+}
+
+// Reads the next header token of a PNM file, skipping white space and comments.
+bool PnmToken(std::istream& in, long long& value) {
+  int c = in.get();
+  while (c != EOF) {
+    if (c == '#') {
+      while (c != EOF && c != '\n') c = in.get();
+    } else if (!std::isspace(c)) {
+      break;
+    }
+    c = in.get();
+  }
+  if (c == EOF || !std::isdigit(c)) return false;
+  value = 0;
+  while (c != EOF && std::isdigit(c)) {
+    value = value * 10 + (c - '0');
+    if (value > std::numeric_limits<int>::max()) return false;
+    c = in.get();
+  }
+  return true;  // the single white-space byte after the token has been consumed
+}
+
+std::string ReadPgm(const std::string& path, GrayImage& image) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return "cannot open '" + path + "'";
+  char magic[2] = {};
+  in.read(magic, 2);
+  if (!in || magic[0] != 'P' || magic[1] != '5') return "'" + path + "' is not a binary PGM (P5) file";
+  long long w = 0, h = 0, maxval = 0;
+  if (!PnmToken(in, w) || !PnmToken(in, h) || !PnmToken(in, maxval)) return "'" + path + "' has a broken PGM header";
+  if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return "'" + path + "' has an unsupported size";
+  if (maxval != 255) return "'" + path + "' is not an 8-bit PGM (maxval must be 255)";
+  image.width = static_cast<int>(w);
+  image.height = static_cast<int>(h);
+  image.pixels.assign(static_cast<std::size_t>(w * h), 0);
+  in.read(reinterpret_cast<char*>(image.pixels.data()), static_cast<std::streamsize>(image.pixels.size()));
+  if (in.gcount() != static_cast<std::streamsize>(image.pixels.size())) return "'" + path + "' is truncated";
+  return {};
+}
+
+std::string WritePnm(const std::string& path, const GrayImage& image, bool bilevel) {
+  std::ofstream out(path, std::ios::binary);
+  if (!out) return "cannot write '" + path + "'";
+  out << (bilevel ? "P4\n" : "P5\n") << image.width << ' ' << image.height << '\n';
+  if (!bilevel) {
+    out << "255\n";
+    out.write(reinterpret_cast<const char*>(image.pixels.data()), static_cast<std::streamsize>(image.pixels.size()));
+  } else {
+    std::vector<std::uint8_t> row(static_cast<std::size_t>((image.width + 7) / 8));
+    for (int y = 0; y < image.height; ++y) {
+      std::fill(row.begin(), row.end(), 0);
+      for (int x = 0; x < image.width; ++x)
+        if (image.at(x, y) < 128) row[static_cast<std::size_t>(x >> 3)] |= static_cast<std::uint8_t>(0x80u >> (x & 7));
+      out.write(reinterpret_cast<const char*>(row.data()), static_cast<std::streamsize>(row.size()));
+    }
+  }
+  return out ? std::string{} : "error writing '" + path + "'";
+}
+
+}  // namespace
+
+bool HavePng() { return HALFTONE_HAVE_PNG != 0; }
+
+std::string ReadGray(const std::string& path, GrayImage& image) {
+  std::FILE* probe = std::fopen(path.c_str(), "rb");
+  if (!probe) return "cannot open '" + path + "'";
+  unsigned char sig[8] = {};
+  std::size_t got = std::fread(sig, 1, sizeof sig, probe);
+  std::fclose(probe);
+  if (got >= 2 && sig[0] == 'P' && sig[1] == '5') return ReadPgm(path, image);
+  static const unsigned char kPngSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+  if (got == 8 && std::memcmp(sig, kPngSignature, 8) == 0) {
+#if HALFTONE_HAVE_PNG
+    png_image png;
+    std::memset(&png, 0, sizeof png);
+    png.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&png, path.c_str())) return "'" + path + "': " + png.message;
+    if (png.width == 0 || png.height == 0 || png.width > kMaxSide || png.height > kMaxSide) {
+      png_image_free(&png);
+      return "'" + path + "' has an unsupported size";
+    }
+    png.format = PNG_FORMAT_GRAY;
+    image.width = static_cast<int>(png.width);
+    image.height = static_cast<int>(png.height);
+    image.pixels.assign(PNG_IMAGE_SIZE(png), 0);
+    if (!png_image_finish_read(&png, nullptr, image.pixels.data(), 0, nullptr)) {
+      std::string msg = png.message;
+      png_image_free(&png);
+      return "'" + path + "': " + msg;
+    }
+    return {};
+#else
+    return "'" + path + "' is a PNG, and this build has no PNG support (libpng was not found)";
+#endif
+  }
+  return "'" + path + "' is neither a PNG nor a binary PGM file";
+}
+
+std::string WriteGray(const std::string& path, const GrayImage& image) {
+  if (EndsWith(path, ".pgm")) return WritePnm(path, image, false);
+  if (EndsWith(path, ".pbm")) return WritePnm(path, image, true);
+  if (!EndsWith(path, ".png")) return "output '" + path + "' must end in .png, .pgm or .pbm";
+#if HALFTONE_HAVE_PNG
+  png_image png;
+  std::memset(&png, 0, sizeof png);
+  png.version = PNG_IMAGE_VERSION;
+  png.width = static_cast<png_uint_32>(image.width);
+  png.height = static_cast<png_uint_32>(image.height);
+  png.format = PNG_FORMAT_GRAY;
+  if (!png_image_write_to_file(&png, path.c_str(), 0, image.pixels.data(), 0, nullptr))
+    return "cannot write '" + path + "': " + png.message;
+  return {};
+#else
+  return "this build has no PNG support (libpng was not found); write .pgm instead";
+#endif
+}
+
+}  // namespace halftone_tool

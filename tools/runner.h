@@ -1,0 +1,44 @@
+// Runs a library method over whole images the way a print host does: band by band, planes
+// interleaved, through the exported entry points.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "halftone/halftone.h"
+#include "image_io.h"
+
+namespace halftone_tool {
+
+std::vector<halftone_method_info> ListMethods();
+// Finds a method by export name (case-sensitive); false if the library has none of that name.
+bool FindMethod(const std::string& name, halftone_method_info& info);
+
+struct RunOptions {
+  int mode = 0;
+  std::string levels;       // level-values list as the host passes it ("0,85,170,255,")
+  int band_rows = 64;
+  long long fixed_time = -1;  // < 0: the library's clock
+};
+
+// Dot planes as a method wrote them, one buffer per plane, `rows` rows of `stride` bytes.
+struct DotPlanes {
+  int bits = 1;
+  int pixels = 0;  // pixels a row
+  int rows = 0;
+  std::size_t stride = 0;
+  std::vector<std::vector<std::uint8_t>> planes;
+
+  unsigned Code(int plane, int x, int y) const;
+};
+
+// Sets up tone curves and levels, then halftones `planes` (all the same size) as one job.
+// Returns an empty string, or a message naming what failed.
+std::string RunMethod(const halftone_method_info& method, const std::vector<GrayImage>& planes,
+                      const RunOptions& options, DotPlanes& out);
+
+// Draws one dot plane as ink on paper: each code as its share of full ink.
+GrayImage PreviewPlane(const DotPlanes& dots, int plane);
+
+}  // namespace halftone_tool
