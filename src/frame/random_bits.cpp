@@ -9,9 +9,15 @@ const std::array<std::uint32_t, RandomBitSource::kDegree> RandomBitSource::kDefa
     0x6fa6f051u, 0x616e6b96u, 0xac94efdcu, 0x36413f93u, 0xc622c298u, 0xf5a42ab8u, 0x8a88d77bu,
     0xf5ad9d0eu, 0x8999220bu, 0x27fb47b9u};
 
+std::array<std::uint32_t, RandomBitSource::kDegree> RandomBitSource::SeededRegister(std::uint32_t seed) {
+  std::array<std::uint32_t, kDegree> words{};
+  words[0] = seed;
+  for (std::size_t i = 1; i < words.size(); ++i) words[i] = words[i - 1] * kSeedMultiplier + kSeedIncrement;
+  return words;
+}
+
 void RandomBitSource::Seed(std::uint32_t seed) {
-  state_[0] = seed;
-  for (int i = 1; i < kDegree; ++i) state_[i] = state_[i - 1] * kSeedMultiplier + kSeedIncrement;
+  state_ = SeededRegister(seed);
   front_ = kSeparation;
   rear_ = 0;
   for (int i = 0; i < kDiscardedDraws; ++i) NextStateWord();

@@ -20,6 +20,11 @@ class RandomBitSource {
 
   RandomBitSource() : state_(kDefaultState) {}
 
+  // The register as seeding fills it, before the discarded draws: word 0 is the seed and each
+  // next word is the previous one times the multiplier plus the increment (mod 2^32).
+  static std::array<std::uint32_t, kDegree> SeededRegister(std::uint32_t seed);
+
+  // Fills the register from `seed`, resets the pointers and discards 310 draws.
   void Seed(std::uint32_t seed);
 
   // One draw: adds the rear word into the front word and returns the new front word. Callers

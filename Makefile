@@ -1,0 +1,31 @@
+# The two everyday commands; CMake does the real work.
+#   make demo   builds the library and the halftone command, halftones the built-in chart
+#   make test   builds everything and runs the whole test suite
+BUILD ?= build
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+CMAKE_FLAGS ?=
+
+.PHONY: demo test test-sanitize deps build clean
+
+deps:
+	@scripts/ensure-deps.sh
+
+build: deps
+	cmake -S . -B $(BUILD) -G Ninja $(CMAKE_FLAGS)
+	cmake --build $(BUILD) -j $(JOBS)
+
+demo: build
+	$(BUILD)/tools/halftone --time 1 -o halftone.png
+	@echo "wrote halftone.png (the built-in chart, halftoned by RoundFaxest); try '$(BUILD)/tools/halftone --list'"
+
+test: build
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# The same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+test-sanitize: deps
+	cmake -S . -B $(BUILD)-asan -G Ninja -DHALFTONE_SANITIZE=address,undefined $(CMAKE_FLAGS)
+	cmake --build $(BUILD)-asan -j $(JOBS)
+	ctest --test-dir $(BUILD)-asan --output-on-failure -j $(JOBS)
+
+clean:
+	rm -rf $(BUILD) $(BUILD)-asan
