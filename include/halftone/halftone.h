@@ -203,24 +203,55 @@ HALFTONE_API int CrisixOut(unsigned char *src, unsigned char *dst, unsigned int 
 HALFTONE_API int CrisixOut31(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Matrix, pattern and table loaders (files under "<host folder>/Moths/") -------------- */
+/* Loaded tables stay in force until the same loader runs again. Every load records its code for
+ * halftone_last_load_status(). No file, however malformed, makes a loader read or write outside
+ * its table: sizes a file claims are checked first, and a file that breaks its format is refused
+ * with HALFTONE_ERR_BAD_FILE, leaving the table as it was. Missing files, folders, devices and
+ * unreadable files do not open (20101). A short file keeps the rows or patterns read before it
+ * ran out (20103). */
+#define HALFTONE_ERR_BAD_FILE 20104 /* file breaks its format; table unchanged */
 
+/* 8-bit bitmap: 14 + 40 header bytes, then `height` rows of `width` bytes, bottom row first,
+ * from the pixel offset; value = threshold. Width or height below 0 or above 256: refused.
+ * Returns 0 whatever happened; a b ignored. */
 HALFTONE_API int PuaningFa(const char *name, int a, int b);
+/* PuaningFa, then after a complete load the bias matrix = trunc((m - 127) * 0.4). Returns 0. */
 HALFTONE_API int PuaningFa13(const char *name, int a, int b);
+/* Headerless 1-bit stack of 256 patterns, a pixels by b rows each, lightest first. a must be a
+ * multiple of 8 in 8..256 and b in 1..256, else 20104 and nothing changes; with valid sizes the
+ * pattern geometry and edge masks change even if the file then fails. Returns the code. */
 HALFTONE_API int KaiDuaning(const char *name, int a, int b);
+/* KaiDuaning for 2-bit patterns (a a multiple of 4); level 255 is cleared after a full load. */
 HALFTONE_API int NingJing(const char *name, int a, int b);
+/* Text table of up to 65,536 numbers separated by spaces or carriage returns (the last byte of
+ * the file is not read), filling 256 16 x 16 layers column by column. Empty files, files over
+ * 8 MiB (20302), more numbers or tokens over 19 characters: refused. Returns 0. */
 HALFTONE_API int NiceMents(const char *name, int a, int b);
+/* Reads nothing, changes nothing, returns 0. */
 HALFTONE_API int PuaningFaAM(const char *name, int a, int b);
+/* Builds the 16 x 16 ordered-dither matrix. Returns 0. */
 HALFTONE_API int SincesKai(void);
 
 /* ---- Pattern and threshold screens ------------------------------------------------------- */
+/* Pattern screens copy each run of equal samples from its level's pattern; the last pixel of a
+ * row stays empty when it differs from the one before it. All tile from row 0 in every band. */
 
+/* 1 bit, tiled at the geometry of the last pattern load (load with KaiDuaning before use). */
 HALFTONE_API int Sonicksure(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* 1 bit, 256 x 256 tile. */
 HALFTONE_API int MutexWindow(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Same dots as MutexWindow. */
 HALFTONE_API int MutexWindow_Bak(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* 2 bits from the NingJing stack, 256 x 256 tile. */
 HALFTONE_API int TextDownload(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* 1 bit: dot where v <= bitmap[(y + 16p) % 256][(x + 16p) % 256]. */
 HALFTONE_API int WindowText(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* 1 bit: dot where v < Bayer[y % 16][x % 16] (load with SincesKai). */
 HALFTONE_API int Kaocosyx(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* 1 bit, built-in clustered tile, dot where v < 2M - 1; at most 12 planes (else 20401). */
 HALFTONE_API int WindowTextAM1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* 1 bit, built-in dispersed tile, a job over the error rows (row 0 adds the carry row); at most
+ * 12 planes. */
 HALFTONE_API int WindowTextAM(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Rotated and four-way bilevel diffusion with level lookup (one plane, no flags) ------ */

@@ -1,0 +1,189 @@
+// Pattern-stack screens: every input level owns a stored dot pattern, and a run of equal samples
+// copies its level's pattern a whole byte at a time. Continuous-tone pages are mostly long runs,
+// so only the first and last byte of a run are composed bit by bit, through a carry byte that
+// holds the bits already set in an output byte two runs share.
+#include <algorithm>
+#include <cstring>
+
+#include "screening/screens.h"
+
+namespace halftone {
+
+namespace {
+
+// The pattern stack as the bytes it occupies: a pattern row may be read past its own end (when a
+// loaded row length exceeds the storage row), which runs on into the next stored row; nothing
+// past the end of the stack is ever read (such bytes read as 0).
+struct StackBytes {
+  const std::uint8_t* bytes;
+  std::size_t size;
+  std::size_t row_stride;
+  std::size_t slot_stride;
+};
+
+struct PatternRow {
+  const std::uint8_t* base;
+  std::size_t avail;  // bytes of the stack from base on
+
+  std::uint8_t Byte(std::size_t i) const { return i < avail ? base[i] : 0; }
+  // count bytes starting at byte `from` of the row.
+  void CopyTo(std::uint8_t* d, std::size_t from, std::size_t count) const {
+    const std::size_t real = from < avail ? std::min(count, avail - from) : 0;
+    if (real != 0) std::memcpy(d, base + from, real);
+    if (real != count) std::memset(d + real, 0, count - real);
+  }
+};
+
+// Pattern width W (pixels), height H (rows), row length R (bytes) as a screen tiles them.
+struct Tiling {
+  std::size_t width, height, row_bytes;
+};
+
+template <unsigned kPixelsPerByte>
+class RunCopier {
+ public:
+  RunCopier(const Tiling& tiling, const EdgeMasks& masks, std::uint8_t* out, std::size_t out_bytes)
+      : tiling_(tiling), masks_(masks), out_(out), out_bytes_(out_bytes) {}
+
+  // Writes the run of `n` pixels ending before pixel `end` with pattern row `q_row`.
+  void Flush(const PatternRow& q_row, std::size_t end, std::ptrdiff_t n) {
+    constexpr std::ptrdiff_t P = kPixelsPerByte;
+    std::size_t x0 = end - static_cast<std::size_t>(n);
+    std::size_t q = x0 % tiling_.width;
+
+    // Head: the run starts inside an output byte; merge into what the previous run left.
+    const auto o = static_cast<std::ptrdiff_t>(q % P);
+    if (o > 0) {
+      carry_ = static_cast<std::uint8_t>(carry_ | (q_row.Byte(q / P) & masks_.tail[static_cast<std::size_t>(o)]));
+      if (n < P - o) carry_ = static_cast<std::uint8_t>(carry_ & masks_.head[static_cast<std::size_t>(o + n)]);
+      Put(x0 / P, carry_);
+      n -= P - o;
+      x0 += static_cast<std::size_t>(P - o);
+      q += static_cast<std::size_t>(P - o);
+    }
+    // The run ended inside that byte: the carry keeps its bits for the next run.
+    if (n <= 0) return;
+
+    // Body: whole bytes, the pattern row wrapping around after R bytes.
+    const std::size_t whole = static_cast<std::size_t>(n) / P;
+    if (whole > 0) CopyBody(q_row, x0 / P, q / P, whole);
+
+    // Tail: the first t pixels of a byte the next run will complete.
+    const std::size_t t = (q + static_cast<std::size_t>(n)) % P;
+    if (t > 0) {
+      carry_ = static_cast<std::uint8_t>(q_row.Byte(((q + static_cast<std::size_t>(n)) / P) % tiling_.row_bytes) &
+                                         masks_.head[t]);
+      Put((x0 + static_cast<std::size_t>(n)) / P, carry_);
+    } else {
+      carry_ = 0;
+    }
+  }
+
+ private:
+  void Put(std::size_t i, std::uint8_t v) {
+    if (i < out_bytes_) out_[i] = v;
+  }
+
+  void CopyBody(const PatternRow& q_row, std::size_t out_at, std::size_t from, std::size_t count) {
+    if (out_at >= out_bytes_) return;
+    count = std::min(count, out_bytes_ - out_at);
+    std::uint8_t* d = out_ + out_at;
+    const std::size_t r = tiling_.row_bytes;
+    std::size_t piece = from < r ? std::min(count, r - from) : 0;
+    q_row.CopyTo(d, from, piece);
+    for (std::size_t done = piece; done < count; done += piece) {
+      piece = std::min(count - done, r);
+      q_row.CopyTo(d + done, 0, piece);
+    }
+  }
+
+  Tiling tiling_;
+  const EdgeMasks& masks_;
+  std::uint8_t* out_;
+  std::size_t out_bytes_;
+  std::uint8_t carry_ = 0;
+};
+
+template <unsigned kPixelsPerByte>
+void ScreenRow(const std::uint8_t* s, std::uint8_t* out, std::size_t w, std::size_t out_bytes, const Tiling& tiling,
+               const EdgeMasks& masks, const StackBytes& stack, std::size_t pattern_row) {
+  RunCopier<kPixelsPerByte> copier(tiling, masks, out, out_bytes);
+  auto row_of = [&](unsigned level) {
+    const std::size_t at = level * stack.slot_stride + pattern_row * stack.row_stride;
+    return PatternRow{stack.bytes + at, stack.size - at};
+  };
+
+  // The first pixel always opens the first run.
+  unsigned level = s[0];
+  std::ptrdiff_t n = 1;
+  std::size_t x = 1;
+  while (x < w) {
+    if (s[x] == level) {
+      ++n;
+      if (x < w - 1) {
+        ++x;
+        continue;
+      }
+      ++x;  // the row ends inside the run
+      copier.Flush(row_of(level), x, n);
+      break;
+    }
+    copier.Flush(row_of(level), x, n);
+    // required: a new run that opens on the last pixel is never flushed, so a last pixel that
+    // differs from its neighbour stays empty (and a one-pixel row prints nothing).
+    level = s[x];
+    n = 1;
+    ++x;
+  }
+}
+
+template <unsigned kPixelsPerByte>
+void ScreenBand(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
+  for (unsigned p = 0; p < band.planes; ++p)
+    for (std::size_t y = 0; y < band.h; ++y)
+      // Bands restart the tile at pattern row 0: the pattern does not run on across bands.
+      ScreenRow<kPixelsPerByte>(band.In(y, p), band.Out(y, p), band.w, band.dst_stride, tiling, masks, stack,
+                                y % tiling.height);
+}
+
+constexpr Tiling kFixedMonoTiling{kMatrixSize, kMatrixSize, kMonoRowBytes};
+constexpr Tiling kFixedDuoTiling{kMatrixSize, kMatrixSize, kDuoRowBytes};
+
+template <class Stack>
+StackBytes BytesOf(const Stack& stack, std::size_t row_bytes) {
+  return {reinterpret_cast<const std::uint8_t*>(stack.data()), sizeof stack, row_bytes,
+          row_bytes * std::size_t{kMatrixSize}};
+}
+
+}  // namespace
+
+int ScreenWithPatterns(const Engine& engine, PatternScreen screen, const std::uint8_t* src, std::uint8_t* dst,
+                       std::size_t w, std::size_t h, HalftoneFlags flags) {
+  const ScreeningTables& tables = engine.tables;
+  const PatternGeometry& g = tables.geometry;
+  if (screen == PatternScreen::kMonoLoadedGeometry && (g.width <= 0 || g.height <= 0 || g.bytes_per_row <= 0))
+    return kErrOutOfContract;
+
+  const unsigned bits = screen == PatternScreen::kDuoFixed ? 2 : 1;
+  const Band band = Band::Make(src, dst, w, h, flags, bits);
+  band.ClearOutput();
+  if (w == 0) return kOk;
+
+  switch (screen) {
+    case PatternScreen::kMonoLoadedGeometry: {
+      const Tiling tiling{static_cast<std::size_t>(g.width), static_cast<std::size_t>(g.height),
+                          static_cast<std::size_t>(g.bytes_per_row)};
+      ScreenBand<8>(band, tiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      break;
+    }
+    case PatternScreen::kMonoFixed:
+      ScreenBand<8>(band, kFixedMonoTiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      break;
+    case PatternScreen::kDuoFixed:
+      ScreenBand<4>(band, kFixedDuoTiling, tables.masks, BytesOf(tables.duo, kDuoRowBytes));
+      break;
+  }
+  return kOk;
+}
+
+}  // namespace halftone
