@@ -29,6 +29,7 @@
  *   0      done (the halftoning routines return 0 for every call inside the contract)
  *   20101  a file could not be opened
  *   20103  a file read came up short
+ *   20104  a file breaks its format (sizes it claims are impossible); the table is left as it was
  *   20301  a fault was caught while loading
  *   20302  memory could not be had (read buffer of a loader, or a job's error rows)
  *   20401  call outside the contract, refused without touching any memory: a band of a job
