@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "frame/band.h"
 #include "frame/clock.h"
@@ -22,6 +23,9 @@ struct Engine {
   LevelValues levels;
   JobBuffers rows;              // 16-bit error rows of the integer families
   DoubleJobBuffers double_rows; // 64-bit floating-point rows of the double-precision family
+  // Fourth row of the double-precision family: per-pixel weights of the row being diffused by
+  // its tone-weighted member. Made at the start of that member's job, released at its end.
+  std::vector<double> double_weight_row;
   ScreeningTables tables;       // matrices, pattern stacks and tables the loaders fill
 
   // Per-plane state of the cyclic one-neighbour diffusion: counter 0..12 and scan direction,

@@ -1,0 +1,98 @@
+#include "log/diagnostic_log.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "frame/platform.h"
+
+namespace halftone {
+namespace {
+
+// "Log started successfully!" in Chinese, GBK-encoded, as the host's tools expect it.
+constexpr char kStartMessage[] = "\xC8\xD5\xD6\xBE\xC6\xF4\xB6\xAF\xB3\xC9\xB9\xA6\xA3\xA1";
+
+// The stamp field of every line; the library leaves it empty.
+constexpr char kStamp[] = "";
+
+constexpr char kLogEnvironment[] = "HALFTONE_LOG";
+constexpr char kLogExtension[] = "txt";
+
+template <class... Args>
+std::string Format(const char* format, Args... args) {
+  char buffer[kLogBufferSize * 2];
+  const int n = std::snprintf(buffer, sizeof buffer, format, args...);
+  if (n < 0) return {};
+  if (static_cast<std::size_t>(n) < sizeof buffer) return std::string(buffer, static_cast<std::size_t>(n));
+  std::string big(static_cast<std::size_t>(n) + 1, '\0');
+  std::snprintf(big.data(), big.size(), format, args...);
+  big.resize(static_cast<std::size_t>(n));
+  return big;
+}
+
+// Binary mode everywhere: the lines carry their own CR LF, which a text-mode stream on
+// Windows would turn into CR CR LF.
+bool WriteAll(std::FILE* f, const std::string& bytes) {
+  return std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+}
+
+}  // namespace
+
+std::string DefaultLogPath(const std::string& executable_path) {
+  std::string path = executable_path;
+  // required: the last "." anywhere in the path, even one in a folder name.
+  const std::size_t dot = path.rfind('.');
+  if (dot != std::string::npos) path.resize(dot + 1);
+  return path + kLogExtension;
+}
+
+int DiagnosticLog::Open(const char* path) {
+  path_ = path != nullptr ? std::string(path) : DefaultLogPath(platform::ExecutablePath());
+  if (path_.size() >= kLogBufferSize) path_.resize(kLogBufferSize - 1);
+  std::FILE* f = path_.empty() ? nullptr : std::fopen(path_.c_str(), "wb");
+  if (f == nullptr) {
+    enabled_ = false;
+    return 0;
+  }
+  const bool written = WriteAll(f, Format("%s\t%s\r\n\r\n", kStamp, kStartMessage));
+  std::fclose(f);
+  if (!written) enabled_ = false;
+  return written ? 1 : 0;
+}
+
+int DiagnosticLog::AppendLine(const std::string& line) {
+  if (!enabled_) return 0;
+  std::FILE* f = path_.empty() ? nullptr : std::fopen(path_.c_str(), "ab+");
+  if (f == nullptr) return 0;
+  const bool written = WriteAll(f, line);
+  std::fclose(f);
+  return written ? 1 : 0;
+}
+
+int DiagnosticLog::Text(const char* text) {
+  if (text == nullptr || *text == '\0') return AppendLine("\r\n");
+  // The line is formatted into one path-sized buffer: a longer text is cut, the line end kept.
+  const int room = static_cast<int>(kLogBufferSize) - 1 - static_cast<int>(std::strlen(kStamp)) - 3;
+  return AppendLine(Format("%s\t%.*s\r\n", kStamp, room, text));
+}
+
+int DiagnosticLog::Hex(unsigned code) { return AppendLine(Format("%s\tErrorCode 0x%X\r\n", kStamp, code)); }
+int DiagnosticLog::Int(int code) { return AppendLine(Format("%s\tErrorCode %d\r\n", kStamp, code)); }
+int DiagnosticLog::Real(double value) { return AppendLine(Format("%s\tErrorCode %f\r\n", kStamp, value)); }
+
+int DiagnosticLog::Rect(int left, int top, int right, int bottom) {
+  return AppendLine(Format("%s\tRECT = (%d,%d,%d,%d)\r\n", kStamp, left, top, right, bottom));
+}
+
+int DiagnosticLog::Point(int x, int y) { return AppendLine(Format("%s\tPOINT = (%d,%d)\r\n", kStamp, x, y)); }
+
+DiagnosticLog& ProcessLog() {
+  static DiagnosticLog log = [] {
+    DiagnosticLog l;
+    if (const char* name = std::getenv(kLogEnvironment); name != nullptr) l.Open(*name != '\0' ? name : nullptr);
+    return l;
+  }();
+  return log;
+}
+
+}  // namespace halftone

@@ -1,0 +1,78 @@
+// Random-split members: each pixel passes one third or two thirds of its error to the next
+// pixel of the scan and the rest straight down, a random bit choosing which. Randomising the
+// split breaks up the worms a fixed two-neighbour kernel draws in flat areas; the rows are
+// doubles, so no remainder is dropped. Row ends keep a quarter downward, as in the rest of the
+// family, and white input never gets a dot.
+//
+// Two variants format a dump of their state into a line buffer as they go (one line a row, or
+// one line a pixel) for the diagnostic log; the dump is handed to the log only in builds with
+// the dump switched on, so as built it costs time and nothing else.
+#include <array>
+#include <cstdio>
+
+#include "log/diagnostic_log.h"
+#include "tablediffusion/double_diffusion.h"
+#include "tablediffusion/double_serpentine.h"
+
+namespace halftone {
+namespace {
+
+constexpr double kThirds = 3.0;
+constexpr double kTwo = 2.0;
+
+enum class Dump { kNone, kRow, kPixel };
+
+template <Dump kDump>
+struct RandomSplitTraits : PlainRowTraits {
+  static constexpr bool kWhiteGuard = true;
+  static constexpr bool kReversedEndTest = false;
+  static constexpr bool kQuarterAtRowEnd = true;
+  RandomBitSource& random;
+  unsigned plane = 0;
+  std::size_t y = 0;
+  std::array<char, kLogBufferSize> line{};
+
+  void StartRow(const DoubleRow& r) {
+    y = r.y;
+    if constexpr (kDump == Dump::kRow) {
+      double carried = 0.0;
+      for (std::size_t x = 0; x < r.w; ++x) carried += r.cur[x];
+      std::snprintf(line.data(), line.size(), "plane %u row %zu %s error in %.4f", plane, r.y,
+                    r.forward ? "ltr" : "rtl", carried);
+      if constexpr (kDiagnosticDump) ProcessLog().Text(line.data());
+    }
+  }
+  bool BiasAt(std::size_t, bool) const { return false; }
+  double Bias(int) const { return 0.0; }
+  // Bit 1: two thirds ahead, one third down; bit 0: one third ahead, two thirds down.
+  double Ahead(double e, int v, std::size_t x, bool) {
+    const double ahead = random.NextBit() ? (e * kTwo) / kThirds : e / kThirds;
+    if constexpr (kDump == Dump::kPixel) {
+      std::snprintf(line.data(), line.size(), "plane %u row %zu x %zu level %d error %.4f ahead %.4f", plane, y, x,
+                    v, e, ahead);
+      if constexpr (kDiagnosticDump) ProcessLog().Text(line.data());
+    }
+    return ahead;
+  }
+};
+
+template <Dump kDump>
+int Run(Engine& engine, const Band& band) {
+  RandomSplitTraits<kDump> traits{{}, engine.random};
+  return RunJobBand(engine, engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall), [&](unsigned p) {
+    traits.plane = p;
+    DiffuseAheadDownPlane(traits, engine.double_rows, band, p);
+  });
+}
+
+}  // namespace
+
+int RandomSplit(Engine& engine, const Band& band, DoubleMethod dump) {
+  switch (dump) {
+    case DoubleMethod::kRandomSplitRowDump: return Run<Dump::kRow>(engine, band);
+    case DoubleMethod::kRandomSplitPixelDump: return Run<Dump::kPixel>(engine, band);
+    default: return Run<Dump::kNone>(engine, band);
+  }
+}
+
+}  // namespace halftone
