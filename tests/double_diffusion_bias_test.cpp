@@ -1,0 +1,235 @@
+// Hand-worked bands of the level-biased members, their tables, and the row-end, white and
+// reversed-test rules that set them apart.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "double_diffusion_support.h"
+#include "tablediffusion/double_tables.h"
+
+namespace halftone {
+namespace {
+
+using testing::FixedEngine;
+using testing::TestBand;
+
+TEST(DoubleBiasTables, AnchorValuesAreTheExactDecimals) {
+  // Quarter-column table: linear runs and single levels at their boundaries.
+  EXPECT_EQ(kQuarterColumnBias[0], 0.0);
+  EXPECT_EQ(kQuarterColumnBias[7], 7.0);
+  EXPECT_EQ(kQuarterColumnBias[11], 10.8);
+  EXPECT_EQ(kQuarterColumnBias[17], 14.8);
+  EXPECT_EQ(kQuarterColumnBias[18], 15.3);
+  EXPECT_EQ(kQuarterColumnBias[21], 16.8);  // 15.3 + 3 * 0.5, as its own decimal
+  EXPECT_EQ(kQuarterColumnBias[30], 21.3);
+  EXPECT_EQ(kQuarterColumnBias[31], 21.8);
+  EXPECT_EQ(kQuarterColumnBias[206], 21.8);
+  EXPECT_EQ(kQuarterColumnBias[207], 21.0);
+  EXPECT_EQ(kQuarterColumnBias[209], 19.8);
+  EXPECT_EQ(kQuarterColumnBias[216], 12.8);
+  EXPECT_EQ(kQuarterColumnBias[242], 12.3);
+  EXPECT_EQ(kQuarterColumnBias[250], 10.4);
+  EXPECT_EQ(kQuarterColumnBias[254], 2.5);
+  EXPECT_EQ(kQuarterColumnBias[255], 0.0);
+  // Half-column table: the shadows of the table above, a longer plateau, a finer tail.
+  EXPECT_EQ(kHalfColumnBias[13], 12.2);
+  EXPECT_EQ(kHalfColumnBias[224], 21.8);
+  EXPECT_EQ(kHalfColumnBias[225], 21.3);
+  EXPECT_EQ(kHalfColumnBias[231], 18.3);
+  EXPECT_EQ(kHalfColumnBias[238], 14.8);
+  EXPECT_EQ(kHalfColumnBias[243], 11.4);
+  EXPECT_EQ(kHalfColumnBias[254], 1.25);
+  // Every-column table.
+  EXPECT_EQ(kEveryColumnBias[1], 0.6);
+  EXPECT_EQ(kEveryColumnBias[17], 10.7);
+  EXPECT_EQ(kEveryColumnBias[46], 39.7);
+  EXPECT_EQ(kEveryColumnBias[47], 40.7);
+  EXPECT_EQ(kEveryColumnBias[194], 35.6);
+  EXPECT_EQ(kEveryColumnBias[200], 32.0);
+  EXPECT_EQ(kEveryColumnBias[208], 27.2);
+  EXPECT_EQ(kEveryColumnBias[223], 20.5);
+  EXPECT_EQ(kEveryColumnBias[232], 16.5);
+  EXPECT_EQ(kEveryColumnBias[235], 13.8);
+  EXPECT_EQ(kEveryColumnBias[243], 6.6);
+  EXPECT_EQ(kEveryColumnBias[255], 0.0);
+}
+
+TEST(DoubleBiasTables, DiagonalMaskBands) {
+  auto left = [](int row, int x) { return kDiagonalMask[row][x] == 1; };
+  for (int row = 0; row < 8; ++row) {
+    EXPECT_TRUE(left(row, 0) && left(row, 15) && left(row, 48) && left(row, 63));
+    EXPECT_FALSE(left(row, 16) || left(row, 47));
+  }
+  EXPECT_TRUE(left(9, 8) && left(9, 23) && left(9, 40) && left(9, 55));
+  EXPECT_FALSE(left(9, 7) || left(9, 24) || left(9, 39) || left(9, 56));
+  EXPECT_TRUE(left(23, 16) && left(23, 47));
+  EXPECT_FALSE(left(23, 15) || left(23, 48));
+  EXPECT_TRUE(left(31, 7) && left(31, 24) && left(31, 39) && left(31, 56));
+  EXPECT_FALSE(left(31, 8) || left(31, 23) || left(31, 40) || left(31, 55));
+  int ones = 0;
+  for (const auto& row : kDiagonalMask)
+    for (auto m : row) ones += m;
+  EXPECT_EQ(ones, 32 * 32);  // every row sends half its columns each way
+}
+
+TEST(DoubleQuarterColumn, HandWorkedRowOfMidGrey) {
+  auto e = FixedEngine();
+  TestBand band(5, 1, 1, 128);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kQuarterColumnBias, kPhaseStart), 0);
+  // x0: s = 128 <= 128, dot, e = 128 + bias(128) 21.8 = 149.8; even: ahead 74.9, down 74.9.
+  // x1: s = 202.9, paper, e = -52.1; odd: ahead -34.907, down -17.193.
+  // x2: s = 93.093, dot; even: ahead 46.5465, down 46.5465.
+  // x3: s = 174.5465, paper, e = -80.4535; ahead -53.903845, down -26.549655.
+  // x4, row end: s = 74.096155, dot, biased (x mod 4 = 0): 95.896155, a quarter down.
+  EXPECT_EQ(band.dst[0], 0xA8);
+  const double* carry = e->double_rows.carry_all();
+  EXPECT_NEAR(carry[0], 74.9, 1e-9);
+  EXPECT_NEAR(carry[1], -17.193, 1e-9);
+  EXPECT_NEAR(carry[2], 46.5465, 1e-9);
+  EXPECT_NEAR(carry[3], -26.549655, 1e-9);
+  EXPECT_NEAR(carry[4], 23.97403875, 1e-9);
+}
+
+TEST(DoubleQuarterColumn, ReversedTestAtColumnZeroOfABackwardLastRow) {
+  auto e = FixedEngine();
+  TestBand band(1, 2, 1, 200);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kQuarterColumnBias, kPhaseStart), 0);
+  // Row 0 (w = 1, its only pixel a row end): s = 200, paper, e = -55 + 21.8 = -33.2, down
+  // -8.3. Row 1 runs right to left and is the last row: s = 191.7 > 128 makes a dot there.
+  EXPECT_FALSE(band.Dot(0, 0));
+  EXPECT_TRUE(band.Dot(1, 0));
+  EXPECT_NEAR(e->double_rows.carry_all()[0], 191.7 / 4, 1e-9);  // e = s, no bias at x = 0
+
+  // The same band with the normal test everywhere leaves row 1 white.
+  TestBand normal(1, 2, 1, 200);
+  ASSERT_EQ(normal.Run(*e, DoubleMethod::kHalfColumnBias, kPhaseStart), 0);
+  EXPECT_FALSE(normal.Dot(1, 0));
+}
+
+TEST(DoubleQuarterColumn, WhiteGuardOnTheReversedPixel) {
+  auto e = FixedEngine();
+  TestBand band(1, 2, 1, 255);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kQuarterColumnBias, kPhaseStart), 0);
+  // Row 1: s = 255 > 128 counts as a dot with e = 255, but white input never gets the bit.
+  EXPECT_FALSE(band.Dot(1, 0));
+  EXPECT_NEAR(e->double_rows.carry_all()[0], 63.75, 1e-12);
+}
+
+TEST(DoubleHalfColumn, HandWorkedRowEndDropsOnlyItsAheadShare) {
+  auto e = FixedEngine();
+  TestBand band(3, 1, 1, 100);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kHalfColumnBias, kPhaseStart), 0);
+  // x0: dot, e = 100 + 21.8 (even column) = 121.8; v < 141: ahead 0.45 e = 54.81, down 66.99.
+  // x1: s = 154.81, paper, e = -100.19, odd: no bias; ahead -45.0855, down -55.1045.
+  // x2, row end: s = 54.9145, dot, e = 76.7145; ahead dropped, down 0.55 e = 42.192975.
+  EXPECT_EQ(band.dst[0], 0xA0);
+  const double* carry = e->double_rows.carry_all();
+  EXPECT_NEAR(carry[0], 66.99, 1e-9);
+  EXPECT_NEAR(carry[1], -55.1045, 1e-9);
+  EXPECT_NEAR(carry[2], 42.192975, 1e-9);
+}
+
+TEST(DoubleEveryColumn, HandWorkedTwoThirdsAhead) {
+  auto e = FixedEngine();
+  TestBand band(2, 1, 1, 50);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kEveryColumnBias, kPhaseStart), 0);
+  // x0: dot, e = 50 + 40.7 = 90.7; ahead (e + e) / 3 = 60.4667, down 30.2333.
+  // x1, row end: s = 110.4667, dot, e = 151.1667 (biased too), a quarter down.
+  EXPECT_EQ(band.dst[0], 0xC0);
+  EXPECT_NEAR(e->double_rows.carry_all()[0], 30.233333333333334, 1e-9);
+  EXPECT_NEAR(e->double_rows.carry_all()[1], 37.79166666666667, 1e-9);
+}
+
+TEST(DoubleEveryColumn, WhiteTakesADotFromCarriedDarkErrorWhereGuardedMembersDoNot) {
+  for (DoubleMethod m : {DoubleMethod::kEveryColumnBias, DoubleMethod::kQuarterColumnBias,
+                         DoubleMethod::kHalfColumnBias}) {
+    auto e = FixedEngine();
+    TestBand first(4, 1, 1, 255);
+    ASSERT_EQ(first.Run(*e, m, kPhaseStart), 0);
+    EXPECT_EQ(first.Density(), 0.0);  // white with no error: never a dot
+    e->double_rows.carry_all()[0] = -200.0;
+    TestBand next(4, 1, 1, 255);
+    ASSERT_EQ(next.Run(*e, m, 0), 0);
+    EXPECT_EQ(next.Dot(0, 0), m == DoubleMethod::kEveryColumnBias);  // s = 55
+  }
+}
+
+TEST(DoubleEveryColumn, UnguardedReversedEndTestDotsWhite) {
+  // Two white rows: the right-to-left last row's column 0 sees s = 255 > 128, a dot, and with
+  // no white guard the bit is set. The guarded members leave it white.
+  auto e = FixedEngine();
+  TestBand unguarded(4, 2, 1, 255), guarded(4, 2, 1, 255);
+  ASSERT_EQ(unguarded.Run(*e, DoubleMethod::kEveryColumnBias, kPhaseStart), 0);
+  ASSERT_EQ(guarded.Run(*e, DoubleMethod::kQuarterColumnBias, kPhaseStart), 0);
+  EXPECT_EQ(*unguarded.DotRow(0), 0x00);
+  EXPECT_EQ(*unguarded.DotRow(1), 0x80);
+  EXPECT_EQ(guarded.Density(), 0.0);
+}
+
+TEST(DoubleFamily, BlackIsAllDotsAndMidGreyStartsWithADot) {
+  for (DoubleMethod m : {DoubleMethod::kQuarterColumnBias, DoubleMethod::kHalfColumnBias,
+                         DoubleMethod::kEveryColumnBias, DoubleMethod::kDiagonal, DoubleMethod::kModulated,
+                         DoubleMethod::kRandomSplit, DoubleMethod::kToneWeightRow, DoubleMethod::kRunLength}) {
+    auto e = FixedEngine();
+    TestBand black(37, 5, 2, 0);
+    ASSERT_EQ(black.Run(*e, m, kPhaseStart), 0);
+    EXPECT_EQ(black.Density(), 1.0) << static_cast<int>(m);
+    TestBand grey(9, 3, 2, 128);
+    ASSERT_EQ(grey.Run(*e, m, kPhaseStart), 0);
+    EXPECT_TRUE(grey.Dot(0, 0, 0) && grey.Dot(0, 0, 1)) << static_cast<int>(m);
+  }
+}
+
+TEST(DoubleModulated, TileTermEntersTheSumAndTheError) {
+  auto e = FixedEngine();
+  e->tables.layers_double[255][0][0] = -200.0;
+  TestBand band(3, 1, 1, 255);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kModulated, kPhaseStart), 0);
+  // x0: s = 255 + 0 - 200 = 55, a dot on white (no guard); e = 55, halves 27.5 / 27.5.
+  // x1: s = 282.5, paper, e = 27.5; x2 row end: s = 255 + 13.75, e = 13.75, a quarter down.
+  EXPECT_EQ(band.dst[0], 0x80);
+  const double* carry = e->double_rows.carry_all();
+  EXPECT_EQ(carry[0], 27.5);
+  EXPECT_EQ(carry[1], 13.75);
+  EXPECT_EQ(carry[2], 13.75 / 4);
+}
+
+TEST(DoubleModulated, TileRestartsWithEveryBand) {
+  auto e = FixedEngine();
+  e->tables.layers_double[255][0][0] = -200.0;
+  TestBand first(1, 3, 1, 255);
+  ASSERT_EQ(first.Run(*e, DoubleMethod::kModulated, kPhaseStart), 0);
+  TestBand second(1, 1, 1, 255);
+  // Row 0 of the second band is page row 3, yet it reads tile row 0 again.
+  std::fill(e->double_rows.carry_all(), e->double_rows.carry_all() + 1, 0.0);
+  ASSERT_EQ(second.Run(*e, DoubleMethod::kModulated, 0), 0);
+  EXPECT_TRUE(first.Dot(0, 0));
+  EXPECT_TRUE(second.Dot(0, 0));
+}
+
+TEST(DoubleDiagonal, HandWorkedTwoRows) {
+  auto e = FixedEngine();
+  TestBand band(3, 2, 1, 64);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kDiagonal, kPhaseStart), 0);
+  // Mask rows 0 and 1 send every third to the left (columns 0-15).
+  // Row 0: x0 dot e = 64: 128/3 ahead, its third leaves the row. x1: s = 106.667 dot, ahead
+  //   71.111, third 35.556 to B[0]. x2: s = 135.111 paper, e = -119.889, third -39.963 to B[1].
+  // Row 1 (right to left, last): x2: s = 64 dot, third 21.333 to carry[1]; x1: s = 66.704 dot,
+  //   third 22.235 to carry[0]; x0: s = 144.025, paper (normal test), its third leaves the row.
+  EXPECT_EQ(*band.DotRow(0), 0xC0);
+  EXPECT_EQ(*band.DotRow(1), 0x60);
+  const double* carry = e->double_rows.carry_all();
+  EXPECT_NEAR(carry[0], 22.234567901234566, 1e-9);
+  EXPECT_NEAR(carry[1], 21.333333333333332, 1e-9);
+  EXPECT_EQ(carry[2], 0.0);
+}
+
+TEST(DoubleDiagonal, ForwardLastRowCarriesNothing) {
+  auto e = FixedEngine();
+  TestBand band(6, 3, 1, 90);
+  ASSERT_EQ(band.Run(*e, DoubleMethod::kDiagonal, kPhaseStart), 0);
+  for (std::size_t x = 0; x < 6; ++x) EXPECT_EQ(e->double_rows.carry_all()[x], 0.0);
+}
+
+}  // namespace
+}  // namespace halftone
