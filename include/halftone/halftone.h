@@ -176,16 +176,29 @@ HALFTONE_API int RoundPump(unsigned char *src, unsigned char *dst, int w, int h,
 HALFTONE_API int RoundPump1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 
 /* ---- Table-driven diffusion, double precision, bilevel ----------------------------------- */
+/* One bit a pixel, serpentine, errors carried in 64-bit floating point in rows of their own
+ * (a job uses members of this family only). Zero w or h is refused with 20401. */
 
+/* Whole error to one neighbour (97 %), ahead or down in random runs of 10-11 pixels; the band's
+ * last row passes its full error ahead and its down errors to the next band. */
 HALFTONE_API int suiruiskao(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* One third / two thirds ahead or down, a random bit choosing; row ends keep a quarter down. */
 HALFTONE_API int suiruiskao2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* suiruiskao2's dots; formats a per-row diagnostic dump (written only in dump builds). */
 HALFTONE_API int suiruiskao3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* suiruiskao2's dots; formats a per-pixel diagnostic dump (written only in dump builds). */
 HALFTONE_API int suiruiskao4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Level bias every 4th column; row share 1/2, 0.67 or 3/4 by level and column parity. */
 HALFTONE_API int suiruiskao5(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Row share 1/2, 2/3 or 3/4 from the local tone and column parity, held in a fourth row. */
 HALFTONE_API int suiruiskao6(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Level bias every 2nd column; row share 0.45, 0.67 or 3/4 by level. */
 HALFTONE_API int suiruiskao7(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Strong level bias at every pixel; 2/3 ahead; no white guard. Reseeds at job start only. */
 HALFTONE_API int suiruiskao9(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* 2/3 ahead, 1/3 diagonally down by a banded mask. Reseeds at job start only. */
 HALFTONE_API int suiruiskao10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Halves ahead and down; a per-level 16 x 16 double tile that nothing fills (zeros). */
 HALFTONE_API int CrisixOut_double(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 
 /* ---- Table-driven diffusion, 16-bit integer ---------------------------------------------- */
