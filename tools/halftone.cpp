@@ -191,6 +191,12 @@ int Parse(int argc, char** argv, Args& a) {
   return -1;
 }
 
+// A level list as people write it, without the comma that ends every value.
+std::string Shown(std::string levels) {
+  if (!levels.empty() && levels.back() == ',') levels.pop_back();
+  return levels;
+}
+
 std::string LevelsFor(const halftone_method_info& m, const Args& a) {
   return a.levels_given ? a.levels : m.output_bits == 4 ? kEightLevels : kFourLevels;
 }
@@ -288,10 +294,13 @@ int Sheet(Args& a) {
     entries.push_back(std::move(e));
   }
   progress.Finish();
-  std::string title = "halftone " + std::string(halftone_version()) + " contact sheet: " +
-                      (a.input.empty() ? std::string("built-in chart") : a.input) + ", mode " + std::to_string(a.options.mode) +
-                      ", levels " + (a.levels_given ? a.levels : std::string(kFourLevels) + " (" + kEightLevels + " at 4 bits)");
-  if (std::string err = WriteRgb(output, ContactSheet(entries, picture.names, title, a.columns)); !err.empty())
+  const std::string title = "Contact sheet: " + (a.input.empty() ? std::string("built-in chart") : a.input);
+  const std::string detail = "halftone " + std::string(halftone_version()) + ", " + std::to_string(methods.size()) +
+                             " methods, mode " + std::to_string(a.options.mode) + ", levels " +
+                             (a.levels_given ? Shown(a.levels) : Shown(kFourLevels) + " (" + Shown(kEightLevels) + " at 4 bits)") +
+                             ", bands of " + std::to_string(a.options.band_rows) + " rows" +
+                             (a.options.fixed_time >= 0 ? ", time " + std::to_string(a.options.fixed_time) : std::string());
+  if (std::string err = WriteRgb(output, ContactSheet(entries, picture.names, title, detail, a.columns)); !err.empty())
     return Fail(kExitFailure, err);
   return 0;
 }
@@ -335,7 +344,7 @@ int Tone(Args& a) {
   progress.Finish();
   if (curves.empty()) return Fail(kExitFailure, "no method could be measured");
   const std::string title = "Tone response, mode " + std::to_string(a.options.mode) + ", levels " +
-                            (a.levels_given ? a.levels : std::string(kFourLevels)) + ", patches " + std::to_string(a.patch) +
+                            (a.levels_given ? Shown(a.levels) : Shown(kFourLevels) + " (" + Shown(kEightLevels) + " at 4 bits)") + ", patches " + std::to_string(a.patch) +
                             "x" + std::to_string(a.patch);
   if (std::string err = WriteToneCsv(csv, curves); !err.empty()) return Fail(kExitFailure, err);
   if (std::string err = WriteRgb(plot, PlotTone(curves, title)); !err.empty()) return Fail(kExitFailure, err);

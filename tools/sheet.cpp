@@ -16,7 +16,7 @@ constexpr int kCrop = 256;  // side of the 1:1 crop
 constexpr int kCaptionHeight = 44;
 constexpr int kTileWidth = kMargin + kOverviewWidth + kMargin + kCrop + kMargin;
 constexpr int kTileHeight = kCaptionHeight + std::max(kOverviewHeight, kCrop) + kMargin + 10;
-constexpr int kTitleHeight = 40;
+constexpr int kTitleHeight = 52;
 constexpr int kGutter = 8;
 constexpr int kMaxCaptionChars = (kTileWidth - 2 * kMargin) / kCellWidth;
 
@@ -99,12 +99,13 @@ void DrawTile(RgbImage& sheet, int x0, int y0, const SheetEntry& e, const std::v
 }  // namespace
 
 RgbImage ContactSheet(const std::vector<SheetEntry>& entries, const std::vector<std::string>& inks,
-                      const std::string& title, int columns) {
+                      const std::string& title, const std::string& detail, int columns) {
   columns = std::max(1, std::min(columns, static_cast<int>(std::max<std::size_t>(1, entries.size()))));
   const int rows = (static_cast<int>(entries.size()) + columns - 1) / columns;
   RgbImage sheet(kGutter + columns * (kTileWidth + kGutter), kTitleHeight + std::max(1, rows) * (kTileHeight + kGutter),
                  kBackground);
-  DrawText(sheet, title, kGutter + 4, 12, 2, kText);
+  DrawText(sheet, title, kGutter + 4, 10, 2, kText);
+  DrawText(sheet, detail, kGutter + 4, 32, 1, kSubtleText);
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const int col = static_cast<int>(i) % columns, row = static_cast<int>(i) / columns;
     DrawTile(sheet, kGutter + col * (kTileWidth + kGutter), kTitleHeight + row * (kTileHeight + kGutter), entries[i], inks);

@@ -17,9 +17,9 @@ struct SheetEntry {
   std::string error;  // why it could not
 };
 
-// Lays the entries out in `columns` columns under a `title` line; `inks` names the ink of each
+// Lays the entries out in `columns` columns under a `title` line and a smaller `detail` line; `inks` names the ink of each
 // plane (as Picture::names) for the colour of the print.
 RgbImage ContactSheet(const std::vector<SheetEntry>& entries, const std::vector<std::string>& inks,
-                      const std::string& title, int columns);
+                      const std::string& title, const std::string& detail, int columns);
 
 }  // namespace halftone_tool

@@ -121,9 +121,7 @@ RgbImage PlotTone(const std::vector<ToneCurve>& curves, const std::string& title
   }
   const std::string x_title = "input level (0 = full ink asked, 255 = paper)";
   DrawText(img, x_title, kPlotLeft + (kPlotWidth - TextWidth(x_title, 1)) / 2, kPlotTop + kPlotHeight + 24, 1, kInk);
-  DrawText(img, "ink", 8, kPlotTop + kPlotHeight / 2 - 12, 1, kInk);
-  DrawText(img, "cover", 4, kPlotTop + kPlotHeight / 2 - 2, 1, kInk);
-  DrawText(img, "-age", 8, kPlotTop + kPlotHeight / 2 + 8, 1, kInk);
+  DrawText(img, "ink coverage", kPlotLeft - 36, kPlotTop - 14, 1, kInk);
   // Frame.
   Line(img, kPlotLeft, kPlotTop, kPlotLeft + kPlotWidth - 1, kPlotTop, 1, kInk);
   Line(img, kPlotLeft, kPlotTop + kPlotHeight - 1, kPlotLeft + kPlotWidth - 1, kPlotTop + kPlotHeight - 1, 1, kInk);
