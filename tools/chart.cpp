@@ -5,6 +5,8 @@
 #include <cmath>
 #include <string_view>
 
+#include "font.h"
+
 namespace halftone_tool {
 namespace {
 
@@ -17,35 +19,9 @@ constexpr int kLinesTop = kPhotoTop + kPhotoHeight;
 constexpr int kLinesHeight = 160;
 constexpr int kPatchTop = kLinesTop + kLinesHeight;
 
-// 5 x 7 glyphs for the few letters the chart writes, one row a byte (bit 4 = left column).
-struct Glyph {
-  char c;
-  std::array<std::uint8_t, 7> rows;
-};
-constexpr Glyph kGlyphs[] = {
-    {'H', {0x11, 0x11, 0x11, 0x1F, 0x11, 0x11, 0x11}}, {'A', {0x0E, 0x11, 0x11, 0x1F, 0x11, 0x11, 0x11}},
-    {'L', {0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x1F}}, {'F', {0x1F, 0x10, 0x10, 0x1E, 0x10, 0x10, 0x10}},
-    {'T', {0x1F, 0x04, 0x04, 0x04, 0x04, 0x04, 0x04}}, {'O', {0x0E, 0x11, 0x11, 0x11, 0x11, 0x11, 0x0E}},
-    {'N', {0x11, 0x19, 0x15, 0x13, 0x11, 0x11, 0x11}}, {'E', {0x1F, 0x10, 0x10, 0x1E, 0x10, 0x10, 0x1F}},
-    {'I', {0x0E, 0x04, 0x04, 0x04, 0x04, 0x04, 0x0E}}, {'K', {0x11, 0x12, 0x14, 0x18, 0x14, 0x12, 0x11}},
-};
-
 void FillRect(GrayImage& img, int x0, int y0, int x1, int y1, int v) {
   for (int y = std::max(0, y0); y < std::min(img.height, y1); ++y)
     for (int x = std::max(0, x0); x < std::min(img.width, x1); ++x) img.at(x, y) = static_cast<std::uint8_t>(v);
-}
-
-void DrawText(GrayImage& img, std::string_view text, int x0, int y0, int scale, int v) {
-  for (char c : text) {
-    for (const Glyph& g : kGlyphs) {
-      if (g.c != c) continue;
-      for (int r = 0; r < 7; ++r)
-        for (int col = 0; col < 5; ++col)
-          if (g.rows[static_cast<std::size_t>(r)] & (0x10 >> col))
-            FillRect(img, x0 + col * scale, y0 + r * scale, x0 + (col + 1) * scale, y0 + (r + 1) * scale, v);
-    }
-    x0 += 6 * scale;
-  }
 }
 
 }  // namespace

@@ -86,9 +86,79 @@ std::string WritePnm(const std::string& path, const GrayImage& image, bool bilev
   return out ? std::string{} : "error writing '" + path + "'";
 }
 
+GrayImage Luminance(const RgbImage& image) {
+  GrayImage grey;
+  grey.width = image.width;
+  grey.height = image.height;
+  grey.pixels.resize(image.pixels.size());
+  // Rec. 601 weights in thousandths, rounded.
+  for (std::size_t i = 0; i < image.pixels.size(); ++i) {
+    const Rgb c = image.pixels[i];
+    grey.pixels[i] = static_cast<std::uint8_t>((299 * c.r + 587 * c.g + 114 * c.b + 500) / 1000);
+  }
+  return grey;
+}
+
+std::string WritePpm(const std::string& path, const RgbImage& image) {
+  std::ofstream out(path, std::ios::binary);
+  if (!out) return "cannot write '" + path + "'";
+  out << "P6\n" << image.width << ' ' << image.height << "\n255\n";
+  static_assert(sizeof(Rgb) == 3, "Rgb must be three packed bytes");
+  out.write(reinterpret_cast<const char*>(image.pixels.data()), static_cast<std::streamsize>(image.pixels.size() * 3));
+  return out ? std::string{} : "error writing '" + path + "'";
+}
+
 }  // namespace
 
+bool HasExtension(const std::string& path, const std::string& tail) { return EndsWith(path, tail); }
+
 bool HavePng() { return HALFTONE_HAVE_PNG != 0; }
+
+std::string WriteRgb(const std::string& path, const RgbImage& image) {
+  if (EndsWith(path, ".ppm")) return WritePpm(path, image);
+  if (EndsWith(path, ".pgm") || EndsWith(path, ".pbm")) return WriteGray(path, Luminance(image));
+  if (!EndsWith(path, ".png")) return "output '" + path + "' must end in .png, .ppm, .pgm or .pbm";
+#if HALFTONE_HAVE_PNG
+  png_image png;
+  std::memset(&png, 0, sizeof png);
+  png.version = PNG_IMAGE_VERSION;
+  png.width = static_cast<png_uint_32>(image.width);
+  png.height = static_cast<png_uint_32>(image.height);
+  png.format = PNG_FORMAT_RGB;
+  if (!png_image_write_to_file(&png, path.c_str(), 0, image.pixels.data(), 0, nullptr))
+    return "cannot write '" + path + "': " + png.message;
+  return {};
+#else
+  return "this build has no PNG support (libpng was not found); write .ppm instead";
+#endif
+}
+
+std::string ReadRgbPng(const std::string& path, RgbImage& image, bool& is_colour) {
+#if HALFTONE_HAVE_PNG
+  png_image png;
+  std::memset(&png, 0, sizeof png);
+  png.version = PNG_IMAGE_VERSION;
+  if (!png_image_begin_read_from_file(&png, path.c_str())) return "'" + path + "': " + png.message;
+  if (png.width == 0 || png.height == 0 || png.width > kMaxSide || png.height > kMaxSide) {
+    png_image_free(&png);
+    return "'" + path + "' has an unsupported size";
+  }
+  is_colour = (png.format & PNG_FORMAT_FLAG_COLOR) != 0;
+  png.format = PNG_FORMAT_RGB;
+  image = RgbImage(static_cast<int>(png.width), static_cast<int>(png.height), Rgb{});
+  const png_color paper = {255, 255, 255};
+  if (!png_image_finish_read(&png, &paper, image.pixels.data(), 0, nullptr)) {
+    std::string msg = png.message;
+    png_image_free(&png);
+    return "'" + path + "': " + msg;
+  }
+  return {};
+#else
+  (void)image;
+  is_colour = false;
+  return "'" + path + "' is a PNG, and this build has no PNG support (libpng was not found)";
+#endif
+}
 
 std::string ReadGray(const std::string& path, GrayImage& image) {
   std::FILE* probe = std::fopen(path.c_str(), "rb");

@@ -16,12 +16,40 @@ struct GrayImage {
   std::uint8_t at(int x, int y) const { return pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)]; }
 };
 
+struct Rgb {
+  std::uint8_t r = 255, g = 255, b = 255;
+  bool operator==(const Rgb&) const = default;
+};
+
+// A colour picture for previews, contact sheets and plots.
+struct RgbImage {
+  int width = 0;
+  int height = 0;
+  std::vector<Rgb> pixels;  // row-major
+
+  RgbImage() = default;
+  RgbImage(int w, int h, Rgb fill) : width(w), height(h), pixels(static_cast<std::size_t>(w) * static_cast<std::size_t>(h), fill) {}
+  Rgb& at(int x, int y) { return pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)]; }
+  Rgb at(int x, int y) const { return pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)]; }
+};
+
 // Reads an 8-bit grey PNG (colour PNGs are converted to grey) or a binary PGM (P5). Returns an
 // empty string on success, or a message saying what is wrong with the file.
 std::string ReadGray(const std::string& path, GrayImage& image);
 
 // Writes by extension: .png (needs libpng), .pgm (P5), .pbm (P4, dark pixels < 128 are 1).
 std::string WriteGray(const std::string& path, const GrayImage& image);
+
+// Writes by extension: .png (needs libpng), .ppm (P6); .pgm and .pbm get the picture's
+// luminance.
+std::string WriteRgb(const std::string& path, const RgbImage& image);
+
+// Reads an 8-bit PNG of any colour type as RGB (alpha composited onto white paper). Empty string
+// on success; `is_colour` tells whether the file holds colour or only grey.
+std::string ReadRgbPng(const std::string& path, RgbImage& image, bool& is_colour);
+
+// True when `path` ends in `tail`, ignoring case.
+bool HasExtension(const std::string& path, const std::string& tail);
 
 bool HavePng();
 

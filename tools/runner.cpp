@@ -20,8 +20,9 @@ std::string Failed(const halftone_method_info& m, int rc) {
   return std::string(m.name) + " refused the band (code " + std::to_string(rc) + ")";
 }
 
-std::string RunBands(const halftone_method_info& m, const std::vector<GrayImage>& planes, int band_rows,
+std::string RunBands(const halftone_method_info& m, const std::vector<GrayImage>& planes, const RunOptions& options,
                      DotPlanes& out) {
+  const int band_rows = options.band_rows;
   const std::size_t w = static_cast<std::size_t>(planes[0].width);
   const int h = planes[0].height;
   const unsigned P = static_cast<unsigned>(planes.size());
@@ -50,12 +51,14 @@ std::string RunBands(const halftone_method_info& m, const std::vector<GrayImage>
       for (unsigned p = 0; p < P; ++p)
         std::memcpy(&out.planes[p][static_cast<std::size_t>(top + y) * out_stride],
                     &dst[(static_cast<std::size_t>(y) * P + p) * out_stride], out_stride);
+    if (options.on_progress) options.on_progress(static_cast<long long>(top + bh) * P, static_cast<long long>(h) * P);
   }
   return {};
 }
 
 // The one-plane methods take no flags word: each call is a whole job over the whole plane.
-std::string RunWholePlanes(const halftone_method_info& m, const std::vector<GrayImage>& planes, DotPlanes& out) {
+std::string RunWholePlanes(const halftone_method_info& m, const std::vector<GrayImage>& planes, const RunOptions& options,
+                           DotPlanes& out) {
   const int w = planes[0].width, h = planes[0].height;
   const std::size_t in_stride = RasterStride(static_cast<std::size_t>(w));
   const std::size_t row_bytes = DotStride(static_cast<std::size_t>(w), 1);
@@ -88,6 +91,8 @@ std::string RunWholePlanes(const halftone_method_info& m, const std::vector<Gray
     if (rc != 0) return Failed(m, rc);
     dst.resize(out.stride * static_cast<std::size_t>(out.rows));
     out.planes[p] = std::move(dst);
+    if (options.on_progress)
+      options.on_progress(static_cast<long long>(p + 1) * h, static_cast<long long>(planes.size()) * h);
   }
   return {};
 }
@@ -133,8 +138,8 @@ std::string RunMethod(const halftone_method_info& method, const std::vector<Gray
   out.pixels = turned ? planes[0].height : planes[0].width;
   out.rows = turned ? planes[0].width : planes[0].height;
   if (method.entry_kind == HALFTONE_ENTRY_BAND || method.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED)
-    return RunBands(method, planes, options.band_rows, out);
-  return RunWholePlanes(method, planes, out);
+    return RunBands(method, planes, options, out);
+  return RunWholePlanes(method, planes, options, out);
 }
 
 GrayImage PreviewPlane(const DotPlanes& dots, int plane) {

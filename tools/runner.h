@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,8 @@ struct RunOptions {
   std::string levels;       // level-values list as the host passes it ("0,85,170,255,")
   int band_rows = 64;
   long long fixed_time = -1;  // < 0: the library's clock
+  // Told after every band (or whole plane) how many of the picture's plane rows are done.
+  std::function<void(long long done, long long total)> on_progress;
 };
 
 // Dot planes as a method wrote them, one buffer per plane, `rows` rows of `stride` bytes.
