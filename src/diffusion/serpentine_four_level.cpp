@@ -49,8 +49,9 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
       for (std::size_t x = 0; x < w; ++x) {
         const int r = in[x];
         const unsigned code = DecideFourLevel(lv, a[x], r);
-        int err = a[x] - lv.Level(code);
-        if (x & 1) err += curve_a[r];
+        // The error is a 16-bit quantity: truncated when formed and again after the curve term.
+        int err = Store16(a[x] - lv.Level(code));
+        if (x & 1) err = Store16(err + curve_a[r]);
         b[x] = below ? below[x] : 0;
         const Split s = SplitThirds(err, random.NextBit());
         if (x + 1 < w) a[x + 1] = Store16(a[x + 1] + s.side);
@@ -65,8 +66,8 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
         const std::size_t x = i;
         const int r = in[x];
         const unsigned code = DecideFourLevel(lv, b[x], r);
-        int err = b[x] - lv.Level(code);
-        if ((x & 1) == 0) err += curve_b[r];
+        int err = Store16(b[x] - lv.Level(code));
+        if ((x & 1) == 0) err = Store16(err + curve_b[r]);
         a[x] = below ? below[x] : 0;
         const Split s = SplitThirds(err, random.NextBit());
         if (x > 0) b[x - 1] = Store16(b[x - 1] + s.side);
