@@ -105,7 +105,7 @@ HALFTONE_API int RoundPump1(unsigned char* src, unsigned char* dst, unsigned int
 namespace halftone {
 
 std::span<const MethodRow> RandomSplitMethods() {
-  static constexpr const char* kGrouped = "random-split diffusion, four levels, grouped";
+  static constexpr const char* kGrouped = "random-split diffusion, grouped";
   static constexpr const char* kSingleDot = "random-split diffusion, one drop size";
   static constexpr const char* kBilevel = "random-split diffusion, bilevel";
   static constexpr const char* kEight = "random-split diffusion, eight levels";
