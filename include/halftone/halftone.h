@@ -140,18 +140,21 @@ HALFTONE_API int Itsdiufiavs(int mode, const char *levels);
 HALFTONE_API int RoundFaxest(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* RoundFaxest with unsigned sizes; same dots. */
 HALFTONE_API int RoundFaxest__(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
-/* Grouped four-level diffusion: whole error or halves by a 2-bit draw; carries every band. */
+/* Grouped four-level diffusion: whole error or halves by a 2-bit draw, thirds into the next
+ * band from the last row in either direction; raw-sample vetoes, curve terms. Zero w or h: 20401. */
 HALFTONE_API int FastGroup(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* FastGroup with fixed thresholds 64/128/192 and levels 0/85/170/255, no raw-sample veto. */
 HALFTONE_API int FastGroup1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
-/* Single-dot-size grouped diffusion writing code 1 (small drop). */
+/* Single-dot-size grouped diffusion (dot at or below 128) writing code 1 (small drop). */
 HALFTONE_API int ArcistPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
-/* Single-dot-size grouped diffusion writing code 2 (medium drop). */
+/* As ArcistPump, same dot positions, code 2 (medium drop). */
 HALFTONE_API int Kaishanxing(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
-/* Single-dot-size grouped diffusion writing code 3 (large drop). */
+/* As ArcistPump, same dot positions, code 3 (large drop). */
 HALFTONE_API int SymanOpening(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Random-split diffusion, bilevel (1 bit) --------------------------------------------- */
+/* Lightness sense: a dot where the corrected value is at most 128; ink sense: above 128.
+ * Every routine of this section and the next refuses zero w or h with 20401. */
 
 /* Lightness sense, white guard, thirds split by 2-bit draw, tone-curve terms. */
 HALFTONE_API int sdiufiavs(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
@@ -165,14 +168,16 @@ HALFTONE_API int orangecagn(unsigned char *src, unsigned char *dst, int w, int h
 HALFTONE_API int jsdi6yruis(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Ink sense, whole error to one neighbour by a 1-bit draw. */
 HALFTONE_API int irpduix7sg(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
-/* One plane, no flags word, no carried error: every call is a whole job. */
+/* One plane, no flags word, no carried error: every call is a whole job (lightness, whole
+ * error to one neighbour); output h rows of ((w + 31) >> 5) * 4 bytes; job rows untouched. */
 HALFTONE_API int hxkjsdi67x(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h);
 
 /* ---- Random-split diffusion, eight levels (4 bits) --------------------------------------- */
 
-/* Eight-level diffusion against L0..L7, restricted by the input sample. */
+/* Eight-level diffusion against L0..L7, restricted by the input sample; halves within the
+ * band, thirds into the next. */
 HALFTONE_API int RoundPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
-/* Eight-level diffusion with fixed thresholds and levels. */
+/* Eight-level diffusion, thresholds 32..224 step 32, levels 0 36 72 109 145 182 218 255. */
 HALFTONE_API int RoundPump1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 
 /* ---- Table-driven diffusion, double precision, bilevel ----------------------------------- */

@@ -1,0 +1,169 @@
+// Bilevel random-split diffusion: one dot size, the error of each pixel sent to the next pixel
+// along the scan and to the pixel below in a proportion a fresh draw picks. The members are one
+// design; the table of members below holds everything in which they differ.
+#include <vector>
+
+#include "diffusion/random_split.h"
+#include "diffusion/random_split_scan.h"
+#include "frame/job.h"
+
+namespace halftone {
+
+namespace {
+
+using random_split::EndDraw;
+using random_split::Outcome;
+using random_split::RowEndRule;
+using random_split::ScanTraits;
+using random_split::Share;
+using random_split::SplitTable;
+
+// Lightness sense: 255 is paper and a dot is set at or below the threshold. Ink sense: 255 is
+// full coverage and a dot is set above it. The error is the same in both senses.
+enum class Sense { kLightness, kInk };
+// White guard: a sample of 255 never gets a dot. Full guard: a sample of 255 always gets one.
+// A guard changes the dot, never the error.
+enum class Guard { kNone, kWhite, kFull };
+
+constexpr int kThreshold = 128;
+constexpr int kFullSample = 255;
+
+struct BilevelMember {
+  Sense sense;
+  Guard guard;
+  ScanTraits scan;
+  Reseed reseed;
+};
+
+// ---- Split tables (next pixel : pixel below), by split code ------------------------------
+
+// required: thirds by a two-bit code; the two inner directions swap the meaning of codes 0
+// and 2, and the last row swaps codes 1 and 3 against the inner rows.
+constexpr SplitTable kThirds = {
+    .inner_ltr = {{Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll},
+                  {Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone}},
+    .inner_rtl = {{Share::kTwoThirds, Share::kThird}, {Share::kNone, Share::kAll},
+                  {Share::kThird, Share::kTwoThirds}, {Share::kAll, Share::kNone}},
+    .last = {{Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone},
+             {Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll}},
+};
+
+// required: quarters; in left-to-right inner rows codes 0 and 2 give the same split, so a
+// quarter along and three quarters down never happens there, and right-to-left rows use their
+// own order.
+constexpr SplitTable kQuarters = {
+    .inner_ltr = {{Share::kThreeQuarters, Share::kQuarter}, {Share::kAll, Share::kNone},
+                  {Share::kThreeQuarters, Share::kQuarter}, {Share::kNone, Share::kAll}},
+    .inner_rtl = {{Share::kAll, Share::kNone}, {Share::kQuarter, Share::kThreeQuarters},
+                  {Share::kNone, Share::kAll}, {Share::kThreeQuarters, Share::kQuarter}},
+    .last = {{Share::kThreeQuarters, Share::kQuarter}, {Share::kAll, Share::kNone},
+             {Share::kQuarter, Share::kThreeQuarters}, {Share::kNone, Share::kAll}},
+};
+
+// One bit: along with everything, or a third along and the rest down (e - e/3, not (2e)/3);
+// the last row turns "everything along" into "everything down".
+constexpr SplitTable kOneBitThirds = {
+    .inner_ltr = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone}},
+    .inner_rtl = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone}},
+    .last = {{Share::kThird, Share::kRestAfterThird}, {Share::kNone, Share::kAll}},
+};
+
+// One bit: the whole error to one neighbour; the last row swaps the meaning of the bit.
+constexpr SplitTable kWholeError = {
+    .inner_ltr = {{Share::kNone, Share::kAll}, {Share::kAll, Share::kNone}},
+    .inner_rtl = {{Share::kNone, Share::kAll}, {Share::kAll, Share::kNone}},
+    .last = {{Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
+};
+
+// One bit, the single-plane form: the bit means the opposite of the table above in inner rows,
+// and in the last row bit 0 drops the error.
+constexpr SplitTable kWholeErrorSinglePlane = {
+    .inner_ltr = {{Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
+    .inner_rtl = {{Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
+    .last = {{Share::kNone, Share::kNone}, {Share::kAll, Share::kNone}},
+};
+
+// ---- The pixel ending an inner row ---------------------------------------------------------
+
+constexpr RowEndRule kTwoThirdsDown = {EndDraw::kNone, {Share::kTwoThirds, Share::kTwoThirds}};
+constexpr RowEndRule kTwoThirdsDownAfterIgnoredDraw = {EndDraw::kIgnored, {Share::kTwoThirds, Share::kTwoThirds}};
+constexpr RowEndRule kTwoThirdsDownOrDropped = {EndDraw::kUsed, {Share::kTwoThirds, Share::kNone}};
+constexpr RowEndRule kDroppedOrAllDown = {EndDraw::kUsed, {Share::kNone, Share::kAll}};
+
+constexpr bool kCurves = true, kNoCurves = false;
+
+// ---- The members ---------------------------------------------------------------------------
+
+constexpr BilevelMember kLightnessThirdsCurves = {
+    Sense::kLightness, Guard::kWhite, {2, kCurves, kThirds, kTwoThirdsDown, false}, Reseed::kEveryCall};
+constexpr BilevelMember kInkThirdsFullGuard = {
+    Sense::kInk, Guard::kFull, {2, kNoCurves, kThirds, kTwoThirdsDownAfterIgnoredDraw, false}, Reseed::kEveryCall};
+constexpr BilevelMember kInkQuarters = {
+    Sense::kInk, Guard::kNone, {2, kNoCurves, kQuarters, kTwoThirdsDownAfterIgnoredDraw, false}, Reseed::kEveryCall};
+// required: seeded once per job, so its draws continue from band to band.
+constexpr BilevelMember kLightnessOneBitJobSeed = {
+    Sense::kLightness, Guard::kWhite, {1, kNoCurves, kOneBitThirds, kTwoThirdsDownOrDropped, false},
+    Reseed::kStartOfJob};
+constexpr BilevelMember kLightnessWholeError = {
+    Sense::kLightness, Guard::kNone, {1, kNoCurves, kWholeError, kTwoThirdsDownAfterIgnoredDraw, false},
+    Reseed::kEveryCall};
+constexpr BilevelMember kInkWholeError = {
+    Sense::kInk, Guard::kNone, {1, kNoCurves, kWholeError, kTwoThirdsDownAfterIgnoredDraw, false},
+    Reseed::kEveryCall};
+constexpr BilevelMember kSinglePlane = {
+    Sense::kLightness, Guard::kNone, {1, kNoCurves, kWholeErrorSinglePlane, kDroppedOrAllDown, false},
+    Reseed::kEveryCall};
+
+template <const BilevelMember& kMember>
+struct BilevelPass {
+  static constexpr unsigned kBits = 1;
+  static constexpr const ScanTraits& kScan = kMember.scan;
+
+  Outcome Decide(int v, int s) const {
+    const bool above = v > kThreshold;
+    bool dot = kMember.sense == Sense::kLightness ? !above : above;
+    if (kMember.guard == Guard::kWhite && s == kFullSample) dot = false;
+    if (kMember.guard == Guard::kFull && s == kFullSample) dot = true;
+    return {dot ? 1u : 0u, above ? v - kFullSample : v};
+  }
+};
+
+template <const BilevelMember& kMember>
+int RunBilevel(Engine& engine, const Band& band) {
+  const JobSpec spec{.bits = 1, .reseed = kMember.reseed, .needs_pixels = true, .max_planes = 255};
+  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) {
+    const random_split::PlaneRows rows{engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)};
+    random_split::ScanPlane(BilevelPass<kMember>{}, band, p, rows, engine.random, engine.curves);
+  });
+}
+
+}  // namespace
+
+int BilevelRandomSplit(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
+                       HalftoneFlags flags, BilevelMethod method) {
+  const Band band = Band::Make(src, dst, w, h, flags, 1);
+  switch (method) {
+    case BilevelMethod::kLightnessThirdsCurves: return RunBilevel<kLightnessThirdsCurves>(engine, band);
+    case BilevelMethod::kLightnessOneBitJobSeed: return RunBilevel<kLightnessOneBitJobSeed>(engine, band);
+    case BilevelMethod::kInkThirdsFullGuard: return RunBilevel<kInkThirdsFullGuard>(engine, band);
+    case BilevelMethod::kInkQuarters: return RunBilevel<kInkQuarters>(engine, band);
+    case BilevelMethod::kLightnessWholeError: return RunBilevel<kLightnessWholeError>(engine, band);
+    case BilevelMethod::kInkWholeError: return RunBilevel<kInkWholeError>(engine, band);
+  }
+  return kErrOutOfContract;
+}
+
+int BilevelSinglePlane(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h) {
+  if (w == 0 || h == 0) return kErrOutOfContract;
+  constexpr std::uint32_t kOnePlane = 1u << 8;
+  const Band band = Band::Make(src, dst, w, h, HalftoneFlags{kOnePlane}, 1);
+  // Private rows made per call; the job buffers of the other routines are left alone.
+  std::vector<std::int16_t> a(w), b(w);
+  band.ClearOutput();
+  engine.SeedFromClock();
+  random_split::ScanPlane(BilevelPass<kSinglePlane>{}, band, 0, {a.data(), b.data(), nullptr}, engine.random,
+                          engine.curves);
+  return kOk;
+}
+
+}  // namespace halftone

@@ -1,0 +1,104 @@
+// Grouped four-level diffusion and its single-dot-size relatives. A two-bit draw sends a
+// pixel's whole error along the row, whole down, or half to each; the band's last row splits in
+// thirds into the band-carry row whatever its direction, so every band hands error to the next.
+// The members differ only in the decision: four levels from the level values with raw-sample
+// vetoes, four fixed levels, or one drop size against a fixed threshold.
+#include "diffusion/four_level.h"
+#include "diffusion/random_split.h"
+#include "diffusion/random_split_scan.h"
+#include "frame/job.h"
+
+namespace halftone {
+
+namespace {
+
+using random_split::kHalvesThenThirds;
+using random_split::kTwoThirdsDownAfterIgnoredDraw;
+using random_split::Outcome;
+using random_split::ScanTraits;
+
+constexpr ScanTraits kGroupedScan = {
+    .draw_bits = 2,
+    .curve_terms = true,
+    .splits = kHalvesThenThirds,
+    .inner_row_end = kTwoThirdsDownAfterIgnoredDraw,
+    .ltr_last_end_reads_b = false,
+};
+
+// required: identical to the grouped scan except that the pixel ending a left-to-right last
+// row is decided on working row B.
+constexpr ScanTraits kSingleDotScan = {
+    .draw_bits = 2,
+    .curve_terms = true,
+    .splits = kHalvesThenThirds,
+    .inner_row_end = kTwoThirdsDownAfterIgnoredDraw,
+    .ltr_last_end_reads_b = true,
+};
+
+constexpr unsigned kTwoBits = 2;
+
+// Levels L0..L3 from the level values; the raw sample vetoes levels on the wrong side of it.
+struct LevelValuesPass {
+  static constexpr unsigned kBits = kTwoBits;
+  static constexpr const ScanTraits& kScan = kGroupedScan;
+  FourLevels lv;
+  Outcome Decide(int v, int s) const {
+    const unsigned code = DecideFourLevel(lv, v, s);
+    return {code, v - lv.Level(code)};
+  }
+};
+
+// required: fixed thresholds that are not the midpoints of the fixed levels, so mid-tones lean
+// towards the larger drop; the raw sample plays no part.
+constexpr int kFixedThresholds[] = {64, 128, 192};
+constexpr int kFixedLevels[] = {0, 85, 170, 255};  // level of code 3, 2, 1, 0
+
+struct FixedLevelsPass {
+  static constexpr unsigned kBits = kTwoBits;
+  static constexpr const ScanTraits& kScan = kGroupedScan;
+  Outcome Decide(int v, int) const {
+    unsigned i = 0;
+    while (i < 3 && v > kFixedThresholds[i]) ++i;
+    return {kCodeL0 - i, v - kFixedLevels[i]};
+  }
+};
+
+// One drop size: a dot (level 0) at or below the threshold, paper (255) above it.
+constexpr int kSingleDotThreshold = 128;
+constexpr int kPaper = 255;
+
+template <unsigned kDotCode>
+struct SingleDotPass {
+  static constexpr unsigned kBits = kTwoBits;
+  static constexpr const ScanTraits& kScan = kSingleDotScan;
+  Outcome Decide(int v, int) const {
+    if (v <= kSingleDotThreshold) return {kDotCode, v};
+    return {0, v - kPaper};
+  }
+};
+
+template <class Pass>
+int RunGrouped(Engine& engine, const Band& band, const Pass& pass) {
+  const JobSpec spec{.bits = kTwoBits, .reseed = Reseed::kEveryCall, .needs_pixels = true, .max_planes = 255};
+  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) {
+    const random_split::PlaneRows rows{engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)};
+    random_split::ScanPlane(pass, band, p, rows, engine.random, engine.curves);
+  });
+}
+
+}  // namespace
+
+int GroupedFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
+                     HalftoneFlags flags, GroupedMethod method) {
+  const Band band = Band::Make(src, dst, w, h, flags, kTwoBits);
+  switch (method) {
+    case GroupedMethod::kLevelValues: return RunGrouped(engine, band, LevelValuesPass{FourLevels::From(engine.levels)});
+    case GroupedMethod::kFixedLevels: return RunGrouped(engine, band, FixedLevelsPass{});
+    case GroupedMethod::kSmallDotOnly: return RunGrouped(engine, band, SingleDotPass<kCodeL2>{});
+    case GroupedMethod::kMediumDotOnly: return RunGrouped(engine, band, SingleDotPass<kCodeL1>{});
+    case GroupedMethod::kLargeDotOnly: return RunGrouped(engine, band, SingleDotPass<kCodeL0>{});
+  }
+  return kErrOutOfContract;
+}
+
+}  // namespace halftone
