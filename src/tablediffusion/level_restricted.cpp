@@ -5,6 +5,8 @@
 // neighbouring dot sizes carries it. The tone curve of the print mode is added to the error at
 // every second column, and the bias matrix, added to each next row as it is loaded, breaks up
 // the regular textures diffusion forms in flat areas.
+#include <algorithm>
+
 #include "frame/job.h"
 #include "tablediffusion/curve_term.h"
 #include "tablediffusion/error_shares.h"
@@ -111,7 +113,11 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const Levels& lv
   };
   auto pixel_value = [](int v, int entry) { return M.rows_hold_input ? entry : v + entry; };
 
-  if (h == 0) return;
+  if (h == 0) {
+    // An empty band has no row 0 to load, but it still uses up the carried error.
+    std::fill(carry, carry + w, std::int16_t{0});
+    return;
+  }
   for (std::size_t x = 0; x < w; ++x) {
     a[x] = Store16(start_value(0, x) + carry[x]);
     carry[x] = 0;
