@@ -207,18 +207,37 @@ HALFTONE_API int suiruiskao10(unsigned char *src, unsigned char *dst, unsigned i
 HALFTONE_API int CrisixOut_double(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 
 /* ---- Table-driven diffusion, 16-bit integer ---------------------------------------------- */
+/* Error rows are 16-bit; a band carries into the next only when its last row runs backward
+ * (an even row count); highforces keeps its last row's errors in either direction. */
 
+/* Bilevel, carry preset -35, bias min(v, 31, 255 - v) at odd x of backward rows only; 2/3 or
+ * 1/2 ahead by level band (limits 216/166 forward, 213/179 backward); seeds at job start. */
 HALFTONE_API int sdiufiavs2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Bilevel, carry preset -25, mid-tone bias up to 31; splits and limits as sdiufiavs4. */
 HALFTONE_API int sdiufiavs3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Four levels 0/85/170/255 at 64/128/192, carry preset -13, level bias bytes at even x forward
+ * and odd x backward; 2/3 or 3/4 ahead by parity, random in mid-tones, all or halves in darks. */
 HALFTONE_API int sdiufiavs4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Bilevel halving diffusion: ahead e/2 truncated, the rest down; no bias, no draws. */
 HALFTONE_API int suiruiskao8(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Bilevel, bias min(v, 8, 255 - v), four level bands (229/203/176), halves truncated. */
 HALFTONE_API int suiruiskao11(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Bilevel, whole error to one neighbour on a 13-step per-plane cycle that runs on across
+ * bands (reset at job start); at most 4 planes, zero w or h refused. */
 HALFTONE_API int highforces(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Bilevel, bias matrix (PuaningFa13) tiled at period 240, curve B/A terms, thirds by direction. */
 HALFTONE_API int Kaocosyx1(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Bilevel, no matrix, curve A at odd x backward, quarter/third splits by a random bit. */
 HALFTONE_API int Kaocosyx10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Four levels L0..L3, each pixel restricted to the two levels around its input; bias matrix
+ * (PuaningFa13) tiled at period 256, curve A/B terms every other column, halves. */
 HALFTONE_API int Kaocosyx13(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Kaocosyx13 without the matrix; the whole error goes ahead or down by a random bit. */
 HALFTONE_API int Kaocosyx14(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+/* Bilevel halving; the layer table (NiceMents) adds a per-level 16 x 16 tile term to each
+ * pixel, the tile restarting with every band; seeds at job start. */
 HALFTONE_API int CrisixOut(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+/* Bilevel, curve terms, thirds, halves or whole error by level band and random draws. */
 HALFTONE_API int CrisixOut31(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Matrix, pattern and table loaders (files under "<host folder>/Moths/") -------------- */

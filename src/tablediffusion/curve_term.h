@@ -1,0 +1,31 @@
+// The tone-curve term the table-driven diffusions add to a pixel's error at the columns of one
+// parity: the current curve A or B of the print mode, indexed by the pixel's input level.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/engine.h"
+
+namespace halftone {
+
+enum class Curve : std::uint8_t { kNone, kA, kB };
+
+// A curve term added at the columns of one parity of a scan direction.
+struct CurveTerm {
+  Curve curve = Curve::kNone;
+  std::size_t parity = 0;  // 0: even columns, 1: odd columns
+};
+
+template <CurveTerm T>
+inline int CurveBias(const Engine& engine, int v, std::size_t x) {
+  if constexpr (T.curve == Curve::kNone) {
+    return 0;
+  } else {
+    if ((x & 1) != T.parity) return 0;
+    const ToneCurve& curve = T.curve == Curve::kA ? engine.curves.a() : engine.curves.b();
+    return curve[static_cast<std::size_t>(v)];
+  }
+}
+
+}  // namespace halftone

@@ -1,0 +1,184 @@
+// Serpentine integer diffusion with level-keyed bias bytes. Each pixel's error goes two ways,
+// ahead along the row and straight down, and the share sent ahead depends on how light the
+// input is: light areas get a fixed split alternating by column, so their sparse dots stay
+// evenly spaced; mid-tones pick between two splits at random to break up worms; dark areas
+// pick between all-ahead and halves, which clusters the few white gaps less. A bias byte from
+// a built-in table, keyed by the input level, is added to the error at every second column,
+// and the carry row starts each job slightly negative so the first rows print a little dark.
+#include <array>
+
+#include "frame/job.h"
+#include "tablediffusion/error_shares.h"
+#include "tablediffusion/integer_diffusion.h"
+
+namespace halftone {
+namespace {
+
+// A band of input levels sharing one split rule; the lowest level of a band differs between
+// forward and backward rows for most members.
+struct LevelBand {
+  int lowest_ltr;
+  int lowest_rtl;
+  ShareChoice choice;
+};
+
+struct LevelBiasTraits {
+  unsigned bits;                // 1: bilevel at 128; 2: four levels 0/85/170/255
+  std::int16_t carry_preset;    // every carry entry at the start of a job
+  const LevelBiasTable* bias;   // null: no bias
+  bool bias_ltr_even;           // bias added at even columns of forward rows
+  bool bias_rtl_odd;            // bias added at odd columns of backward rows
+  std::size_t band_count;
+  std::array<LevelBand, 4> bands;  // lightest band first; the last band starts at level 0
+};
+
+constexpr ShareRule kTwoThirds{2, 3, Rounding::kTrunc, true};
+constexpr ShareRule kThreeQuartersFloor{3, 4, Rounding::kFloor, true};
+constexpr ShareRule kHalfFloor{1, 2, Rounding::kFloor, true};
+constexpr ShareRule kHalfTrunc{1, 2, Rounding::kTrunc, true};
+
+constexpr ShareChoice ByParity(ShareRule even, ShareRule odd) { return {Selector::kParity, {even, odd, even, odd}}; }
+constexpr ShareChoice ByBit(ShareRule bit0, ShareRule bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
+
+// required: the band limits differ between the two scan directions (216/166 forward against
+// 213/185 or 213/179 backward).
+constexpr LevelBiasTraits kFourLevel{
+    2, -13, &kFourLevelBias, true, true, 3,
+    {{{216, 213, ByParity(kTwoThirds, kThreeQuartersFloor)},
+      {166, 185, ByBit(kTwoThirds, kThreeQuartersFloor)},
+      {0, 0, ByBit(kHalfFloor, kAllAhead)}}}};
+
+constexpr LevelBiasTraits kBilevelWide{
+    1, -25, &kBilevelWideBias, true, true, 3,
+    {{{216, 213, ByParity(kTwoThirds, kThreeQuartersFloor)},
+      {166, 185, ByBit(kTwoThirds, kThreeQuartersFloor)},
+      {0, 0, ByBit(kHalfFloor, kAllAhead)}}}};
+
+// required: forward rows never add this member's bias.
+constexpr LevelBiasTraits kBilevelHalves{
+    1, -35, &kBilevelHalvesBias, false, true, 3,
+    {{{216, 213, ByParity(kTwoThirds, kHalfFloor)},
+      {166, 179, ByBit(kTwoThirds, kHalfFloor)},
+      {0, 0, ByBit(kHalfFloor, kAllAhead)}}}};
+
+constexpr LevelBiasTraits kBilevelLight{
+    1, 0, &kBilevelLightBias, true, true, 4,
+    {{{229, 229, Always(kTwoThirds)},
+      {203, 203, ByParity(kHalfTrunc, kTwoThirds)},
+      {176, 176, ByBit(kHalfTrunc, kTwoThirds)},
+      {0, 0, ByBit(kHalfTrunc, kAllAhead)}}}};
+
+constexpr LevelBiasTraits kBilevelHalving{1, 0, nullptr, false, false, 1, {{{0, 0, Always(kHalfTrunc)}}}};
+
+// Fixed four-level quantiser: thresholds 64/128/192 against levels 0/85/170/255, first match.
+constexpr int kFourThreshold[3] = {64, 128, 192};
+constexpr int kFourLevelValue[4] = {0, 85, 170, 255};
+constexpr int kBilevelThreshold = 128;
+constexpr int kWhite = 255;
+
+// Quantises s into the dot row at x and returns the error.
+template <unsigned Bits>
+inline int Quantise(int s, std::uint8_t* out, std::size_t x) {
+  if constexpr (Bits == 1) {
+    if (s <= kBilevelThreshold) {
+      PutDot(out, x);
+      return s;
+    }
+    return s - kWhite;
+  } else {
+    for (unsigned i = 0; i < 3; ++i) {
+      if (s <= kFourThreshold[i]) {
+        PutCode2(out, x, 3 - i);
+        return s - kFourLevelValue[i];
+      }
+    }
+    return s - kFourLevelValue[3];
+  }
+}
+
+template <const LevelBiasTraits& M>
+inline Shares Split(int v, int e, std::size_t x, bool ltr, RandomBitSource& random) {
+  for (std::size_t i = 0; i < M.band_count; ++i) {
+    const LevelBand& band = M.bands[i];
+    if (v >= (ltr ? band.lowest_ltr : band.lowest_rtl)) return Apply(Pick(band.choice, x, random), e);
+  }
+  return Apply(Pick(M.bands[M.band_count - 1].choice, x, random), e);
+}
+
+// The working rows hold bare error; the input level is added when a pixel is quantised.
+template <const LevelBiasTraits& M>
+void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
+  const std::size_t w = band.w, h = band.h;
+  std::int16_t* a = engine.rows.a();
+  std::int16_t* b = engine.rows.b();
+  std::int16_t* carry = engine.rows.carry(p, w);
+  RandomBitSource& random = engine.random;
+
+  for (std::size_t x = 0; x < w; ++x) {
+    a[x] = carry[x];
+    carry[x] = 0;
+  }
+
+  for (std::size_t y = 0; y < h; ++y) {
+    const std::uint8_t* in = band.In(y, p);
+    std::uint8_t* out = band.Out(y, p);
+    const bool last_row = y + 1 >= h;
+
+    if ((y & 1) == 0) {
+      // Forward: quantise A, the next row's errors go into B.
+      for (std::size_t x = 0; x < w; ++x) {
+        const int v = in[x];
+        int e = Quantise<M.bits>(v + a[x], out, x);
+        if constexpr (M.bias_ltr_even) {
+          if ((x & 1) == 0) e += (*M.bias)[v];
+        }
+        const Shares s = Split<M>(v, e, x, true, random);
+        if (x + 1 < w) a[x + 1] = Store16(a[x + 1] + s.ahead);
+        // required: a forward last row still writes B, so an odd-height band carries nothing.
+        b[x] = Store16(s.down);
+      }
+    } else {
+      // Backward: quantise B, the next row's errors go into A, or into the carry row when
+      // this is the band's last row.
+      for (std::size_t x = w; x-- > 0;) {
+        const int v = in[x];
+        int e = Quantise<M.bits>(v + b[x], out, x);
+        if constexpr (M.bias_rtl_odd) {
+          if ((x & 1) == 1) e += (*M.bias)[v];
+        }
+        const Shares s = Split<M>(v, e, x, false, random);
+        if (x > 0) b[x - 1] = Store16(b[x - 1] + s.ahead);
+        if (last_row)
+          carry[x] = Store16(s.down);
+        else
+          a[x] = Store16(s.down);
+      }
+    }
+  }
+}
+
+template <const LevelBiasTraits& M>
+int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
+        HalftoneFlags flags) {
+  const Band band = Band::Make(src, dst, w, h, flags, M.bits);
+  // Rows are scanned with plain y < h and x < w loops: zero sizes simply halftone nothing.
+  const JobSpec spec{.bits = M.bits, .reseed = Reseed::kStartOfJob, .needs_pixels = false, .max_planes = 255};
+  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) { DiffusePlane<M>(engine, band, p); },
+                    M.carry_preset);
+}
+
+}  // namespace
+
+int LevelBiasDiffusion(Engine& engine, LevelBiasMember member, const std::uint8_t* src, std::uint8_t* dst,
+                       std::size_t w, std::size_t h, HalftoneFlags flags) {
+  switch (member) {
+    case LevelBiasMember::kFourLevel: return Run<kFourLevel>(engine, src, dst, w, h, flags);
+    case LevelBiasMember::kBilevelWide: return Run<kBilevelWide>(engine, src, dst, w, h, flags);
+    case LevelBiasMember::kBilevelHalves: return Run<kBilevelHalves>(engine, src, dst, w, h, flags);
+    case LevelBiasMember::kBilevelLight: return Run<kBilevelLight>(engine, src, dst, w, h, flags);
+    case LevelBiasMember::kBilevelHalving: return Run<kBilevelHalving>(engine, src, dst, w, h, flags);
+  }
+  return kErrOutOfContract;
+}
+
+}  // namespace halftone

@@ -1,0 +1,181 @@
+// Level-restricted serpentine diffusion biased by the current tone curves and, for two members,
+// a tiled bias matrix. The four-level members let a pixel take only one of the two output
+// levels around its own input level, so diffused error can never put a large drop into a
+// light area or leave a hole in a dark one: the error still moves, but only the choice between
+// neighbouring dot sizes carries it. The tone curve of the print mode is added to the error at
+// every second column, and the bias matrix, added to each next row as it is loaded, breaks up
+// the regular textures diffusion forms in flat areas.
+#include <algorithm>
+
+#include "frame/job.h"
+#include "tablediffusion/curve_term.h"
+#include "tablediffusion/error_shares.h"
+#include "tablediffusion/integer_diffusion.h"
+
+namespace halftone {
+namespace {
+
+struct LevelRestrictedTraits {
+  unsigned bits;            // 2: level-restricted on L0..L3; 1: dot at 128
+  std::size_t period;       // tiling period of the bias matrix; 0: no matrix
+  bool rows_hold_input;     // working rows hold input + noise + error, else noise + error only
+  CurveTerm ltr, rtl;
+  ShareChoice split_ltr, split_rtl;
+};
+
+constexpr ShareRule kHalfAhead{1, 2, Rounding::kTrunc, true};
+constexpr ShareRule kThirdDown{1, 3, Rounding::kTrunc, false};
+constexpr ShareRule kTwoThirdsAhead{2, 3, Rounding::kTrunc, true};
+constexpr ShareRule kQuarterAhead{1, 4, Rounding::kTrunc, true};
+constexpr ShareRule kThreeQuartersDown{3, 4, Rounding::kTrunc, false};
+
+constexpr ShareChoice ByBit(ShareRule bit0, ShareRule bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
+
+constexpr std::size_t kWidePeriod = 256;
+constexpr std::size_t kNarrowPeriod = 240;
+
+constexpr LevelRestrictedTraits kMatrixFourLevel{2, kWidePeriod, true, {Curve::kA, 1}, {Curve::kB, 0},
+                                                 Always(kHalfAhead), Always(kHalfAhead)};
+constexpr LevelRestrictedTraits kRandomFourLevel{2, 0, true, {Curve::kA, 1}, {Curve::kB, 0},
+                                                 ByBit(kAllDown, kAllAhead), ByBit(kAllDown, kAllAhead)};
+constexpr LevelRestrictedTraits kMatrixBilevel{1, kNarrowPeriod, false, {Curve::kB, 0}, {Curve::kA, 1},
+                                               Always(kThirdDown), Always(kTwoThirdsAhead)};
+// required: forward rows of this member add no curve term.
+constexpr LevelRestrictedTraits kRandomBilevel{1, 0, false, {Curve::kNone, 0}, {Curve::kA, 1},
+                                               ByBit(kThreeQuartersDown, kThirdDown),
+                                               ByBit(kQuarterAhead, kTwoThirdsAhead)};
+
+constexpr int kBilevelThreshold = 128;
+constexpr int kWhite = 255;
+constexpr int kTopLevel = 255;
+
+// Levels L0..L3 (codes 3..0) and the floored midpoints between them.
+struct Levels {
+  int level[4];  // by code: level[3] = L0 ... level[0] = L3
+  int L1, L2, t1, t2, t3;
+  static Levels From(const LevelValues& lv) {
+    const int l0 = lv.L[0], l1 = lv.L[1], l2 = lv.L[2], l3 = lv.L[3];
+    return {{l3, l2, l1, l0}, l1, l2, (l0 + l1) >> 1, (l1 + l2) >> 1, (l2 + l3) >> 1};
+  }
+};
+
+// The two codes around input level v and the split between them; s at or below the split
+// takes the darker code. Returns the error.
+inline int QuantiseRestricted(const Levels& lv, int v, int s, std::uint8_t* out, std::size_t x) {
+  unsigned dark;
+  int split;
+  if (v <= lv.L1) {
+    dark = 3;
+    split = lv.t1;
+  } else if (v <= lv.L2) {
+    dark = 2;
+    split = lv.t2;
+  } else {
+    dark = 1;
+    // required: the top level splits at the middle midpoint, so white turns light sooner.
+    split = v == kTopLevel ? lv.t2 : lv.t3;
+  }
+  const unsigned code = s <= split ? dark : dark - 1;
+  if (code != 0) PutCode2(out, x, code);
+  return s - lv.level[code];
+}
+
+template <unsigned Bits>
+inline int Quantise(const Levels& lv, int v, int s, std::uint8_t* out, std::size_t x) {
+  if constexpr (Bits == 2) {
+    return QuantiseRestricted(lv, v, s, out, x);
+  } else {
+    // No guard for white: negative error arriving at 255 can make a dot there.
+    if (s <= kBilevelThreshold) {
+      PutDot(out, x);
+      return s;
+    }
+    return s - kWhite;
+  }
+}
+
+template <const LevelRestrictedTraits& M>
+void DiffusePlane(Engine& engine, const Band& band, unsigned p, const Levels& lv) {
+  const std::size_t w = band.w, h = band.h;
+  std::int16_t* a = engine.rows.a();
+  std::int16_t* b = engine.rows.b();
+  std::int16_t* carry = engine.rows.carry(p, w);
+  RandomBitSource& random = engine.random;
+  const auto& matrix = engine.tables.bias;
+
+  // What a row's entry at x starts from before error arrives: input and matrix noise, as the
+  // member keeps them. The matrix tile restarts at its row 0 with every band and plane.
+  auto start_value = [&](std::size_t y, std::size_t x) {
+    int value = 0;
+    if constexpr (M.rows_hold_input) value += band.In(y, p)[x];
+    if constexpr (M.period != 0) value += matrix[y % M.period][x % M.period];
+    return value;
+  };
+  auto pixel_value = [](int v, int entry) { return M.rows_hold_input ? entry : v + entry; };
+
+  if (h == 0) {
+    // An empty band has no row 0 to load, but it still uses up the carried error.
+    std::fill(carry, carry + w, std::int16_t{0});
+    return;
+  }
+  for (std::size_t x = 0; x < w; ++x) {
+    a[x] = Store16(start_value(0, x) + carry[x]);
+    carry[x] = 0;
+  }
+
+  for (std::size_t y = 0; y < h; ++y) {
+    const std::uint8_t* in = band.In(y, p);
+    std::uint8_t* out = band.Out(y, p);
+    const bool last_row = y + 1 >= h;
+    // The next row's start is never read after the band's last row; it is not loaded there.
+    auto next_start = [&](std::size_t x) { return last_row ? 0 : start_value(y + 1, x); };
+
+    if ((y & 1) == 0) {
+      for (std::size_t x = 0; x < w; ++x) {
+        const int v = in[x];
+        int e = Quantise<M.bits>(lv, v, pixel_value(v, a[x]), out, x);
+        e += CurveBias<M.ltr>(engine, v, x);
+        const Shares s = Apply(Pick(M.split_ltr, x, random), e);
+        if (x + 1 < w) a[x + 1] = Store16(a[x + 1] + s.ahead);
+        // required: a forward last row adds its down shares to B, so only even-height bands carry.
+        b[x] = Store16(next_start(x) + s.down);
+      }
+    } else {
+      for (std::size_t x = w; x-- > 0;) {
+        const int v = in[x];
+        int e = Quantise<M.bits>(lv, v, pixel_value(v, b[x]), out, x);
+        e += CurveBias<M.rtl>(engine, v, x);
+        const Shares s = Apply(Pick(M.split_rtl, x, random), e);
+        if (x > 0) b[x - 1] = Store16(b[x - 1] + s.ahead);
+        if (last_row)
+          carry[x] = Store16(s.down);
+        else
+          a[x] = Store16(next_start(x) + s.down);
+      }
+    }
+  }
+}
+
+template <const LevelRestrictedTraits& M>
+int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
+        HalftoneFlags flags) {
+  const Band band = Band::Make(src, dst, w, h, flags, M.bits);
+  const Levels lv = Levels::From(engine.levels);
+  const JobSpec spec{.bits = M.bits, .reseed = Reseed::kEveryCall, .needs_pixels = false, .max_planes = 255};
+  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) { DiffusePlane<M>(engine, band, p, lv); });
+}
+
+}  // namespace
+
+int LevelRestrictedDiffusion(Engine& engine, LevelRestrictedMember member, const std::uint8_t* src,
+                             std::uint8_t* dst, std::size_t w, std::size_t h, HalftoneFlags flags) {
+  switch (member) {
+    case LevelRestrictedMember::kMatrixFourLevel: return Run<kMatrixFourLevel>(engine, src, dst, w, h, flags);
+    case LevelRestrictedMember::kRandomFourLevel: return Run<kRandomFourLevel>(engine, src, dst, w, h, flags);
+    case LevelRestrictedMember::kMatrixBilevel: return Run<kMatrixBilevel>(engine, src, dst, w, h, flags);
+    case LevelRestrictedMember::kRandomBilevel: return Run<kRandomBilevel>(engine, src, dst, w, h, flags);
+  }
+  return kErrOutOfContract;
+}
+
+}  // namespace halftone
