@@ -71,6 +71,14 @@ TEST(FourWayDiffusion, LookupLevel128PrintsAnd129DoesNot) {
   EXPECT_EQ(Diffuse(src, 2, 1, lookup.data(), 3)[0], 0x40);
 }
 
+// h = 1, seed 1: directions 1, 3, 2 all point below, so every error is dropped and the row
+// 100 100 100 prints three dots (had x0's +100 gone along, x1 = 200 would be blank).
+TEST(FourWayDiffusion, SingleRowMovesOnlyAlong) {
+  const auto lookup = Identity();
+  auto src = Raster({{100, 100, 100, 0}});
+  EXPECT_EQ(Diffuse(src, 3, 1, lookup.data(), 1)[0], 0xE0);
+}
+
 // w = 1: only "below" moves error. Seed 0 draws 38, 7719, 21238: directions 2, 3, 2.
 // Column 100, 100, 40 with lookup[40] = 160:
 //   y0 100 dot, +100, dir 2 -> y1 = 200;  y1 blank, -55, dir 3: no pixel behind, dropped
