@@ -70,8 +70,8 @@ HALFTONE_API int shdeiznc45kdi(unsigned char*, unsigned char*, int, int, int*, u
 namespace halftone {
 
 std::span<const MethodRow> RotatedMethods() {
-  static constexpr const char* kRotated = "rotated bilevel diffusion with level lookup";
-  static constexpr const char* kFourWay = "four-way random bilevel diffusion with level lookup";
+  static constexpr const char* kRotated = "rotated diffusion, level lookup";
+  static constexpr const char* kFourWay = "four-way diffusion, level lookup";
   static const MethodRow rows[] = {
       {"sdicxx78xy", kRotated,
        "bilevel, serpentine, error down or along by a 1-bit draw; turned a quarter, last row left unturned", 1,
