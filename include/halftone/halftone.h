@@ -293,26 +293,59 @@ HALFTONE_API int WindowTextAM1(unsigned char *src, unsigned char *dst, unsigned 
 HALFTONE_API int WindowTextAM(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Rotated and four-way bilevel diffusion with level lookup (one plane, no flags) ------ */
+/* One plane of w x h samples (src rows ((w * 8 + 31) >> 5) * 4 bytes apart) is mapped through
+ * lookup[256] (signed; identity gives plain 0..255 diffusion) and diffused serpentine to 1 bit a
+ * pixel, a dot where the value is below 129. The random choice uses the library's own copy of
+ * the C runtime rand() (state * 214013 + 2531011, 15-bit result), per calling thread, seeded
+ * from the clock at every call (halftone_set_fixed_time applies). Every call is a whole job; the
+ * sixth argument is not read. Returns 0, or 20401 for w or h below 1 or a NULL src, dst or lookup.
+ * TURNED members write w rows of ((h + 31) >> 5) * 4 bytes, ROWS members h rows of
+ * ((w + 31) >> 5) * 4 bytes, and clear exactly that before writing.
+ * sdicxx78xy and ixndiwkc76y also OR the last input row, unturned, into the buffer from byte
+ * (h - 1) * ((w + 31) >> 5) * 4 on: their buffer must hold the larger of
+ * w * ((h + 31) >> 5) * 4 and h * ((w + 31) >> 5) * 4 bytes, and bytes past the cleared part
+ * are OR-ed into, not cleared. The reference forms write through dst and never replace it. */
 
 #ifdef __cplusplus
 #  define HALFTONE_DST_REF unsigned char *&dst
 #else
 #  define HALFTONE_DST_REF unsigned char **dst
 #endif
+/* Turned a quarter: input (x, y) at output row w - 1 - x, column h - 1 - y; the last input
+ * row unturned (above), so output column 0 stays empty. */
 HALFTONE_API int sdicxx78xy(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+/* Transposed: input (x, y) at output row x, column y; the last input row unturned, so output
+ * column h - 1 stays empty. */
 HALFTONE_API int ixndiwkc76y(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+/* Turned a quarter like sdicxx78xy, the last input row too (output column 0 filled). */
 HALFTONE_API int ghskdjiekld(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+/* Transposed like ixndiwkc76y, the last input row too. */
 HALFTONE_API int tishduth29dmc(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+/* Not turned: input row y at output row h - 1 - y. */
 HALFTONE_API int nchsuw56xd(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+/* Forward (even) rows at their own output row; backward rows and the last row at output row
+ * h - 1 - y, byte (w - 1 - x) / 8, bit (x + 8 - h % 8) % 8 from the least significant bit. */
 HALFTONE_API int fdxin324c(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+/* Whole error to one of four neighbours (along, below ahead, below, below behind) by a 2-bit
+ * draw; output row for row, pixel x of row y at output row y. */
 HALFTONE_API int kajdjigc23kdh(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+/* xinskdn34skx and shdeiznc45kdi exist only so that hosts resolving every name load: they
+ * read and write nothing and return HALFTONE_ERR_NOT_PROVIDED (20501). */
 HALFTONE_API int xinskdn34skx(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
 HALFTONE_API int shdeiznc45kdi(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
 
 /* ---- Job signalling ---------------------------------------------------------------------- */
+/* A pair of unnamed auto-reset events for pacing the host's printing threads: "ready" is made
+ * signalled, "done" not; the library never sets either. */
 
+/* Makes both events and clears the job record. Returns 0. */
 HALFTONE_API int khjhusecx(void);
+/* Waits on "done" up to 50 times `timeout` milliseconds, then on "ready" up to 30 times.
+ * Returns 0 when both came in time, 1 when "done" never came but "ready" did, 2 when "ready"
+ * never came. Right after khjhusecx that is 1 (after 50 timeouts); the next call gives 2.
+ * Events never made or closed end their wait at once: 0 without delay. */
 HALFTONE_API int sinxcdke34i(unsigned int timeout);
+/* Closes both events; harmless when already closed. Returns 1. */
 HALFTONE_API int giwncwcg7w(void);
 
 #ifdef __cplusplus

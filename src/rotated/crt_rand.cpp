@@ -1,0 +1,10 @@
+#include "rotated/crt_rand.h"
+
+namespace halftone {
+
+CrtRand& ThreadCrtRand() {
+  thread_local CrtRand generator;
+  return generator;
+}
+
+}  // namespace halftone

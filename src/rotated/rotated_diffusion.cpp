@@ -1,0 +1,202 @@
+// Serpentine bilevel diffusion through a lookup table, handed back turned, transposed or
+// flipped. One pass serves all six members; a member is only where its dots land.
+#include <cstring>
+#include <vector>
+
+#include "rotated/lookup_common.h"
+#include "rotated/lookup_diffusion.h"
+
+namespace halftone {
+namespace {
+
+using lookup_detail::AddWrapped;
+using lookup_detail::BitRowBytes;
+using lookup_detail::Quantise;
+using lookup_detail::Quantised;
+
+// The draw's lowest bit: 1 sends the error straight down, 0 along the row.
+inline constexpr unsigned kDownBit = 1u;
+inline constexpr std::size_t kBitsPerByte = 8;
+
+// The caller's output buffer and the two row lengths a member may lay it out with.
+struct Placement {
+  std::uint8_t* dst;
+  std::size_t w;
+  std::size_t h;
+  std::size_t column_row_bytes;  // an output row holding one input column: h pixels
+  std::size_t flat_row_bytes;    // an output row holding one input row: w pixels
+
+  // Input (x, y) turned a quarter: output row w - 1 - x, column h - 1 - y.
+  void Turned(std::size_t x, std::size_t y) const { PutDot(dst + (w - 1 - x) * column_row_bytes, h - 1 - y); }
+  // Input (x, y) transposed: output row x, column y.
+  void Transposed(std::size_t x, std::size_t y) const { PutDot(dst + x * column_row_bytes, y); }
+  // Input (x, y) at output row `out_row` of the unturned layout, column x.
+  void Flat(std::size_t out_row, std::size_t x) const { PutDot(dst + out_row * flat_row_bytes, x); }
+  // required: backward rows of the mixed member go to output row h - 1 - y with the byte
+  // order mirrored but the bit inside the byte set by x and the height, counted from the
+  // least significant bit. Not a mirror image; it is what hosts of this member expect.
+  void MirroredByHeight(std::size_t x, std::size_t y) const {
+    const std::size_t bit = (x + kBitsPerByte - h % kBitsPerByte) % kBitsPerByte;
+    std::uint8_t& byte = dst[(h - 1 - y) * flat_row_bytes + (w - 1 - x) / kBitsPerByte];
+    byte = static_cast<std::uint8_t>(byte | (1u << bit));
+  }
+};
+
+// What each member clears before diffusing.
+enum class ClearedArea { kColumnRows, kFlatRows };
+
+// Member traits: Body places a dot of rows 0 .. h - 2, Last a dot of row h - 1.
+struct TurnedLastRowFlat {
+  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
+  // required: the last input row is not turned but written as row h - 1 of a w-wide plane,
+  // over the turned rows; output column 0 thus never receives a turned dot.
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
+};
+struct TransposedLastRowFlat {
+  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
+  // required: as above; output column h - 1 stays empty of transposed dots.
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
+};
+struct TurnedAll {
+  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
+};
+struct TransposedAll {
+  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
+};
+struct RowsReversed {
+  static constexpr ClearedArea kCleared = ClearedArea::kFlatRows;
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
+};
+struct Mixed {
+  static constexpr ClearedArea kCleared = ClearedArea::kFlatRows;
+  // required: forward rows go straight to their own output row, backward rows elsewhere;
+  // rows that meet on one output row are OR-ed together.
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool forward) {
+    if (forward)
+      p.Flat(y, x);
+    else
+      p.MirroredByHeight(x, y);
+  }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.MirroredByHeight(x, y); }
+};
+
+std::size_t ClearedBytes(ClearedArea area, std::size_t w, std::size_t h) {
+  return area == ClearedArea::kColumnRows ? w * BitRowBytes(h) : h * BitRowBytes(w);
+}
+
+// Serpentine over the plane: even rows left to right, odd rows right to left. The row below
+// is looked up as the scan passes over it, then takes the error when the draw says "down";
+// otherwise the error goes to the following pixel of the row, and is lost at the row's end.
+// The dots are OR-ed straight into the cleared output: OR-ing commutes, so this equals
+// staging the plane and turning it afterwards.
+template <class Member>
+void DiffusePlane(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
+  const std::size_t w = static_cast<std::size_t>(plane.w);
+  const std::size_t h = static_cast<std::size_t>(plane.h);
+  const std::size_t stride = RasterStride(w);
+  const std::int32_t* lookup = plane.lookup;
+  std::vector<std::int32_t> row_a(w);
+  std::vector<std::int32_t> row_b(w);
+
+  const Placement out{plane.dst, w, h, BitRowBytes(h), BitRowBytes(w)};
+  // required: only the member's own area is cleared; the unturned last row of the
+  // *LastRowFlat members may reach past it into bytes the caller provides.
+  std::memset(out.dst, 0, ClearedBytes(Member::kCleared, w, h));
+  rng.Seed(seed);
+  for (std::size_t x = 0; x < w; ++x) row_a[x] = lookup[plane.src[x]];
+
+  std::size_t y = 0;
+  for (; y + 1 < h; ++y) {
+    const bool forward = y % 2 == 0;
+    std::int32_t* cur = forward ? row_a.data() : row_b.data();
+    std::int32_t* next = forward ? row_b.data() : row_a.data();
+    const std::uint8_t* below = plane.src + (y + 1) * stride;
+    for (std::size_t i = 0; i < w; ++i) {
+      const std::size_t x = forward ? i : w - 1 - i;
+      const Quantised q = Quantise(cur[x]);
+      if (q.dot) Member::Body(out, x, y, forward);
+      next[x] = lookup[below[x]];
+      if (rng.Next() & kDownBit) {
+        next[x] = AddWrapped(next[x], q.error);
+      } else if (i + 1 < w) {
+        const std::size_t ahead = forward ? x + 1 : x - 1;
+        cur[ahead] = AddWrapped(cur[ahead], q.error);
+      }  // required: at the end of the row the error is dropped, not turned downwards
+    }
+  }
+
+  // The last row continues the serpentine. With no row below, "down" drops the error, but
+  // every pixel still draws so the sequence stays aligned.
+  const bool forward = y % 2 == 0;
+  std::int32_t* cur = forward ? row_a.data() : row_b.data();
+  for (std::size_t i = 0; i < w; ++i) {
+    const std::size_t x = forward ? i : w - 1 - i;
+    const Quantised q = Quantise(cur[x]);
+    if (q.dot) Member::Last(out, x, y, forward);
+    if ((rng.Next() & kDownBit) == 0 && i + 1 < w) {
+      const std::size_t ahead = forward ? x + 1 : x - 1;
+      cur[ahead] = AddWrapped(cur[ahead], q.error);
+    }
+  }
+}
+
+ClearedArea AreaOf(RotatedMember member) {
+  switch (member) {
+    case RotatedMember::kRowsReversed:
+    case RotatedMember::kMixed:
+      return ClearedArea::kFlatRows;
+    default:
+      return ClearedArea::kColumnRows;
+  }
+}
+
+}  // namespace
+
+std::size_t RotatedClearedBytes(RotatedMember member, std::size_t w, std::size_t h) {
+  return ClearedBytes(AreaOf(member), w, h);
+}
+
+std::size_t RotatedBufferBytes(RotatedMember member, std::size_t w, std::size_t h) {
+  const std::size_t cleared = RotatedClearedBytes(member, w, h);
+  const bool last_row_flat =
+      member == RotatedMember::kTurnedLastRowFlat || member == RotatedMember::kTransposedLastRowFlat;
+  if (!last_row_flat) return cleared;
+  const std::size_t flat = h * BitRowBytes(w);
+  return cleared > flat ? cleared : flat;
+}
+
+int RotatedLookupDiffusion(RotatedMember member, const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
+  if (!lookup_detail::Admissible(plane)) return kErrOutOfContract;
+  switch (member) {
+    case RotatedMember::kTurnedLastRowFlat:
+      DiffusePlane<TurnedLastRowFlat>(plane, rng, seed);
+      break;
+    case RotatedMember::kTransposedLastRowFlat:
+      DiffusePlane<TransposedLastRowFlat>(plane, rng, seed);
+      break;
+    case RotatedMember::kTurned:
+      DiffusePlane<TurnedAll>(plane, rng, seed);
+      break;
+    case RotatedMember::kTransposed:
+      DiffusePlane<TransposedAll>(plane, rng, seed);
+      break;
+    case RotatedMember::kRowsReversed:
+      DiffusePlane<RowsReversed>(plane, rng, seed);
+      break;
+    case RotatedMember::kMixed:
+      DiffusePlane<Mixed>(plane, rng, seed);
+      break;
+    default:
+      return kErrOutOfContract;
+  }
+  return kOk;
+}
+
+}  // namespace halftone

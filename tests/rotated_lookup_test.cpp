@@ -1,0 +1,333 @@
+// The lookup-table diffusion members: the rand() they draw from, where each member puts a
+// dot, the dots of a small hand-worked plane, the unturned last row and the refusals.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <numeric>
+#include <ostream>
+#include <thread>
+#include <vector>
+
+#include "frame/band.h"
+#include "halftone/halftone.h"
+#include "rotated/crt_rand.h"
+#include "rotated/lookup_diffusion.h"
+
+namespace halftone {
+namespace {
+
+constexpr std::uint8_t kCanary = 0x5A;
+
+std::array<std::int32_t, 256> Identity() {
+  std::array<std::int32_t, 256> t{};
+  std::iota(t.begin(), t.end(), 0);
+  return t;
+}
+
+// A plane of w x h samples, all `fill`, in the host's raster layout.
+struct TestPlane {
+  std::size_t w, h, stride;
+  std::vector<std::uint8_t> bytes;
+  TestPlane(std::size_t w_, std::size_t h_, std::uint8_t fill)
+      : w(w_), h(h_), stride(RasterStride(w_)), bytes(stride * h_, fill) {}
+  std::uint8_t& at(std::size_t x, std::size_t y) { return bytes[y * stride + x]; }
+};
+
+std::vector<std::uint8_t> Diffuse(RotatedMember member, TestPlane& plane, const std::int32_t* lookup,
+                              std::uint32_t seed, std::size_t buffer_bytes = 0) {
+  if (buffer_bytes == 0) buffer_bytes = RotatedBufferBytes(member, plane.w, plane.h);
+  std::vector<std::uint8_t> out(buffer_bytes, kCanary);
+  CrtRand rng;
+  LookupPlane p{plane.bytes.data(), out.data(), static_cast<int>(plane.w), static_cast<int>(plane.h), lookup};
+  EXPECT_EQ(RotatedLookupDiffusion(member, p, rng, seed), kOk);
+  return out;
+}
+
+std::size_t CountBits(const std::vector<std::uint8_t>& bytes) {
+  std::size_t n = 0;
+  for (std::uint8_t b : bytes) n += static_cast<std::size_t>(__builtin_popcount(b));
+  return n;
+}
+
+TEST(CrtRand, KnownSequenceFromSeedOneAndFreshState) {
+  // The Windows C runtime's rand() after srand(1) (and before any srand) starts 41, 18467,
+  // 6334, 26500, 19169: 1 * 214013 + 2531011 = 2745024, and 2745024 >> 16 = 41.
+  const unsigned expected[] = {41, 18467, 6334, 26500, 19169, 15724, 11478, 29358, 26962, 24464};
+  CrtRand seeded;
+  seeded.Seed(1);
+  CrtRand fresh;
+  for (unsigned v : expected) {
+    EXPECT_EQ(seeded.Next(), v);
+    EXPECT_EQ(fresh.Next(), v);
+  }
+  // srand(0): the first state is the increment alone, 2531011 >> 16 = 38.
+  CrtRand zero;
+  zero.Seed(0);
+  EXPECT_EQ(zero.Next(), 38u);
+}
+
+TEST(CrtRand, EachThreadHasItsOwnState) {
+  ThreadCrtRand().Seed(12345);
+  const unsigned main_first = ThreadCrtRand().Next();
+  unsigned other_first = 0;
+  std::thread([&] { other_first = ThreadCrtRand().Next(); }).join();
+  EXPECT_EQ(other_first, 41u);  // a new thread starts from state 1, untouched by this one
+  ThreadCrtRand().Seed(12345);
+  EXPECT_EQ(ThreadCrtRand().Next(), main_first);
+}
+
+// One dark pixel in a paper-white plane: with an identity table the dark pixel prints and
+// passes error 0, the white ones print nothing and pass 0, so exactly one bit is set whatever
+// the draws, at the member's place for that pixel.
+struct Probe {
+  RotatedMember member;
+  std::size_t w, h, x, y;
+  std::size_t byte;
+  std::uint8_t mask;
+};
+
+void PrintTo(const Probe& p, std::ostream* os) {
+  *os << "member" << static_cast<int>(p.member) << "_" << p.w << "x" << p.h << "_at_" << p.x << "_" << p.y;
+}
+
+class RotatedPlacement : public ::testing::TestWithParam<Probe> {};
+
+TEST_P(RotatedPlacement, SingleDotLandsWhereTheMemberPutsIt) {
+  const Probe& pr = GetParam();
+  const auto lookup = Identity();
+  TestPlane plane(pr.w, pr.h, 255);
+  plane.at(pr.x, pr.y) = 0;
+  const std::size_t cleared = RotatedClearedBytes(pr.member, pr.w, pr.h);
+  const auto out = Diffuse(pr.member, plane, lookup.data(), 7);
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    const std::uint8_t base = i < cleared ? 0 : kCanary;
+    const std::uint8_t want = i == pr.byte ? static_cast<std::uint8_t>(base | pr.mask) : base;
+    ASSERT_EQ(out[i], want) << "byte " << i;
+  }
+}
+
+// 13 x 11: turned rows hold 11 pixels (4 bytes), flat rows 13 pixels (4 bytes), h % 8 = 3.
+// 5 x 36: turned rows 8 bytes, h % 8 = 4.
+INSTANTIATE_TEST_SUITE_P(
+    Members, RotatedPlacement,
+    ::testing::Values(
+        // Turned: (x, y) -> row w-1-x, column h-1-y. Row 0, column 1 is input (w-1, h-2).
+        Probe{RotatedMember::kTurnedLastRowFlat, 13, 11, 12, 9, 0, 0x40},
+        Probe{RotatedMember::kTurnedLastRowFlat, 13, 11, 0, 0, 12 * 4 + 1, 0x20},  // row 12, column 10
+        Probe{RotatedMember::kTurnedLastRowFlat, 5, 36, 4, 34, 0, 0x40},
+        Probe{RotatedMember::kTurnedLastRowFlat, 5, 36, 0, 0, 4 * 8 + 4, 0x10},  // row 4, column 35
+        // Last row unturned: pixel 9 of row 10 at byte 10 * 4 + 1, bit 7 - 1.
+        Probe{RotatedMember::kTurnedLastRowFlat, 13, 11, 9, 10, 41, 0x40},
+        // Transposed: (12, 9) -> row 12, column 9; last row unturned like the above.
+        Probe{RotatedMember::kTransposedLastRowFlat, 13, 11, 12, 9, 12 * 4 + 1, 0x40},
+        Probe{RotatedMember::kTransposedLastRowFlat, 13, 11, 3, 10, 40, 0x10},
+        // Every row turned: the last row fills column 0. (3, 10) -> row 9, column 0.
+        Probe{RotatedMember::kTurned, 13, 11, 3, 10, 9 * 4, 0x80},
+        Probe{RotatedMember::kTurned, 13, 11, 12, 9, 0, 0x40},
+        // Every row transposed: (3, 10) -> row 3, column 10.
+        Probe{RotatedMember::kTransposed, 13, 11, 3, 10, 3 * 4 + 1, 0x20},
+        // Rows reversed: (9, 2) -> row 8, column 9; the last row goes to row 0.
+        Probe{RotatedMember::kRowsReversed, 13, 11, 9, 2, 8 * 4 + 1, 0x40},
+        Probe{RotatedMember::kRowsReversed, 13, 11, 0, 10, 0, 0x80},
+        // Mixed: forward row 2 stays at row 2.
+        Probe{RotatedMember::kMixed, 13, 11, 9, 2, 2 * 4 + 1, 0x40},
+        // Backward row 3 -> row 7, byte (12 - 9) / 8 = 0, bit (9 + 8 - 3) % 8 = 6 from the right.
+        Probe{RotatedMember::kMixed, 13, 11, 9, 3, 7 * 4, 0x40},
+        // Backward row 1 -> row 9, byte (12 - 0) / 8 = 1, bit (0 + 5) % 8 = 5.
+        Probe{RotatedMember::kMixed, 13, 11, 0, 1, 9 * 4 + 1, 0x20},
+        // Last row 10 runs forward but is still placed like a backward row: row 0, byte 0,
+        // bit (12 + 5) % 8 = 1.
+        Probe{RotatedMember::kMixed, 13, 11, 12, 10, 0, 0x02},
+        // h % 8 = 4 sets the phase: (4, 1) -> row 34, byte 0, bit (4 + 8 - 4) % 8 = 0.
+        Probe{RotatedMember::kMixed, 5, 36, 4, 1, 34 * 4, 0x01}));
+
+// Identity table, seed 1, so the draws' low bits run 1, 1, 0, 0, 1, 0, 0, 0, 0 (41, 18467,
+// 6334, 26500, 19169, 15724, 11478, 29358, 26962).
+//   input   row 0: 100 200  50     row 1: 30 140 220     row 2: 128 129  90
+// Row 0, left to right, looking up row 1 below as it goes:
+//   x0 100 dot, e +100, below 30, bit 1 down -> 130     x1 200 blank, e -55, below 140 -> 85
+//   x2  50 dot, e +50, below 220, bit 0 along: row end, dropped
+// Row 1, right to left (current 130 85 220), row 2 below:
+//   x2 220 blank, e -35, below 90, bit 0 along -> x1 = 50
+//   x1  50 dot, e +50, below 129, bit 1 down -> 179
+//   x0 130 blank, e -125, below 128, bit 0 along: row end, dropped
+// Row 2 (last), left to right (current 128 179 90):
+//   x0 128 dot, e +128, bit 0 -> x1 = 307;  x1 307 blank, e +52, bit 0 -> x2 = 142
+//   x2 142 blank, bit 0: row end.
+// Dots: (0,0) (2,0) (1,1) (0,2). Plain thresholding would differ at (0,1), (1,1) and (2,2).
+TEST(RotatedDiffusion, HandWorkedPlaneInEveryLayout) {
+  const auto lookup = Identity();
+  TestPlane plane(3, 3, 0);
+  const std::uint8_t rows[3][3] = {{100, 200, 50}, {30, 140, 220}, {128, 129, 90}};
+  for (std::size_t y = 0; y < 3; ++y)
+    for (std::size_t x = 0; x < 3; ++x) plane.at(x, y) = rows[y][x];
+
+  using Bytes = std::vector<std::uint8_t>;
+  // Turned: (0,0) -> row 2 col 2; (2,0) -> row 0 col 2; (1,1) -> row 1 col 1; the last row's
+  // dot (0,2) unturned at byte 2 * 4, pixel 0, OR-ed over row 2's 0x20.
+  EXPECT_EQ(Diffuse(RotatedMember::kTurnedLastRowFlat, plane, lookup.data(), 1),
+            (Bytes{0x20, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
+  // Transposed: (0,0) -> row 0 col 0; (2,0) -> row 2 col 0; (1,1) -> row 1 col 1; last row
+  // unturned at byte 8 again.
+  EXPECT_EQ(Diffuse(RotatedMember::kTransposedLastRowFlat, plane, lookup.data(), 1),
+            (Bytes{0x80, 0, 0, 0, 0x40, 0, 0, 0, 0x80, 0, 0, 0}));
+  // All turned: (0,2) -> row 2 col 0 instead.
+  EXPECT_EQ(Diffuse(RotatedMember::kTurned, plane, lookup.data(), 1),
+            (Bytes{0x20, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
+  // All transposed: (0,2) -> row 0 col 2.
+  EXPECT_EQ(Diffuse(RotatedMember::kTransposed, plane, lookup.data(), 1),
+            (Bytes{0xA0, 0, 0, 0, 0x40, 0, 0, 0, 0x80, 0, 0, 0}));
+  // Rows reversed: row 0 (x0, x2) -> output row 2; row 1 (x1) -> row 1; row 2 (x0) -> row 0.
+  EXPECT_EQ(Diffuse(RotatedMember::kRowsReversed, plane, lookup.data(), 1),
+            (Bytes{0x80, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
+  // Mixed, h % 8 = 3: row 0 forward in place (0xA0 at row 0). Row 1 backward -> row 1, x1 at
+  // bit (1 + 5) % 8 = 6 = 0x40. Last row -> row 0, x0 at bit 5 = 0x20, OR-ed with 0xA0.
+  EXPECT_EQ(Diffuse(RotatedMember::kMixed, plane, lookup.data(), 1),
+            (Bytes{0xA0, 0, 0, 0, 0x40, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST(RotatedDiffusion, ExportsSeedFromTheFixedTime) {
+  auto lookup = Identity();
+  TestPlane plane(3, 3, 0);
+  const std::uint8_t rows[3][3] = {{100, 200, 50}, {30, 140, 220}, {128, 129, 90}};
+  for (std::size_t y = 0; y < 3; ++y)
+    for (std::size_t x = 0; x < 3; ++x) plane.at(x, y) = rows[y][x];
+  halftone_set_fixed_time(1);
+  std::vector<std::uint8_t> out(12, kCanary);
+  unsigned char* dst = out.data();
+  EXPECT_EQ(sdicxx78xy(plane.bytes.data(), dst, 3, 3, lookup.data(), nullptr), 0);
+  EXPECT_EQ(dst, out.data());  // the reference is written through, not replaced
+  EXPECT_EQ(out, (std::vector<std::uint8_t>{0x20, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
+  halftone_set_fixed_time(-1);
+}
+
+TEST(RotatedDiffusion, LookupLevel128PrintsAnd129DoesNot) {
+  // One row of two pixels, seed 3: the first draw (48) is even, so pixel 0's error goes
+  // along to pixel 1, whose looked-up level is 1.
+  //   lookup[0] = 128: dot, +128 -> pixel 1 = 129, blank.   bits 10
+  //   lookup[0] = 129: blank, -126 -> pixel 1 = -125, dot.  bits 01
+  auto lookup = Identity();
+  TestPlane plane(2, 1, 1);
+  plane.at(0, 0) = 0;
+  lookup[0] = 128;
+  EXPECT_EQ(Diffuse(RotatedMember::kRowsReversed, plane, lookup.data(), 3)[0], 0x80);
+  lookup[0] = 129;
+  EXPECT_EQ(Diffuse(RotatedMember::kRowsReversed, plane, lookup.data(), 3)[0], 0x40);
+}
+
+TEST(RotatedDiffusion, LastRowDropsTheDownwardError) {
+  // h = 1, seed 1: bits 1, 1, 0. Row 100 100 100: x0 dot, +100 down: no row, dropped; x1
+  // likewise; x2 dot. All three print (passing the errors along would leave x1 at 200, blank).
+  const auto lookup = Identity();
+  TestPlane plane(3, 1, 100);
+  EXPECT_EQ(Diffuse(RotatedMember::kRowsReversed, plane, lookup.data(), 1)[0], 0xE0);
+  // The unturned last row is the whole output when h = 1: same dots at byte 0.
+  EXPECT_EQ(Diffuse(RotatedMember::kTurnedLastRowFlat, plane, lookup.data(), 1)[0], 0xE0);
+}
+
+TEST(RotatedDiffusion, FlatPlanesAndTheEmptyColumn) {
+  const auto lookup = Identity();
+  // All 0 on 10 x 9: every turned pixel prints except column 0, where the last input row
+  // would have gone; that row stands unturned from byte 8 * 4 (pixels 0-9: FF C0), over
+  // turned rows 8 (7F 80) and 9.
+  TestPlane dark(10, 9, 0);
+  const auto out = Diffuse(RotatedMember::kTurnedLastRowFlat, dark, lookup.data(), 5);
+  ASSERT_EQ(out.size(), 40u);
+  for (std::size_t row = 0; row < 10; ++row) {
+    const std::uint8_t* r = &out[row * 4];
+    const bool under_last_row = row == 8;
+    EXPECT_EQ(r[0], under_last_row ? 0xFF : 0x7F) << row;
+    EXPECT_EQ(r[1], under_last_row ? 0xC0 : 0x80) << row;
+    EXPECT_EQ(r[2], 0) << row;
+    EXPECT_EQ(r[3], 0) << row;
+  }
+  // The same plane with every row turned fills column 0 and writes nothing flat.
+  const auto all = Diffuse(RotatedMember::kTurned, dark, lookup.data(), 5);
+  for (std::size_t row = 0; row < 10; ++row) {
+    EXPECT_EQ(all[row * 4], 0xFF) << row;
+    EXPECT_EQ(all[row * 4 + 1], 0x80) << row;
+  }
+  TestPlane light(10, 9, 255);
+  for (RotatedMember m : {RotatedMember::kTurnedLastRowFlat, RotatedMember::kTransposedLastRowFlat,
+                          RotatedMember::kTurned, RotatedMember::kTransposed, RotatedMember::kRowsReversed,
+                          RotatedMember::kMixed})
+    EXPECT_EQ(CountBits(Diffuse(m, light, lookup.data(), 5)), 0u);
+}
+
+TEST(RotatedDiffusion, UnturnedLastRowReachesPastTheClearedBytes) {
+  // w = 1, h = 5: the turned output is one row of 4 bytes, but the last input row lands at
+  // byte 4 * 4 = 16. Bytes 4..15 are the caller's and stay as they were; byte 16 gets the dot
+  // OR-ed over what the caller left there.
+  const auto lookup = Identity();
+  TestPlane dark(1, 5, 0);
+  for (RotatedMember m : {RotatedMember::kTurnedLastRowFlat, RotatedMember::kTransposedLastRowFlat}) {
+    ASSERT_EQ(RotatedBufferBytes(m, 1, 5), 20u);
+    const auto out = Diffuse(m, dark, lookup.data(), 9);
+    EXPECT_EQ(out[0], m == RotatedMember::kTurnedLastRowFlat ? 0x78 : 0xF0);  // 4 turned dots of 5
+    for (std::size_t i = 4; i < 16; ++i) EXPECT_EQ(out[i], kCanary) << i;
+    EXPECT_EQ(out[16], kCanary | 0x80);
+    for (std::size_t i = 17; i < 20; ++i) EXPECT_EQ(out[i], kCanary) << i;
+  }
+}
+
+TEST(RotatedDiffusion, MembersAgreeOnTheDots) {
+  // Same seed, same plane: every member places the same dots, each in its own layout.
+  const std::size_t w = 21, h = 14;
+  std::array<std::int32_t, 256> lookup{};
+  for (std::size_t i = 0; i < 256; ++i) lookup[i] = static_cast<std::int32_t>((i * 7) % 300) - 20;
+  TestPlane plane(w, h, 0);
+  std::uint32_t s = 99;
+  for (auto& b : plane.bytes) b = static_cast<std::uint8_t>((s = s * 1664525u + 1013904223u) >> 24);
+  const auto bit = [](const std::vector<std::uint8_t>& buf, std::size_t row, std::size_t stride, std::size_t col) {
+    return (buf[row * stride + col / 8] >> (7 - col % 8)) & 1;
+  };
+  const std::size_t col_row = DotStride(h, 1), flat_row = DotStride(w, 1);
+  const auto turned = Diffuse(RotatedMember::kTurned, plane, lookup.data(), 4242);
+  const auto transposed = Diffuse(RotatedMember::kTransposed, plane, lookup.data(), 4242);
+  const auto reversed = Diffuse(RotatedMember::kRowsReversed, plane, lookup.data(), 4242);
+  const auto turned_flat = Diffuse(RotatedMember::kTurnedLastRowFlat, plane, lookup.data(), 4242);
+  const auto mixed = Diffuse(RotatedMember::kMixed, plane, lookup.data(), 4242);
+  std::size_t dots = 0;
+  for (std::size_t y = 0; y < h; ++y) {
+    for (std::size_t x = 0; x < w; ++x) {
+      const int d = bit(transposed, x, col_row, y);
+      dots += static_cast<std::size_t>(d);
+      ASSERT_EQ(bit(turned, w - 1 - x, col_row, h - 1 - y), d) << x << "," << y;
+      ASSERT_EQ(bit(reversed, h - 1 - y, flat_row, x), d) << x << "," << y;
+      // The unturned last row and the backward rows of the mixed layout are OR-ed over other
+      // output rows: there every dot must show, but a bit may also come from elsewhere.
+      if (d == 1) {
+        const std::size_t turned_row = y + 1 < h ? w - 1 - x : h - 1;
+        const std::size_t turned_col = y + 1 < h ? h - 1 - y : x;
+        const std::size_t stride = y + 1 < h ? col_row : flat_row;
+        ASSERT_EQ(bit(turned_flat, turned_row, stride, turned_col), 1) << x << "," << y;
+      }
+      if (y % 2 == 0 && y + 1 < h && d == 1) {
+        ASSERT_EQ(bit(mixed, y, flat_row, x), 1) << x << "," << y;
+      }
+    }
+  }
+  EXPECT_GT(dots, w * h / 5);  // the plane is mid-grey on average: plenty of both
+  EXPECT_LT(dots, w * h * 4 / 5);
+}
+
+TEST(RotatedDiffusion, RefusesBadSizesAndNullsUntouched) {
+  const auto lookup = Identity();
+  std::vector<std::uint8_t> src(64, 0), out(64, kCanary);
+  unsigned char* dst = out.data();
+  int* lk = const_cast<int*>(lookup.data());
+  EXPECT_EQ(sdicxx78xy(src.data(), dst, 0, 4, lk, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+  EXPECT_EQ(ixndiwkc76y(src.data(), dst, 4, -1, lk, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+  EXPECT_EQ(ghskdjiekld(src.data(), dst, 4, 4, nullptr, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+  EXPECT_EQ(tishduth29dmc(nullptr, dst, 4, 4, lk, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+  EXPECT_EQ(nchsuw56xd(src.data(), nullptr, 4, 4, lk, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+  EXPECT_EQ(fdxin324c(src.data(), dst, -3, 4, lk, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+  EXPECT_EQ(kajdjigc23kdh(src.data(), dst, 4, 0, lk, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+  EXPECT_EQ(xinskdn34skx(src.data(), dst, 4, 4, lk, nullptr), HALFTONE_ERR_NOT_PROVIDED);
+  EXPECT_EQ(shdeiznc45kdi(src.data(), dst, 4, 4, lk, nullptr), HALFTONE_ERR_NOT_PROVIDED);
+  for (std::uint8_t b : out) ASSERT_EQ(b, kCanary);
+}
+
+}  // namespace
+}  // namespace halftone

@@ -1,0 +1,247 @@
+/*
+ * printhost: loads the halftoning library the way a print host does - at run time, by name -
+ * resolves every exported routine, and halftones a fixed job with every method of the
+ * registry. The dot planes go to one file, so that builds of the library for different
+ * platforms can be compared byte for byte. Built for Windows (LoadLibrary/GetProcAddress)
+ * and natively (dlopen/dlsym) from this one source.
+ *
+ *   printhost <library file> <output file>
+ *
+ * The library reads its tone-curve file from the folder of this program.
+ */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "abi_names.h"
+#include "halftone/halftone.h"
+
+#ifdef _WIN32
+#include <windows.h>
+typedef HMODULE Library;
+#else
+#include <dlfcn.h>
+typedef void *Library;
+#endif
+
+typedef void (*AnyFn)(void);
+
+static Library OpenLibrary(const char *path) {
+#ifdef _WIN32
+  return LoadLibraryA(path);
+#else
+  return dlopen(path, RTLD_NOW | RTLD_LOCAL);
+#endif
+}
+
+static AnyFn Resolve(Library lib, const char *name) {
+#ifdef _WIN32
+  return (AnyFn)GetProcAddress(lib, name);
+#else
+  void *p = dlsym(lib, name);
+  AnyFn fn;
+  memcpy(&fn, &p, sizeof fn); /* object to function pointer, the POSIX way */
+  return fn;
+#endif
+}
+
+typedef int (*BandFn)(unsigned char *, unsigned char *, int, int, unsigned int);
+typedef int (*BandUnsignedFn)(unsigned char *, unsigned char *, unsigned int, unsigned int, unsigned int);
+typedef int (*PlaneFn)(unsigned char *, unsigned char *, unsigned int, unsigned int);
+typedef int (*LookupRefFn)(unsigned char *, unsigned char **, int, int, int *, unsigned char *);
+typedef int (*LookupFn)(unsigned char *, unsigned char *, int, int, int *, unsigned char *);
+
+/* The job: a fixed clock, three bands of three planes, a width that fills no word. */
+#define FIXED_TIME 1700000123LL
+#define JOB_WIDTH 75
+#define JOB_PLANES 3
+#define JOB_BANDS 3
+static const int kBandRows[JOB_BANDS] = {6, 5, 7};
+static const unsigned kBandPhases[JOB_BANDS] = {HALFTONE_PHASE_START, HALFTONE_PHASE_MIDDLE, HALFTONE_PHASE_END};
+#define LOOKUP_WIDTH 45
+#define LOOKUP_HEIGHT 29
+#define PREFILL 0xCD /* bytes a routine leaves alone keep this */
+#define SIGNAL_TIMEOUT_MS 1u
+
+static FILE *out;
+
+static size_t RowBytes(size_t pixels, size_t bits) { return ((pixels * bits + 31) >> 5) * 4; }
+
+/* Deterministic samples: a ramp across the row, a slower one down the page, and noise. */
+static unsigned noise_state = 20240601u;
+static unsigned char Sample(size_t x, size_t y) {
+  noise_state = noise_state * 1664525u + 1013904223u;
+  return (unsigned char)((x * 255 / JOB_WIDTH + y * 7 + (noise_state >> 27)) & 0xFF);
+}
+static void FillRaster(unsigned char *buf, size_t bytes, size_t stride, size_t y0) {
+  size_t i;
+  for (i = 0; i < bytes; ++i) buf[i] = Sample(i % stride, y0 + i / stride);
+}
+
+static void Record(const char *name, const char *what, int rc, const unsigned char *bytes, size_t n) {
+  fprintf(out, "%s %s rc=%d bytes=%lu\n", name, what, rc, (unsigned long)n);
+  if (n != 0) fwrite(bytes, 1, n, out);
+  fputc('\n', out);
+}
+
+static void *Allocate(size_t n) {
+  void *p = malloc(n == 0 ? 1 : n);
+  if (p == NULL) {
+    fprintf(stderr, "printhost: out of memory\n");
+    exit(4);
+  }
+  return p;
+}
+
+static void RunBandJob(const halftone_method_info *m) {
+  size_t src_stride = RowBytes(JOB_WIDTH, 8), dst_stride = RowBytes(JOB_WIDTH, (size_t)m->output_bits);
+  size_t y0 = 0;
+  int band;
+  for (band = 0; band < JOB_BANDS; ++band) {
+    size_t rows = (size_t)kBandRows[band] * JOB_PLANES;
+    unsigned char *src = Allocate(src_stride * rows), *dst = Allocate(dst_stride * rows);
+    unsigned flags = HALFTONE_FLAGS(JOB_PLANES, kBandPhases[band]);
+    int rc;
+    char what[32];
+    FillRaster(src, src_stride * rows, src_stride, y0);
+    memset(dst, PREFILL, dst_stride * rows);
+    if (m->entry_kind == HALFTONE_ENTRY_BAND)
+      rc = ((BandFn)m->entry)(src, dst, JOB_WIDTH, kBandRows[band], flags);
+    else
+      rc = ((BandUnsignedFn)m->entry)(src, dst, JOB_WIDTH, (unsigned)kBandRows[band], flags);
+    sprintf(what, "band%d", band);
+    Record(m->name, what, rc, dst, dst_stride * rows);
+    y0 += (size_t)kBandRows[band];
+    free(src);
+    free(dst);
+  }
+}
+
+static void RunPlane(const halftone_method_info *m) {
+  size_t src_stride = RowBytes(JOB_WIDTH, 8), dst_stride = RowBytes(JOB_WIDTH, (size_t)m->output_bits);
+  size_t h = (size_t)kBandRows[0];
+  unsigned char *src = Allocate(src_stride * h), *dst = Allocate(dst_stride * h);
+  int rc;
+  FillRaster(src, src_stride * h, src_stride, 0);
+  memset(dst, PREFILL, dst_stride * h);
+  rc = ((PlaneFn)m->entry)(src, dst, JOB_WIDTH, (unsigned)h);
+  Record(m->name, "plane", rc, dst, dst_stride * h);
+  free(src);
+  free(dst);
+}
+
+/* One plane through a curved lookup table with values a little outside 0..255. */
+static void RunLookup(const halftone_method_info *m) {
+  size_t src_stride = RowBytes(LOOKUP_WIDTH, 8);
+  size_t turned = LOOKUP_WIDTH * RowBytes(LOOKUP_HEIGHT, 1), flat = LOOKUP_HEIGHT * RowBytes(LOOKUP_WIDTH, 1);
+  size_t dst_bytes = (turned > flat ? turned : flat) + 16;
+  unsigned char *src = Allocate(src_stride * LOOKUP_HEIGHT), *dst = Allocate(dst_bytes);
+  int lookup[256];
+  int i, rc;
+  for (i = 0; i < 256; ++i) lookup[i] = (i * i) / 240 - 8;
+  FillRaster(src, src_stride * LOOKUP_HEIGHT, src_stride, 0);
+  memset(dst, PREFILL, dst_bytes);
+  if (m->entry_kind == HALFTONE_ENTRY_LOOKUP_REF) {
+    unsigned char *ref = dst;
+    rc = ((LookupRefFn)m->entry)(src, &ref, LOOKUP_WIDTH, LOOKUP_HEIGHT, lookup, NULL);
+    if (ref != dst) rc = -1;
+  } else {
+    rc = ((LookupFn)m->entry)(src, dst, LOOKUP_WIDTH, LOOKUP_HEIGHT, lookup, NULL);
+  }
+  Record(m->name, "lookup", rc, dst, dst_bytes);
+  free(src);
+  free(dst);
+}
+
+int main(int argc, char **argv) {
+  AnyFn fns[sizeof kAbiNames / sizeof kAbiNames[0]];
+  size_t n_names = sizeof kAbiNames / sizeof kAbiNames[0], i, missing = 0;
+  Library lib;
+  int count, index, methods_run = 0;
+
+  if (argc != 3) {
+    fprintf(stderr, "usage: printhost <library file> <output file>\n");
+    return 1;
+  }
+  lib = OpenLibrary(argv[1]);
+  if (lib == NULL) {
+    fprintf(stderr, "printhost: cannot load %s\n", argv[1]);
+    return 2;
+  }
+  for (i = 0; i < n_names; ++i) {
+    fns[i] = Resolve(lib, kAbiNames[i]);
+    if (fns[i] == NULL) {
+      fprintf(stderr, "printhost: export missing: %s\n", kAbiNames[i]);
+      ++missing;
+    }
+  }
+  if (missing != 0) return 3;
+
+#define FN(type, name) ((type)Resolve(lib, name))
+  out = fopen(argv[2], "wb");
+  if (out == NULL) {
+    fprintf(stderr, "printhost: cannot write %s\n", argv[2]);
+    return 2;
+  }
+  fprintf(out, "halftone %s, %lu exports\n", FN(const char *(*)(void), "halftone_version")(), (unsigned long)n_names);
+
+  FN(void (*)(long long), "halftone_set_fixed_time")(FIXED_TIME);
+  /* Tone curves from the folder of this program (curves 1 and 4), five level values. */
+  fprintf(out, "Itsdiufiavs rc=%d ", FN(int (*)(int, const char *), "Itsdiufiavs")(2, "0,60,130,200,255,"));
+  fprintf(out, "load=%d\n", FN(int (*)(void), "halftone_last_load_status")());
+
+  count = FN(int (*)(void), "halftone_method_count")();
+  for (index = 0; index < count; ++index) {
+    halftone_method_info m;
+    if (FN(int (*)(int, halftone_method_info *), "halftone_method_get")(index, &m) != 0) {
+      fprintf(stderr, "printhost: method %d unreadable\n", index);
+      return 5;
+    }
+    switch (m.entry_kind) {
+      case HALFTONE_ENTRY_BAND:
+      case HALFTONE_ENTRY_BAND_UNSIGNED:
+        RunBandJob(&m);
+        break;
+      case HALFTONE_ENTRY_PLANE:
+        RunPlane(&m);
+        break;
+      case HALFTONE_ENTRY_LOOKUP_REF:
+      case HALFTONE_ENTRY_LOOKUP:
+        RunLookup(&m);
+        break;
+      default:
+        fprintf(stderr, "printhost: %s has unknown entry kind %d\n", m.name, m.entry_kind);
+        return 5;
+    }
+    ++methods_run;
+  }
+
+  {
+    /* The two routines that exist only to be resolved: they must write nothing. */
+    static const char *const kNotProvided[] = {"xinskdn34skx", "shdeiznc45kdi"};
+    unsigned char plane[64], dots[64];
+    int lookup[256] = {0};
+    memset(plane, 0, sizeof plane);
+    for (i = 0; i < 2; ++i) {
+      memset(dots, PREFILL, sizeof dots);
+      Record(kNotProvided[i], "unprovided", FN(LookupFn, kNotProvided[i])(plane, dots, 8, 8, lookup, NULL), dots,
+             sizeof dots);
+    }
+  }
+
+  /* Job events: ready found once (1 after 50 timeouts), then neither (2), then closed (0). */
+  fprintf(out, "khjhusecx=%d", FN(int (*)(void), "khjhusecx")());
+  fprintf(out, " wait=%d", FN(int (*)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
+  fprintf(out, " wait=%d", FN(int (*)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
+  fprintf(out, " close=%d", FN(int (*)(void), "giwncwcg7w")());
+  fprintf(out, " close=%d", FN(int (*)(void), "giwncwcg7w")());
+  fprintf(out, " wait=%d\n", FN(int (*)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
+#undef FN
+
+  if (fclose(out) != 0) {
+    fprintf(stderr, "printhost: write failed\n");
+    return 2;
+  }
+  printf("printhost: %lu exports resolved, %d methods run\n", (unsigned long)n_names, methods_run);
+  return 0;
+}
