@@ -17,11 +17,16 @@
 #include "halftone/halftone.h"
 
 #ifdef _WIN32
+#include <direct.h>
 #include <windows.h>
 typedef HMODULE Library;
+#define PATH_SEP "\\"
 #else
 #include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
 typedef void *Library;
+#define PATH_SEP "/"
 #endif
 
 typedef void (*AnyFn)(void);
@@ -153,6 +158,130 @@ static void RunLookup(const halftone_method_info *m) {
   free(dst);
 }
 
+/* ---- Screening tables: written into the Moths folder beside this program, then loaded ---- */
+
+#define TABLE_SIDE 256
+#define MONO_ROW_BYTES 32
+#define DUO_ROW_BYTES 64
+
+/* The folder of this program, ending in a separator, as the library finds it. */
+static int ProgramFolder(char *buf, size_t size) {
+  size_t n;
+  char *cut;
+#ifdef _WIN32
+  n = GetModuleFileNameA(NULL, buf, (DWORD)size);
+  if (n == 0 || n >= size) return 0;
+  cut = strrchr(buf, '\\');
+#else
+  ssize_t got = readlink("/proc/self/exe", buf, size - 1);
+  if (got <= 0) return 0;
+  n = (size_t)got;
+  buf[n] = '\0';
+  cut = strrchr(buf, '/');
+#endif
+  if (cut == NULL) return 0;
+  cut[1] = '\0';
+  return 1;
+}
+
+static int WriteBytes(const char *path, const unsigned char *bytes, size_t n) {
+  FILE *f = fopen(path, "wb");
+  int ok;
+  if (f == NULL) return 0;
+  ok = fwrite(bytes, 1, n, f) == n;
+  return fclose(f) == 0 && ok;
+}
+
+static void Put32(unsigned char *p, unsigned long v) {
+  p[0] = (unsigned char)v;
+  p[1] = (unsigned char)(v >> 8);
+  p[2] = (unsigned char)(v >> 16);
+  p[3] = (unsigned char)(v >> 24);
+}
+
+/* A 256 x 256 8-bit bitmap of thresholds, a 1-bit and a 2-bit pattern stack whose patterns
+ * vary by level, row and byte, and a layer table of small signed numbers. */
+static int WriteTableFiles(const char *moths) {
+  char path[1024];
+  size_t x, y, k, n, bytes;
+  unsigned char *buf;
+  FILE *f;
+  int ok = 1;
+
+  bytes = 54 + (size_t)TABLE_SIDE * TABLE_SIDE;
+  buf = (unsigned char *)calloc(1, bytes + (size_t)TABLE_SIDE * TABLE_SIDE * DUO_ROW_BYTES);
+  if (buf == NULL) return 0;
+  buf[0] = 'B';
+  buf[1] = 'M';
+  Put32(buf + 2, (unsigned long)bytes);
+  Put32(buf + 10, 54);
+  Put32(buf + 14, 40);
+  Put32(buf + 18, TABLE_SIDE);
+  Put32(buf + 22, TABLE_SIDE);
+  buf[26] = 1;
+  buf[28] = 8;
+  for (y = 0; y < TABLE_SIDE; ++y)
+    for (x = 0; x < TABLE_SIDE; ++x) buf[54 + y * TABLE_SIDE + x] = (unsigned char)((x * 7 + y * 13 + ((x * y) >> 5)) & 0xFF);
+  sprintf(path, "%s%s", moths, "matrix.bmp");
+  ok &= WriteBytes(path, buf, bytes);
+
+  for (n = 1; n <= 2; ++n) {
+    size_t row_bytes = n == 1 ? MONO_ROW_BYTES : DUO_ROW_BYTES;
+    bytes = (size_t)TABLE_SIDE * TABLE_SIDE * row_bytes;
+    for (k = 0; k < TABLE_SIDE; ++k)
+      for (y = 0; y < TABLE_SIDE; ++y)
+        for (x = 0; x < row_bytes; ++x)
+          buf[(k * TABLE_SIDE + y) * row_bytes + x] = (unsigned char)((k * 37 + y * 11 + x * 5 + (k * y >> 3)) & 0xFF);
+    sprintf(path, "%s%s", moths, n == 1 ? "mono.bin" : "duo.bin");
+    ok &= WriteBytes(path, buf, bytes);
+  }
+  free(buf);
+
+  sprintf(path, "%s%s", moths, "layers.txt");
+  f = fopen(path, "wb");
+  if (f == NULL) return 0;
+  for (n = 0; n < 256 * 16 * 16; ++n) fprintf(f, "%d ", (int)((n * 7919u) % 61u) - 30);
+  fputs("\r\n", f);
+  return fclose(f) == 0 && ok;
+}
+
+static void LoadTables(Library lib) {
+  char moths[1024];
+  typedef int (*LoaderFn)(const char *, int, int);
+  if (!ProgramFolder(moths, sizeof moths - 16)) {
+    fprintf(stderr, "printhost: cannot find its own folder\n");
+    exit(2);
+  }
+  strcat(moths, "Moths");
+#ifdef _WIN32
+  _mkdir(moths);
+#else
+  mkdir(moths, 0755);
+#endif
+  strcat(moths, PATH_SEP);
+  if (!WriteTableFiles(moths)) {
+    fprintf(stderr, "printhost: cannot write the table files\n");
+    exit(2);
+  }
+  fprintf(out, "loaders PuaningFa13=%d", ((LoaderFn)Resolve(lib, "PuaningFa13"))("matrix.bmp", 0, 0));
+  fprintf(out, "/%d", ((int (*)(void))Resolve(lib, "halftone_last_load_status"))());
+  fprintf(out, " NiceMents=%d", ((LoaderFn)Resolve(lib, "NiceMents"))("layers.txt", 0, 0));
+  fprintf(out, "/%d", ((int (*)(void))Resolve(lib, "halftone_last_load_status"))());
+  fprintf(out, " SincesKai=%d", ((int (*)(void))Resolve(lib, "SincesKai"))());
+  fprintf(out, " missing=%d", ((LoaderFn)Resolve(lib, "KaiDuaning"))("no-such-file", 256, 256));
+  fprintf(out, "\n");
+}
+
+/* The two pattern loaders share the edge masks and geometry: like a host switching between
+ * 1-bit and 2-bit pattern screens, reload the stack a screen needs right before it runs. */
+static void LoadPatternsFor(Library lib, const halftone_method_info *m) {
+  typedef int (*LoaderFn)(const char *, int, int);
+  if (m->tables & HALFTONE_TABLE_DUO)
+    fprintf(out, "%s NingJing=%d\n", m->name, ((LoaderFn)Resolve(lib, "NingJing"))("duo.bin", 256, 256));
+  if (m->tables & HALFTONE_TABLE_MONO)
+    fprintf(out, "%s KaiDuaning=%d\n", m->name, ((LoaderFn)Resolve(lib, "KaiDuaning"))("mono.bin", 256, 256));
+}
+
 int main(int argc, char **argv) {
   AnyFn fns[sizeof kAbiNames / sizeof kAbiNames[0]];
   size_t n_names = sizeof kAbiNames / sizeof kAbiNames[0], i, missing = 0;
@@ -190,6 +319,8 @@ int main(int argc, char **argv) {
   fprintf(out, "Itsdiufiavs rc=%d ", FN(int (*)(int, const char *), "Itsdiufiavs")(2, "0,60,130,200,255,"));
   fprintf(out, "load=%d\n", FN(int (*)(void), "halftone_last_load_status")());
 
+  LoadTables(lib);
+
   count = FN(int (*)(void), "halftone_method_count")();
   for (index = 0; index < count; ++index) {
     halftone_method_info m;
@@ -197,6 +328,7 @@ int main(int argc, char **argv) {
       fprintf(stderr, "printhost: method %d unreadable\n", index);
       return 5;
     }
+    LoadPatternsFor(lib, &m);
     switch (m.entry_kind) {
       case HALFTONE_ENTRY_BAND:
       case HALFTONE_ENTRY_BAND_UNSIGNED:
