@@ -1,14 +1,19 @@
-// The shared library exports exactly the names of the ABI list, undecorated, and nothing else.
+// The exports: the shared library exports exactly the names of the ABI list, every registry row
+// names an export with its depth and shape, and the band exports keep the call contract.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <fstream>
 #include <set>
 #include <string>
+#include <vector>
 
-#include "halftone/halftone.h"
+#include "test_support.h"
 
 namespace {
+
+using halftone_test::CallMethod;
+using halftone_test::FindMethod;
 
 std::set<std::string> AbiList() {
   std::set<std::string> names;
@@ -56,6 +61,84 @@ TEST(Abi, EveryRegisteredMethodIsAnExportWithItsShape) {
   halftone_method_info info{};
   EXPECT_EQ(halftone_method_get(n, &info), HALFTONE_ERR_OUT_OF_CONTRACT);
   EXPECT_EQ(halftone_method_get(0, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
+}
+
+struct Row {
+  const char* name;
+  int bits, kind;
+};
+constexpr int kB = HALFTONE_ENTRY_BAND, kU = HALFTONE_ENTRY_BAND_UNSIGNED;
+
+constexpr Row kRandomSplit[] = {
+    {"FastGroup", 2, kB},  {"FastGroup1", 2, kU}, {"ArcistPump", 2, kB},   {"Kaishanxing", 2, kB},
+    {"SymanOpening", 2, kB}, {"sdiufiavs", 1, kB},  {"sdiufiavs1", 1, kU},   {"mandfanes", 1, kB},
+    {"orangecagn", 1, kB}, {"jsdi6yruis", 1, kB}, {"irpduix7sg", 1, kU},   {"hxkjsdi67x", 1, HALFTONE_ENTRY_PLANE},
+    {"RoundPump", 4, kB},  {"RoundPump1", 4, kU},
+};
+constexpr Row kTableDiffusion[] = {
+    {"sdiufiavs2", 1, kU}, {"sdiufiavs3", 1, kU}, {"sdiufiavs4", 2, kU}, {"suiruiskao8", 1, kU},
+    {"suiruiskao11", 1, kU}, {"highforces", 1, kU}, {"Kaocosyx1", 1, kB}, {"Kaocosyx10", 1, kU},
+    {"Kaocosyx13", 2, kB}, {"Kaocosyx14", 2, kB}, {"CrisixOut", 1, kU}, {"CrisixOut31", 1, kB},
+};
+
+void ExpectRow(const Row& want, halftone_method_info& info) {
+  ASSERT_TRUE(FindMethod(want.name, info));
+  EXPECT_EQ(info.output_bits, want.bits);
+  EXPECT_EQ(info.entry_kind, want.kind);
+}
+
+TEST(RandomSplitExports, RegisteredAndRefuseZeroSizesUntouched) {
+  halftone_set_fixed_time(1);
+  const unsigned start = HALFTONE_FLAGS(1, HALFTONE_PHASE_START);
+  for (const Row& want : kRandomSplit) {
+    SCOPED_TRACE(want.name);
+    halftone_method_info info{};
+    ExpectRow(want, info);
+    std::vector<unsigned char> src(64, 0), dst(64, 0xEE);
+    EXPECT_EQ(CallMethod(info, src.data(), dst.data(), 0, 4, start), HALFTONE_ERR_OUT_OF_CONTRACT);
+    EXPECT_EQ(CallMethod(info, src.data(), dst.data(), 4, 0, start), HALFTONE_ERR_OUT_OF_CONTRACT);
+    for (unsigned char b : dst) ASSERT_EQ(b, 0xEE);
+    // Inside the contract the call clears its 4 rows of 4 bytes (ORing in the dots of all-zero
+    // input) and stops there.
+    EXPECT_EQ(CallMethod(info, src.data(), dst.data(), 4, 4, start), 0);
+    EXPECT_NE(dst[0], 0xEE);
+    EXPECT_EQ(dst[16], 0xEE);
+  }
+  halftone_set_fixed_time(-1);
+}
+
+TEST(TableDiffusionExports, EveryMethodIsRegisteredAndHalftonesAJob) {
+  halftone_set_fixed_time(1234);
+  const int w = 37, h = 6;
+  std::vector<unsigned char> src(40 * h * 2);
+  for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i * 7);
+  for (const Row& want : kTableDiffusion) {
+    SCOPED_TRACE(want.name);
+    halftone_method_info info{};
+    ExpectRow(want, info);
+    auto call = [&](std::vector<unsigned char>& dst, int cw, unsigned planes, unsigned phase) {
+      return CallMethod(info, src.data(), dst.data(), cw, h, HALFTONE_FLAGS(planes, phase));
+    };
+    const int stride = ((w * info.output_bits + 31) >> 5) * 4;
+    std::vector<unsigned char> first(static_cast<std::size_t>(stride * h * 2), 0xEE), again(first);
+    EXPECT_EQ(call(first, w, 2, HALFTONE_PHASE_START), 0);
+    EXPECT_EQ(call(first, w, 2, HALFTONE_PHASE_END), 0);
+    // The job is over: a further band is refused, a new job reproduces the first.
+    EXPECT_EQ(call(again, w, 2, HALFTONE_PHASE_MIDDLE), HALFTONE_ERR_OUT_OF_CONTRACT);
+    EXPECT_EQ(call(again, w, 2, HALFTONE_PHASE_START), 0);
+    EXPECT_EQ(call(again, w, 2, HALFTONE_PHASE_END), 0);
+    EXPECT_EQ(first, again);
+    if (info.entry_kind == kB) {
+      EXPECT_EQ(call(again, -1, 1, HALFTONE_PHASE_START), HALFTONE_ERR_OUT_OF_CONTRACT);
+    }
+  }
+  halftone_method_info info{};
+  for (auto [name, tables] : {std::pair{"Kaocosyx13", HALFTONE_TABLE_BIAS}, std::pair{"Kaocosyx1", HALFTONE_TABLE_BIAS},
+                              std::pair{"CrisixOut", HALFTONE_TABLE_LAYER}}) {
+    ASSERT_TRUE(FindMethod(name, info));
+    EXPECT_EQ(info.tables, tables) << name;
+  }
+  halftone_set_fixed_time(-1);
 }
 
 }  // namespace

@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "diffusion/random_split.h"
 #include "frame/engine.h"
-#include "halftone/halftone.h"
+#include "test_support.h"
 
 namespace halftone {
 namespace {
@@ -16,13 +15,8 @@ namespace {
 // At 1 s the split draws of a call read 1, 0, 1, 2, ... at two bits and 1, 0, 1, 0, ... at one
 // bit; at 0 s the first two-bit draw is 3.
 constexpr long long kTime = 1;
-constexpr std::uint8_t kCanary = 0xEE;
 
-std::unique_ptr<Engine> FixedEngine(long long seconds = kTime) {
-  auto e = std::make_unique<Engine>();
-  e->clock.SetFixed(seconds);
-  return e;
-}
+using namespace halftone_test;
 
 int RunBand(Engine& e, std::vector<std::uint8_t>& src, std::vector<std::uint8_t>& dst, std::size_t w, std::size_t h,
         unsigned phase, BilevelMethod m) {
@@ -30,7 +24,7 @@ int RunBand(Engine& e, std::vector<std::uint8_t>& src, std::vector<std::uint8_t>
 }
 
 TEST(RandomSplitBilevel, LightnessThirdsWithCurvesHandWorked) {
-  auto e = FixedEngine();
+  auto e = MakeEngine(kTime);
   e->curves.slots[1].fill(6);  // curve A
   e->curves.slots[2].fill(9);  // curve B
   e->curves.curve_a = 1;
@@ -71,7 +65,7 @@ TEST(RandomSplitBilevel, GuardsDecideSamplesOf255) {
       {BilevelMethod::kInkWholeError, 0x00, 0x80},
   };
   for (const Case& c : cases) {
-    auto e = FixedEngine();
+    auto e = MakeEngine(kTime);
     std::vector<std::uint8_t> src = {255, 0, 0, 0};
     std::vector<std::uint8_t> dst(4);
     ASSERT_EQ(RunBand(*e, src, dst, 1, 1, 1, c.method), 0);
@@ -85,7 +79,7 @@ TEST(RandomSplitBilevel, GuardsDecideSamplesOf255) {
 // The white guard withholds the dot but still passes the error on, by the split the draw picks.
 TEST(RandomSplitBilevel, GuardedPixelStillSpreadsItsError) {
   for (long long seconds : {1LL, 0LL}) {
-    auto e = FixedEngine(seconds);
+    auto e = MakeEngine(seconds);
     std::vector<std::uint8_t> src = {255, 100, 0, 0};
     std::vector<std::uint8_t> dst(4);
     ASSERT_EQ(RunBand(*e, src, dst, 2, 1, 1, BilevelMethod::kLightnessThirdsCurves), 0);
@@ -107,7 +101,7 @@ TEST(RandomSplitBilevel, GuardedPixelStillSpreadsItsError) {
 // Seeded at the start of the job only: the second band continues the first band's draws,
 // whereas the routines seeded on every call start over.
 TEST(RandomSplitBilevel, JobSeededSequenceContinuesAcrossBands) {
-  auto e = FixedEngine();
+  auto e = MakeEngine(kTime);
   std::vector<std::uint8_t> blank = {0, 0, 0, 0};
   std::vector<std::uint8_t> src = {90, 100, 0, 0};
   std::vector<std::uint8_t> dst(4);
@@ -119,14 +113,14 @@ TEST(RandomSplitBilevel, JobSeededSequenceContinuesAcrossBands) {
   EXPECT_EQ(dst[0], 0x80);
   EXPECT_EQ(e->rows.carry_all()[0], 60);
   // A fresh job sees draw 1 first (all down): x1 stays 100 -> dot.
-  auto fresh = FixedEngine();
+  auto fresh = MakeEngine(kTime);
   ASSERT_EQ(RunBand(*fresh, src, dst, 2, 1, 1, BilevelMethod::kLightnessOneBitJobSeed), 0);
   EXPECT_EQ(dst[0], 0xC0);
   EXPECT_EQ(fresh->rows.carry_all()[0], 90);
 }
 
 TEST(RandomSplitBilevel, SinglePlaneHandWorkedAndLeavesJobRowsAlone) {
-  auto e = FixedEngine();
+  auto e = MakeEngine(kTime);
   std::vector<std::uint8_t> job_src(8, 77), job_dst(8);
   ASSERT_EQ(BilevelRandomSplit(*e, job_src.data(), job_dst.data(), 2, 2, HalftoneFlags{HALFTONE_FLAGS(1, 1)},
                                BilevelMethod::kLightnessWholeError),

@@ -3,32 +3,29 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
 #include <vector>
 
 #include "diffusion/random_split.h"
 #include "frame/engine.h"
-#include "halftone/halftone.h"
+#include "test_support.h"
 
 namespace halftone {
 namespace {
 
-constexpr std::uint8_t kCanary = 0xEE;
+using namespace halftone_test;
 
-std::unique_ptr<Engine> FixedEngine() {
-  auto e = std::make_unique<Engine>();
-  e->clock.SetFixed(1);  // two-bit draws 1, 0, 1, 2, 1, ...
-  return e;
+// At 1 s the two-bit draws are 1, 0, 1, 2, 1, ...
+int Eight(Engine& e, std::vector<std::uint8_t>& src, std::vector<std::uint8_t>& dst, std::size_t w, std::size_t h,
+          unsigned phase, EightLevelMethod m = EightLevelMethod::kFixedLevels, unsigned planes = 1) {
+  return EightLevel(e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}, m);
 }
 
 TEST(RandomSplitEightLevel, FixedLevelsHandWorked) {
-  auto e = FixedEngine();
+  auto e = MakeEngine(1);
   // w = 3, h = 2: input stride 4, output stride 4 (12 bits rounded up to a word).
   std::vector<std::uint8_t> src = {40, 100, 250, 0, 0, 130, 33, 0};
   std::vector<std::uint8_t> dst(8 + 4, kCanary);
-  ASSERT_EQ(EightLevel(*e, src.data(), dst.data(), 3, 2, HalftoneFlags{HALFTONE_FLAGS(1, 1)},
-                       EightLevelMethod::kFixedLevels),
-            0);
+  ASSERT_EQ(Eight(*e, src, dst, 3, 2, 1), 0);
   // Row 0 left to right over A = 40 100 250 (B gets 0 130 33):
   //   x0: 40 -> code 6 (36), e 4; draw 1: all down, B0 = 4.
   //   x1: 100 -> code 4 (109), e -9; draw 0: halves -4/-4, A2 = 246, B1 = 126.
@@ -69,33 +66,27 @@ TEST(RandomSplitEightLevel, LevelValuesQuantiserFollowsValueAndSample) {
       {0, 250, 0, "v 250, s above L6: no drop"},
       {32, 218, 1, "v 250, s = L6: no drop withheld"},
   };
-  auto e = FixedEngine();
+  auto e = MakeEngine(1);
   e->levels.L = {0, 36, 72, 109, 145, 182, 218, 255, 99};
   std::vector<std::uint8_t> src(4), dst(4);
-  ASSERT_EQ(EightLevel(*e, src.data(), dst.data(), 1, 1, HalftoneFlags{HALFTONE_FLAGS(1, 1)},
-                       EightLevelMethod::kLevelValues),
-            0);
+  ASSERT_EQ(Eight(*e, src, dst, 1, 1, 1, EightLevelMethod::kLevelValues), 0);
   for (const Case& c : cases) {
     e->rows.carry_all()[0] = static_cast<std::int16_t>(c.carry);
     src[0] = c.sample;
-    ASSERT_EQ(EightLevel(*e, src.data(), dst.data(), 1, 1, HalftoneFlags{HALFTONE_FLAGS(1, 0)},
-                         EightLevelMethod::kLevelValues),
-              0);
+    ASSERT_EQ(Eight(*e, src, dst, 1, 1, 0, EightLevelMethod::kLevelValues), 0);
     EXPECT_EQ(dst[0], c.code << 4) << c.why;
   }
 }
 
 TEST(RandomSplitEightLevel, FixedThresholdsAreNotMidpoints) {
-  auto e = FixedEngine();
+  auto e = MakeEngine(1);
   e->levels.L = {200, 201, 202, 203, 204, 205, 206, 207, 208};  // not used by the fixed quantiser
   // v = 32 -> code 7; v = 33 -> code 6 (error 33 - 36 = -3, though 33 is nearer 36 than 0
   // only by a little); v = 224 -> code 1; v = 225 -> code 0.
   const std::pair<std::uint8_t, unsigned> cases[] = {{32, 7}, {33, 6}, {224, 1}, {225, 0}, {128, 4}, {129, 3}};
   for (const auto& [v, code] : cases) {
     std::vector<std::uint8_t> src = {v, 0, 0, 0}, dst(4);
-    ASSERT_EQ(EightLevel(*e, src.data(), dst.data(), 1, 1, HalftoneFlags{HALFTONE_FLAGS(1, 1)},
-                         EightLevelMethod::kFixedLevels),
-              0);
+    ASSERT_EQ(Eight(*e, src, dst, 1, 1, 1), 0);
     EXPECT_EQ(dst[0], code << 4) << int(v);
   }
 }
@@ -110,11 +101,9 @@ TEST(RandomSplitEightLevel, PlanesKeepTheirOwnRowsAndCarry) {
       src[(2 * y) * 8 + x] = 255;                                          // plane 0: paper
       src[(2 * y + 1) * 8 + x] = static_cast<std::uint8_t>(17 * x + 40 * y);  // plane 1: a ramp
     }
-  auto e = FixedEngine();
+  auto e = MakeEngine(1);
   for (unsigned band = 0; band < 2; ++band) {
-    ASSERT_EQ(EightLevel(*e, src.data(), dst.data(), w, h, HalftoneFlags{HALFTONE_FLAGS(2, band == 0 ? 1 : 0)},
-                         EightLevelMethod::kFixedLevels),
-              0);
+    ASSERT_EQ(Eight(*e, src, dst, w, h, band == 0 ? 1 : 0, EightLevelMethod::kFixedLevels, 2), 0);
     unsigned plane1_codes = 0;
     for (std::size_t y = 0; y < h; ++y)
       for (std::size_t i = 0; i < 4; ++i) {

@@ -3,43 +3,33 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <memory>
 #include <random>
 #include <vector>
 
 #include "diffusion/random_split.h"
 #include "frame/engine.h"
-#include "halftone/halftone.h"
+#include "test_support.h"
 
 namespace halftone {
 namespace {
 
-// With the clock fixed at 1 s the two-bit split draws of a call are 1, 0, 1, 2, 1, 1, ...
+using namespace halftone_test;
+
+// At 1 s the two-bit split draws of a call are 1, 0, 1, 2, 1, ... (see random_bits_test).
 constexpr long long kTime = 1;
-constexpr std::uint8_t kCanary = 0xEE;
 
-std::unique_ptr<Engine> FixedEngine() {
-  auto e = std::make_unique<Engine>();
-  e->clock.SetFixed(kTime);
-  return e;
-}
-
-TEST(RandomSplitGrouped, DrawsAtTheFixedTimeAreThoseTheHandWorkUses) {
-  RandomBitSource r;
-  r.Seed(kTime);
-  const unsigned expected[] = {1, 0, 1, 2, 1};
-  for (unsigned k : expected) EXPECT_EQ(r.NextTwoBits(), k);
+int Grouped(Engine& e, std::vector<std::uint8_t>& src, std::vector<std::uint8_t>& dst, std::size_t w, std::size_t h,
+            unsigned phase, GroupedMethod m = GroupedMethod::kFixedLevels, unsigned planes = 1) {
+  return GroupedFourLevel(e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}, m);
 }
 
 // Fixed levels 0/85/170/255 cut at 64/128/192; curves A and B are the all-zero slot 0.
 TEST(RandomSplitGrouped, FixedLevelsHandWorkedTwoBands) {
-  auto e = FixedEngine();
+  auto e = MakeEngine(kTime);
   // Band 1, w = 3, h = 2 (stride 4 in, 4 out per row).
   std::vector<std::uint8_t> src = {100, 100, 100, 0, 50, 200, 30, 0};
   std::vector<std::uint8_t> dst(8 + 4, kCanary);
-  ASSERT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 3, 2, HalftoneFlags{HALFTONE_FLAGS(1, 1)},
-                             GroupedMethod::kFixedLevels),
-            0);
+  ASSERT_EQ(Grouped(*e, src, dst, 3, 2, 1), 0);
   // Row 0, left to right over A = 100 100 100, next row loaded into B = 50 200 30:
   //   x0: 100 -> code 2 (85), err 15; draw 1: all down, B0 = 65.
   //   x1: 100 -> code 2, err 15; draw 0: halves 7/7, A2 = 107, B1 = 207.
@@ -64,9 +54,7 @@ TEST(RandomSplitGrouped, FixedLevelsHandWorkedTwoBands) {
   //   x2: 66 -> code 2 (without the carried 29 it would be 37 -> code 3).
   std::vector<std::uint8_t> src2 = {40, 40, 40, 0};
   std::vector<std::uint8_t> dst2(4, kCanary);
-  ASSERT_EQ(GroupedFourLevel(*e, src2.data(), dst2.data(), 3, 1, HalftoneFlags{HALFTONE_FLAGS(1, 0)},
-                             GroupedMethod::kFixedLevels),
-            0);
+  ASSERT_EQ(Grouped(*e, src2, dst2, 3, 1, 0), 0);
   EXPECT_EQ(dst2[0], 0xE8);  // 3 2 2
   EXPECT_EQ(carry[0], 0);
   EXPECT_EQ(carry[1], -1);
@@ -79,22 +67,20 @@ TEST(RandomSplitGrouped, SingleDotLastPixelOfOddBandReadsRowB) {
                                    GroupedMethod::kLargeDotOnly};
   const std::uint8_t expected[] = {0x10, 0x20, 0x30};
   for (int i = 0; i < 3; ++i) {
-    auto e = FixedEngine();
+    auto e = MakeEngine(kTime);
     // w = 2, h = 1 right after the start of a job, so B is all zero.
     //   x0: 200 -> no dot, err -55; draw 1: all along, A1 = 145 (which would be no dot).
     //   x1 ends the band: decided on B1 = 0 -> a dot.
     std::vector<std::uint8_t> src = {200, 200, 0, 0};
     std::vector<std::uint8_t> dst(4, kCanary);
-    ASSERT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 2, 1, HalftoneFlags{HALFTONE_FLAGS(1, 1)}, methods[i]), 0);
+    ASSERT_EQ(Grouped(*e, src, dst, 2, 1, 1, methods[i]), 0);
     EXPECT_EQ(dst[0], expected[i]);
   }
   // h = 3: B1 still holds the corrected value of the first pixel of the right-to-left row 1.
-  auto e = FixedEngine();
+  auto e = MakeEngine(kTime);
   std::vector<std::uint8_t> src = {200, 200, 0, 0, 0, 0, 0, 0, 100, 255, 0, 0};
   std::vector<std::uint8_t> dst(12, kCanary);
-  ASSERT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 2, 3, HalftoneFlags{HALFTONE_FLAGS(1, 1)},
-                             GroupedMethod::kSmallDotOnly),
-            0);
+  ASSERT_EQ(Grouped(*e, src, dst, 2, 3, 1, GroupedMethod::kSmallDotOnly), 0);
   // Row 0 over 200 200: x0 none, err -55, draw 1: all down, B0 = -55; x1 ends the row: none,
   //   err -55, draw ignored, B1 = 0 + -110/3 = -36.
   // Row 1 right to left over -55 -36: x1 dot, err -36, draw 1: all down, A1 = 255 - 36 = 219;
@@ -114,19 +100,15 @@ TEST(RandomSplitGrouped, FixedLevelThresholdsIgnoreLevelValuesAndRawSample) {
     std::uint8_t sample;
     std::uint8_t byte;
   } cases[] = {{0, 64, 0xC0}, {1, 64, 0x80}, {-10, 202, 0x40}, {-9, 202, 0x00}, {128, 0, 0x80}};
-  auto e = FixedEngine();
+  auto e = MakeEngine(kTime);
   e->levels.L = {200, 210, 220, 230};  // would move every cut if they were used
   std::vector<std::uint8_t> dst(4);
   std::vector<std::uint8_t> src(4);
-  ASSERT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 1, 1, HalftoneFlags{HALFTONE_FLAGS(1, 1)},
-                             GroupedMethod::kFixedLevels),
-            0);
+  ASSERT_EQ(Grouped(*e, src, dst, 1, 1, 1), 0);
   for (const Case& c : cases) {
     e->rows.carry_all()[0] = static_cast<std::int16_t>(c.carry);
     src[0] = c.sample;
-    ASSERT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 1, 1, HalftoneFlags{HALFTONE_FLAGS(1, 0)},
-                               GroupedMethod::kFixedLevels),
-              0);
+    ASSERT_EQ(Grouped(*e, src, dst, 1, 1, 0), 0);
     EXPECT_EQ(dst[0], c.byte) << "value " << c.sample + c.carry;
   }
 }
@@ -140,7 +122,7 @@ TEST(RandomSplitGrouped, SingleDotRoutinesShareDotPositions) {
                                    GroupedMethod::kLargeDotOnly};
   std::unique_ptr<Engine> engines[3];
   for (auto& e : engines) {
-    e = FixedEngine();
+    e = MakeEngine(kTime);
     e->curves.curve_a = 3;  // non-zero built-in curves, so the curve terms take part
     e->curves.curve_b = 4;
   }
@@ -151,11 +133,8 @@ TEST(RandomSplitGrouped, SingleDotRoutinesShareDotPositions) {
     for (auto& s : src) s = static_cast<std::uint8_t>(gen());
     std::vector<std::uint8_t> out[3];
     for (int m = 0; m < 3; ++m) {
-      out[m].assign(((w * 2 + 31) >> 5) * 4 * planes * h, 0);
-      const unsigned phase = band == 0 ? 1 : 0;
-      ASSERT_EQ(GroupedFourLevel(*engines[m], src.data(), out[m].data(), w, h,
-                                 HalftoneFlags{HALFTONE_FLAGS(planes, phase)}, methods[m]),
-                0);
+      out[m].assign(DotStride(w, 2) * planes * h, 0);
+      ASSERT_EQ(Grouped(*engines[m], src, out[m], w, h, band == 0 ? 1 : 0, methods[m], planes), 0);
     }
     for (std::size_t i = 0; i < out[0].size(); ++i) {
       for (int shift = 0; shift < 8; shift += 2) {
@@ -174,22 +153,17 @@ TEST(RandomSplitGrouped, SingleDotRoutinesShareDotPositions) {
 
 // Out-of-contract calls are refused before anything is touched.
 TEST(RandomSplitGrouped, RefusesBandsOutsideTheContract) {
-  auto e = FixedEngine();
+  auto e = MakeEngine(kTime);
   std::vector<std::uint8_t> src(64, 9), dst(64, kCanary);
-  const HalftoneFlags middle{HALFTONE_FLAGS(1, 0)};
-  EXPECT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 4, 2, middle, GroupedMethod::kLevelValues),
-            kErrOutOfContract);  // no start-of-job call
-  const HalftoneFlags start{HALFTONE_FLAGS(1, 1)};
-  EXPECT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 0, 2, start, GroupedMethod::kLevelValues), kErrOutOfContract);
-  EXPECT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 4, 0, start, GroupedMethod::kSmallDotOnly), kErrOutOfContract);
+  const auto m = GroupedMethod::kLevelValues;
+  EXPECT_EQ(Grouped(*e, src, dst, 4, 2, 0, m), kErrOutOfContract);  // no start-of-job call
+  EXPECT_EQ(Grouped(*e, src, dst, 0, 2, 1, m), kErrOutOfContract);
+  EXPECT_EQ(Grouped(*e, src, dst, 4, 0, 1, GroupedMethod::kSmallDotOnly), kErrOutOfContract);
   EXPECT_FALSE(e->rows.live());
-  ASSERT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 4, 2, start, GroupedMethod::kLevelValues), 0);
+  ASSERT_EQ(Grouped(*e, src, dst, 4, 2, 1, m), 0);
   std::fill(dst.begin(), dst.end(), kCanary);
-  EXPECT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 5, 2, middle, GroupedMethod::kLevelValues),
-            kErrOutOfContract);  // wider than the job
-  EXPECT_EQ(GroupedFourLevel(*e, src.data(), dst.data(), 4, 2, HalftoneFlags{HALFTONE_FLAGS(2, 0)},
-                             GroupedMethod::kFixedLevels),
-            kErrOutOfContract);  // more planes than the job
+  EXPECT_EQ(Grouped(*e, src, dst, 5, 2, 0, m), kErrOutOfContract);  // wider than the job
+  EXPECT_EQ(Grouped(*e, src, dst, 4, 2, 0, GroupedMethod::kFixedLevels, 2), kErrOutOfContract);  // more planes
   for (std::uint8_t b : dst) EXPECT_EQ(b, kCanary);
 }
 

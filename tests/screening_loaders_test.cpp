@@ -7,12 +7,12 @@
 #include "halftone/halftone.h"
 #include "screening/example_tables.h"
 #include "screening/loaders.h"
-#include "screening_test_util.h"
+#include "test_support.h"
 
 namespace halftone {
 namespace {
 
-using screening_test::MothsFolder;
+using halftone_test::TempFolder;
 
 constexpr std::size_t kPixelOffset = 14 + 40 + 1024;
 
@@ -27,15 +27,15 @@ void SetLe32(std::vector<std::uint8_t>& f, std::size_t at, std::int32_t v) {
 
 class LoaderTest : public ::testing::Test {
  protected:
-  void SetUp() override { e->host_folder_override = folder.host(); }
-  MothsFolder folder;
+  void SetUp() override { e->host_folder_override = folder.with_separator(); }
+  TempFolder folder;
   std::unique_ptr<Engine> e = std::make_unique<Engine>();
 };
 
 TEST_F(LoaderTest, BitmapRowsAreStoredBottomUp) {
   auto file = FlatBitmap(0);
   std::fill_n(file.begin() + kPixelOffset, 256, std::uint8_t{10});  // first stored row
-  folder.Write("m.bmp", file);
+  folder.Write("Moths/m.bmp", file);
   EXPECT_EQ(LoadBitmapFile(*e, "m.bmp", false), kOk);
   EXPECT_EQ(e->tables.bitmap[255][0], 10);
   EXPECT_EQ(e->tables.bitmap[255][255], 10);
@@ -46,7 +46,7 @@ TEST_F(LoaderTest, BitmapRowsAreStoredBottomUp) {
 TEST_F(LoaderTest, SmallBitmapOverwritesOnlyItsCorner) {
   e->tables.bitmap[0][4] = 99;
   e->tables.bitmap[2][0] = 98;
-  folder.Write("s.bmp", FlatBitmap(7, 4, 2));
+  folder.Write("Moths/s.bmp", FlatBitmap(7, 4, 2));
   EXPECT_EQ(LoadBitmapFile(*e, "s.bmp", false), kOk);
   EXPECT_EQ(e->tables.bitmap[0][3], 7);
   EXPECT_EQ(e->tables.bitmap[1][0], 7);
@@ -57,7 +57,7 @@ TEST_F(LoaderTest, SmallBitmapOverwritesOnlyItsCorner) {
 TEST_F(LoaderTest, BiasTruncatesTowardZero) {
   std::vector<std::uint8_t> ramp(256 * 256);
   for (std::size_t i = 0; i < ramp.size(); ++i) ramp[i] = static_cast<std::uint8_t>(i % 256);  // column c holds c
-  folder.Write("r.bmp", examples::BitmapFile(ramp, 256, 256));
+  folder.Write("Moths/r.bmp", examples::BitmapFile(ramp, 256, 256));
   ASSERT_EQ(LoadBitmapFile(*e, "r.bmp", true), kOk);
   const auto& bias = e->tables.bias[17];
   EXPECT_EQ(bias[0], -50);   // -127 * 0.4 = -50.8
@@ -73,7 +73,7 @@ TEST_F(LoaderTest, ShortBitmapKeepsRowsReadAndBias) {
   e->tables.bitmap[252][5] = 33;
   auto file = FlatBitmap(9);
   file.resize(kPixelOffset + 3 * 256 + 5);  // three rows and five pixels of the fourth
-  folder.Write("t.bmp", file);
+  folder.Write("Moths/t.bmp", file);
   EXPECT_EQ(LoadBitmapFile(*e, "t.bmp", true), kErrShortRead);
   EXPECT_EQ(e->tables.bitmap[255][0], 9);
   EXPECT_EQ(e->tables.bitmap[253][255], 9);
@@ -112,12 +112,12 @@ TEST_F(LoaderTest, MalformedBitmapsLeaveTheTable) {
   };
   for (const Case& c : cases) {
     e->tables.bitmap[255][0] = 42;
-    folder.Write("bad.bmp", c.bytes);
+    folder.Write("Moths/bad.bmp", c.bytes);
     EXPECT_EQ(LoadBitmapFile(*e, "bad.bmp", true), c.code) << c.what;
     EXPECT_EQ(e->tables.bitmap[255][0], 42) << c.what;
     EXPECT_EQ(e->tables.bias[255][0], 0) << c.what;
   }
-  std::filesystem::create_directory(folder.moths() / "dir.bmp");
+  std::filesystem::create_directories(folder.path() / "Moths/dir.bmp");
   EXPECT_EQ(LoadBitmapFile(*e, "dir.bmp", false), kErrOpen);
   EXPECT_EQ(LoadBitmapFile(*e, "missing.bmp", false), kErrOpen);
   EXPECT_EQ(LoadBitmapFile(*e, nullptr, false), kErrOpen);
@@ -179,7 +179,7 @@ TEST_F(LoaderTest, NarrowDuoStackClearsLeadingBytesOfTheSlot) {
 TEST_F(LoaderTest, ShortPatternFileKeepsWhatWasRead) {
   auto bytes = StackOfPatternIndex(2, 4);
   bytes.resize(2 * 4 + 2 * 2 + 1);  // pattern 0, two rows and half a row of pattern 1
-  folder.Write("short.pat", bytes);
+  folder.Write("Moths/short.pat", bytes);
   e->tables.mono[254][2][1] = 0x5A;
   e->tables.mono[253][0][0] = 0x5A;
   EXPECT_EQ(LoadPatternFile(*e, PatternDepth::kMono, "short.pat", 16, 4), kErrShortRead);
@@ -191,7 +191,7 @@ TEST_F(LoaderTest, ShortPatternFileKeepsWhatWasRead) {
 }
 
 TEST_F(LoaderTest, PatternSizesOutsideTheFormatChangeNothing) {
-  folder.Write("p.pat", StackOfPatternIndex(32, 256));
+  folder.Write("Moths/p.pat", StackOfPatternIndex(32, 256));
   const std::pair<int, int> bad_mono[] = {{12, 8}, {264, 8}, {0, 8}, {-8, 8}, {256, 0}, {256, 257}, {256, -1}};
   for (auto [a, b] : bad_mono) {
     EXPECT_EQ(LoadPatternFile(*e, PatternDepth::kMono, "p.pat", a, b), kErrMalformedFile) << a << " x " << b;
@@ -207,7 +207,7 @@ TEST_F(LoaderTest, PatternSizesOutsideTheFormatChangeNothing) {
 TEST_F(LoaderTest, TextTableFillsColumnByColumn) {
   std::string text;
   for (int n = 0; n < 257; ++n) text += std::to_string(n) + (n % 16 == 15 ? "\r\n" : " ");
-  folder.Write("t.txt", text + "\r\n");
+  folder.Write("Moths/t.txt", text + "\r\n");
   ASSERT_EQ(LoadLayerFile(*e, "t.txt"), kOk);
   const auto& layers = e->tables.layers;
   EXPECT_EQ(layers[0][1][0], 1);    // number 1: row 1, column 0
@@ -220,16 +220,16 @@ TEST_F(LoaderTest, TextTableFillsColumnByColumn) {
 }
 
 TEST_F(LoaderTest, TextTableNeedsASeparatorAndOneMoreByte) {
-  folder.Write("a.txt", std::string("1 2 3\r\n"));
+  folder.Write("Moths/a.txt", std::string("1 2 3\r\n"));
   ASSERT_EQ(LoadLayerFile(*e, "a.txt"), kOk);
   EXPECT_EQ(e->tables.layers[0][0][0], 1);
   EXPECT_EQ(e->tables.layers[0][1][0], 2);
   EXPECT_EQ(e->tables.layers[0][2][0], 3);
-  folder.Write("b.txt", std::string("1 2 3"));
+  folder.Write("Moths/b.txt", std::string("1 2 3"));
   ASSERT_EQ(LoadLayerFile(*e, "b.txt"), kOk);  // clears first, then stores 1 and 2
   EXPECT_EQ(e->tables.layers[0][1][0], 2);
   EXPECT_EQ(e->tables.layers[0][2][0], 0);
-  folder.Write("c.txt", std::string("1 2 3\r"));  // the carriage return is the unread last byte
+  folder.Write("Moths/c.txt", std::string("1 2 3\r"));  // the carriage return is the unread last byte
   ASSERT_EQ(LoadLayerFile(*e, "c.txt"), kOk);
   EXPECT_EQ(e->tables.layers[0][2][0], 0);
 }
@@ -238,7 +238,7 @@ TEST_F(LoaderTest, TextTableTokensReadLikeAtoiKeepingLow16Bits) {
   // Tokens: "-3", "\n70000" (line feed kept, skipped by the conversion), "12ab", "\n" (a lone
   // line feed is a token and stores 0), "99999999999" (saturates at 2^31 - 1 -> 0xFFFF),
   // "-99999999999" (saturates at -2^31 -> 0x0000), "+7".
-  folder.Write("v.txt", std::string("-3\r\n70000 12ab\r\n\r99999999999 -99999999999 +7 \r\n"));
+  folder.Write("Moths/v.txt", std::string("-3\r\n70000 12ab\r\n\r99999999999 -99999999999 +7 \r\n"));
   ASSERT_EQ(LoadLayerFile(*e, "v.txt"), kOk);
   const auto& col0 = e->tables.layers[0];
   EXPECT_EQ(col0[0][0], -3);
@@ -254,25 +254,25 @@ TEST_F(LoaderTest, TextTablesBeyondTheFormatAreRefusedUntouched) {
   e->tables.layers[3][4][5] = 345;
   std::string full;
   for (std::size_t n = 0; n < kLayerNumbers; ++n) full += "1 ";
-  folder.Write("full.txt", full + "\r\n");
+  folder.Write("Moths/full.txt", full + "\r\n");
   ASSERT_EQ(LoadLayerFile(*e, "full.txt"), kOk);  // exactly 65,536 numbers fit
   EXPECT_EQ(e->tables.layers[255][15][15], 1);
   e->tables.layers[3][4][5] = 345;
 
-  folder.Write("over.txt", full + "2 \r\n");
+  folder.Write("Moths/over.txt", full + "2 \r\n");
   EXPECT_EQ(LoadLayerFile(*e, "over.txt"), kErrMalformedFile);
-  folder.Write("long.txt", std::string(20, '7') + " \r\n");
+  folder.Write("Moths/long.txt", std::string(20, '7') + " \r\n");
   EXPECT_EQ(LoadLayerFile(*e, "long.txt"), kErrMalformedFile);
-  folder.Write("endless.txt", std::string(1000, '7'));
+  folder.Write("Moths/endless.txt", std::string(1000, '7'));
   EXPECT_EQ(LoadLayerFile(*e, "endless.txt"), kErrMalformedFile);
-  folder.Write("empty.txt", std::string());
+  folder.Write("Moths/empty.txt", std::string());
   EXPECT_EQ(LoadLayerFile(*e, "empty.txt"), kErrMalformedFile);
-  std::filesystem::create_directory(folder.moths() / "dir.txt");
+  std::filesystem::create_directories(folder.path() / "Moths/dir.txt");
   EXPECT_EQ(LoadLayerFile(*e, "dir.txt"), kErrOpen);
   EXPECT_EQ(LoadLayerFile(*e, "missing.txt"), kErrOpen);
   EXPECT_EQ(e->tables.layers[3][4][5], 345);
 
-  folder.Write("ok19.txt", std::string(19, '1') + " \r\n");
+  folder.Write("Moths/ok19.txt", std::string(19, '1') + " \r\n");
   EXPECT_EQ(LoadLayerFile(*e, "ok19.txt"), kOk);
 }
 
@@ -291,18 +291,18 @@ TEST(BayerMatrix, RowsAndCorners) {
 
 // Through the exported names: the hidden codes reach halftone_last_load_status.
 TEST(LoaderExports, ReturnCodesAndRecordedStatus) {
-  MothsFolder folder;
-  ASSERT_EQ(halftone_set_host_folder(folder.host().c_str()), 0);
+  TempFolder folder;
+  ASSERT_EQ(halftone_set_host_folder(folder.with_separator().c_str()), 0);
   EXPECT_EQ(PuaningFa("missing.bmp", 0, 0), 0);
   EXPECT_EQ(halftone_last_load_status(), HALFTONE_ERR_OPEN);
-  folder.Write("short.bmp", std::vector<std::uint8_t>(30, 0));
+  folder.Write("Moths/short.bmp", std::vector<std::uint8_t>(30, 0));
   EXPECT_EQ(PuaningFa13("short.bmp", 0, 0), 0);
   EXPECT_EQ(halftone_last_load_status(), HALFTONE_ERR_SHORT_READ);
   EXPECT_EQ(NiceMents("missing.txt", 0, 0), 0);
   EXPECT_EQ(halftone_last_load_status(), HALFTONE_ERR_OPEN);
   EXPECT_EQ(KaiDuaning("missing.pat", 256, 256), HALFTONE_ERR_OPEN);
   EXPECT_EQ(NingJing("missing.pat", 257, 256), HALFTONE_ERR_BAD_FILE);
-  folder.Write("s.pat", std::vector<std::uint8_t>(100, 0));
+  folder.Write("Moths/s.pat", std::vector<std::uint8_t>(100, 0));
   EXPECT_EQ(NingJing("s.pat", 256, 256), HALFTONE_ERR_SHORT_READ);
   EXPECT_EQ(SincesKai(), 0);
   EXPECT_EQ(halftone_last_load_status(), 0);

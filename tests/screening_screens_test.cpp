@@ -8,6 +8,7 @@
 #include "frame/engine.h"
 #include "screening/loaders.h"
 #include "screening/screens.h"
+#include "test_support.h"
 
 namespace halftone {
 namespace {
@@ -175,36 +176,30 @@ TEST_F(ThresholdScreenTest, FullBitmapPrintsEveryLevel) {
   for (std::uint8_t byte : out) EXPECT_EQ(byte, 0xFF);
 }
 
-std::size_t DotsPerTile(const std::vector<std::uint8_t>& out) {
-  std::size_t n = 0;
-  for (std::uint8_t byte : out) n += static_cast<std::size_t>(__builtin_popcount(byte));
-  return n;
-}
-
 TEST_F(ThresholdScreenTest, BayerSkipsItsZeroCellAndSpreadsMidGrey) {
   BuildBayerMatrix(e->tables);
   auto out = Screen(ThresholdScreen::kBayer, std::vector<std::uint8_t>(16 * 16, 0), 16, 16, 1);
-  EXPECT_EQ(DotsPerTile(out), 255u);
+  EXPECT_EQ(halftone_test::CountBits(out), 255u);
   EXPECT_FALSE(Dot(out, 0, 0));  // the cell holding 0
   out = Screen(ThresholdScreen::kBayer, std::vector<std::uint8_t>(16 * 16, 128), 16, 16, 1);
-  EXPECT_EQ(DotsPerTile(out), 127u);  // cells above 128
+  EXPECT_EQ(halftone_test::CountBits(out), 127u);  // cells above 128
   EXPECT_FALSE(Dot(out, 0, 1));       // 128 < 128 fails
   EXPECT_TRUE(Dot(out, 0, 3));        // 128 < 160
   out = Screen(ThresholdScreen::kBayer, std::vector<std::uint8_t>(16 * 16, 255), 16, 16, 1);
-  EXPECT_EQ(DotsPerTile(out), 0u);
+  EXPECT_EQ(halftone_test::CountBits(out), 0u);
 }
 
 TEST_F(ThresholdScreenTest, ClusteredScreenLevelsAndRowCounters) {
   auto out = Screen(ThresholdScreen::kClusteredAm, std::vector<std::uint8_t>(2 * 16 * 16, 1), 16, 16, 2);
   // Level 1 prints where 1 < 2M - 1, i.e. M >= 2: all cells but the two holding 1 (row 4,
   // column 3 and row 12, column 11), on each plane.
-  EXPECT_EQ(DotsPerTile(out), 2u * 254u);
+  EXPECT_EQ(halftone_test::CountBits(out), 2u * 254u);
   EXPECT_FALSE(Dot(out, (4 * 2) * 4, 3));  // row y of plane 0 at (y * 2 planes) * 4 bytes
   EXPECT_FALSE(Dot(out, (12 * 2) * 4, 11));
   out = Screen(ThresholdScreen::kClusteredAm, std::vector<std::uint8_t>(16 * 16, 255), 16, 16, 1);
-  EXPECT_EQ(DotsPerTile(out), 0u);
+  EXPECT_EQ(halftone_test::CountBits(out), 0u);
   out = Screen(ThresholdScreen::kClusteredAm, std::vector<std::uint8_t>(16 * 16, 0), 16, 16, 1);
-  EXPECT_EQ(DotsPerTile(out), 256u);
+  EXPECT_EQ(halftone_test::CountBits(out), 256u);
   EXPECT_EQ(e->tables.plane_row_counters[0], 48u);
   EXPECT_EQ(e->tables.plane_row_counters[1], 16u);
 

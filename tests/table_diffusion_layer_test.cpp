@@ -2,26 +2,25 @@
 // halving of negative errors, and the curve-biased random sibling.
 #include <gtest/gtest.h>
 
-#include "table_diffusion_support.h"
 #include "tablediffusion/integer_diffusion.h"
+#include "test_support.h"
 
 namespace halftone {
 namespace {
 
-using namespace halftone::testing;
+using namespace halftone_test;
 
-constexpr unsigned kStart = 1, kMiddle = 0;
+int Halftone(Engine& e, TestBand& b, unsigned phase, LayerModulatedMember m = LayerModulatedMember::kLayerTiles) {
+  return b.Run([&](auto... a) { return LayerModulatedDiffusion(e, m, a...); }, phase);
+}
 
 TEST(LayerModulated, MidGreyHalvesItsError) {
   // Zero layer table, level 128: x0 s=128 dot, e=128: 64 ahead, 64 down.
   // x1 s=192, e=-63: ahead trunc(-63/2)=-31 (dropped), down -32.
   auto e = MakeEngine();
-  auto src = Flat(2, 1, 1, 128);
-  auto dst = OutputFor(2, 1, 1, 1);
-  ASSERT_EQ(LayerModulatedDiffusion(*e, LayerModulatedMember::kLayerTiles, src.data(), dst.data(), 2, 1,
-                                    Flags(1, kStart)),
-            0);
-  EXPECT_EQ(dst[0], 0x80);
+  TestBand b(2, 1, 1, 128);
+  ASSERT_EQ(Halftone(*e, b, kPhaseStart), 0);
+  EXPECT_EQ(b.dst[0], 0x80);
   EXPECT_EQ(e->rows.b()[0], 64);
   EXPECT_EQ(e->rows.b()[1], -32);
 }
@@ -31,24 +30,18 @@ TEST(LayerModulated, NegativeTermPrintsOnWhiteAndIsDiffused) {
   // row 0: down 55 - 27 = 28. Row 1 (backward, last): s=255+28=283, e=28, down 14 -> carry.
   auto e = MakeEngine();
   e->tables.layers[255][0][0] = -200;
-  auto src = Flat(1, 2, 1, 255);
-  auto dst = OutputFor(1, 2, 1, 1);
-  ASSERT_EQ(LayerModulatedDiffusion(*e, LayerModulatedMember::kLayerTiles, src.data(), dst.data(), 1, 2,
-                                    Flags(1, kStart)),
-            0);
-  EXPECT_EQ(dst[0], 0x80);
-  EXPECT_EQ(dst[4], 0x00);
+  TestBand b(1, 2, 1, 255);
+  ASSERT_EQ(Halftone(*e, b, kPhaseStart), 0);
+  EXPECT_EQ(b.dst[0], 0x80);
+  EXPECT_EQ(b.dst[4], 0x00);
   EXPECT_EQ(e->rows.carry_all()[0], 14);
 }
 
 TEST(LayerModulated, OddNegativeErrorHalvesTowardZero) {
   // Level 252: e = -3, ahead trunc(-3/2) = -1, down -2.
   auto e = MakeEngine();
-  auto src = Flat(1, 1, 1, 252);
-  auto dst = OutputFor(1, 1, 1, 1);
-  ASSERT_EQ(LayerModulatedDiffusion(*e, LayerModulatedMember::kLayerTiles, src.data(), dst.data(), 1, 1,
-                                    Flags(1, kStart)),
-            0);
+  TestBand b(1, 1, 1, 252);
+  ASSERT_EQ(Halftone(*e, b, kPhaseStart), 0);
   EXPECT_EQ(e->rows.b()[0], -2);
 }
 
@@ -60,17 +53,12 @@ TEST(LayerModulated, TileRestartsWithEveryBand) {
     e->tables.layers[255][3][0] = -300;
     std::vector<std::size_t> rows_with_dots;
     std::size_t page_row = 0;
-    bool first = true;
     for (std::size_t h : heights) {
-      auto src = Flat(1, h, 1, 255);
-      auto dst = OutputFor(1, h, 1, 1);
-      EXPECT_EQ(LayerModulatedDiffusion(*e, LayerModulatedMember::kLayerTiles, src.data(), dst.data(), 1, h,
-                                        Flags(1, first ? kStart : kMiddle)),
-                0);
+      TestBand b(1, h, 1, 255);
+      EXPECT_EQ(Halftone(*e, b, page_row == 0 ? kPhaseStart : 0), 0);
       for (std::size_t r = 0; r < h; ++r)
-        if (Dot(&dst[r * 4], 0)) rows_with_dots.push_back(page_row + r);
+        if (b.Dot(r, 0)) rows_with_dots.push_back(page_row + r);
       page_row += h;
-      first = false;
     }
     return rows_with_dots;
   };
@@ -78,24 +66,17 @@ TEST(LayerModulated, TileRestartsWithEveryBand) {
   EXPECT_EQ(dot_rows({2, 6}), std::vector<std::size_t>{5});
 }
 
-// The clock is pinned at 1002: the first two-bit draws after seeding are 0, 1, 1, 3.
+// At 1002 s the first two-bit draws are 0, 1, 1, 3 (see random_bits_test).
 TEST(LayerModulated, HandWorkedCurveBiasRow) {
-  RandomBitSource probe;
-  probe.Seed(1002);
-  for (unsigned q : {0u, 1u, 1u, 3u}) ASSERT_EQ(probe.NextTwoBits(), q);
-
   auto e = MakeEngine(1002);
-  auto src = Flat(4, 1, 1, 100);
-  auto dst = OutputFor(4, 1, 1, 1);
-  ASSERT_EQ(LayerModulatedDiffusion(*e, LayerModulatedMember::kCurveBias, src.data(), dst.data(), 4, 1,
-                                    Flags(1, kStart)),
-            0);
+  TestBand b(4, 1, 1, 100);
+  ASSERT_EQ(Halftone(*e, b, kPhaseStart, LayerModulatedMember::kCurveBias), 0);
   // Level 100 (<= 140), zero curves:
   //  x0 q=0: s=100 dot, e=100: down 33, ahead 67.
   //  x1 q=1: s=167, e=-88: all down.
   //  x2 q=1: s=100 dot, e=100: all down.
   //  x3 q=3: s=100 dot, e=100: all ahead (dropped), down 0.
-  EXPECT_EQ(dst[0], 0xB0);
+  EXPECT_EQ(b.dst[0], 0xB0);
   const std::int16_t expected[4] = {33, -88, 100, 0};
   for (std::size_t x = 0; x < 4; ++x) EXPECT_EQ(e->rows.b()[x], expected[x]) << x;
 }
@@ -108,18 +89,15 @@ TEST(LayerModulated, HandWorkedCurveColumns) {
   e->curves.slots[4].fill(20);
   e->curves.curve_a = 3;
   e->curves.curve_b = 4;
-  auto src = Flat(2, 2, 1, 200);
-  auto dst = OutputFor(2, 2, 1, 1);
-  ASSERT_EQ(LayerModulatedDiffusion(*e, LayerModulatedMember::kCurveBias, src.data(), dst.data(), 2, 2,
-                                    Flags(1, kStart)),
-            0);
+  TestBand b(2, 2, 1, 200);
+  ASSERT_EQ(Halftone(*e, b, kPhaseStart, LayerModulatedMember::kCurveBias), 0);
   // Row 0 forward: x0 bit 0: s=200, e=-55+20=-35: ahead trunc(-35/3)=-11, down -24.
   //                x1 bit 1: s=189, e=-66: down trunc(-66/3)=-22 (ahead dropped).
   // Row 1 backward, last, B = [-24, -22]:
   //                x1 bit 1: s=178, e=-77+30=-47: down -15 -> carry, ahead -32 -> B0=-56.
   //                x0 bit 1: s=144, e=-111: down -37 -> carry.
-  EXPECT_EQ(dst[0], 0);
-  EXPECT_EQ(dst[4], 0);
+  EXPECT_EQ(b.dst[0], 0);
+  EXPECT_EQ(b.dst[4], 0);
   EXPECT_EQ(e->rows.carry_all()[0], -37);
   EXPECT_EQ(e->rows.carry_all()[1], -15);
 }

@@ -1,15 +1,23 @@
-// Helpers shared by the tests: bands built in code, temporary folders, dot reading.
+// Helpers shared by the tests: temporary folders, bands built in code, dot reading, method
+// lookup, and (library suite only) engines with a pinned clock.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "halftone/halftone.h"
+
 namespace halftone_test {
 
-// A folder under the system temp folder, removed with everything in it at scope exit.
+inline constexpr std::uint8_t kCanary = 0xEE;
+
+// A fresh folder under the system temp folder, removed with everything in it at scope exit.
 class TempFolder {
  public:
   TempFolder() {
@@ -26,6 +34,15 @@ class TempFolder {
   const std::filesystem::path& path() const { return path_; }
   // The folder as the library wants it: ending in a separator.
   std::string with_separator() const { return path_.string() + "/"; }
+  // Writes `bytes` to `name` under the folder, making any folders on the way.
+  void Write(const std::string& name, const std::vector<std::uint8_t>& bytes) const {
+    std::filesystem::create_directories((path_ / name).parent_path());
+    std::ofstream(path_ / name, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  }
+  void Write(const std::string& name, const std::string& text) const {
+    Write(name, std::vector<std::uint8_t>(text.begin(), text.end()));
+  }
 
  private:
   std::filesystem::path path_;
@@ -33,6 +50,7 @@ class TempFolder {
 
 inline std::size_t RasterStride(std::size_t w) { return ((w * 8 + 31) >> 5) * 4; }
 inline std::size_t DotStride(std::size_t w, unsigned bits) { return ((w * bits + 31) >> 5) * 4; }
+inline unsigned Flags(unsigned planes, unsigned phase) { return (planes << 8) | (phase << 16); }
 
 // A band of P planes of w x h samples in the interleaved layout, filled from `sample(x, y, p)`.
 template <class Fn>
@@ -60,7 +78,85 @@ inline unsigned CodeAt(const std::uint8_t* row, std::size_t x, unsigned bits) {
     default: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 0xFu;
   }
 }
+inline bool Dot(const std::uint8_t* row, std::size_t x) { return CodeAt(row, x, 1) != 0; }
 
-inline unsigned Flags(unsigned planes, unsigned phase) { return (planes << 8) | (phase << 16); }
+inline std::size_t CountBits(const std::vector<std::uint8_t>& bytes) {
+  std::size_t n = 0;
+  for (std::uint8_t b : bytes) n += static_cast<std::size_t>(__builtin_popcount(b));
+  return n;
+}
+
+// The registry row of export `name`.
+inline bool FindMethod(const std::string& name, halftone_method_info& info) {
+  for (int i = 0; i < halftone_method_count(); ++i)
+    if (halftone_method_get(i, &info) == 0 && name == info.name) return true;
+  return false;
+}
+
+// Calls a band or plane export through its registry row (plane exports take no flags).
+inline int CallMethod(const halftone_method_info& info, unsigned char* src, unsigned char* dst, int w, int h,
+                      unsigned flags) {
+  const auto uw = static_cast<unsigned>(w), uh = static_cast<unsigned>(h);
+  switch (info.entry_kind) {
+    case HALFTONE_ENTRY_BAND:
+      return reinterpret_cast<int (*)(unsigned char*, unsigned char*, int, int, unsigned)>(info.entry)(src, dst, w, h,
+                                                                                                      flags);
+    case HALFTONE_ENTRY_BAND_UNSIGNED:
+      return reinterpret_cast<int (*)(unsigned char*, unsigned char*, unsigned, unsigned, unsigned)>(info.entry)(
+          src, dst, uw, uh, flags);
+    case HALFTONE_ENTRY_PLANE:
+      return reinterpret_cast<int (*)(unsigned char*, unsigned char*, unsigned, unsigned)>(info.entry)(src, dst, uw, uh);
+    default: return -1;
+  }
+}
 
 }  // namespace halftone_test
+
+#if __has_include("frame/engine.h")
+#include "frame/engine.h"
+
+namespace halftone_test {
+
+// An engine of a test's own (large, so on the heap) with its clock pinned.
+inline std::unique_ptr<halftone::Engine> MakeEngine(long long seconds = 1002) {
+  auto e = std::make_unique<halftone::Engine>();
+  e->clock.SetFixed(seconds);
+  return e;
+}
+
+// A band and its dot buffer (pre-filled with the canary: routines must clear it), with
+// readers for its dots.
+struct TestBand {
+  std::size_t w, h;
+  unsigned planes, bits;
+  std::vector<std::uint8_t> src, dst;
+
+  template <std::invocable<std::size_t, std::size_t, unsigned> Fn>
+  TestBand(std::size_t w_, std::size_t h_, unsigned planes_, Fn sample, unsigned bits_ = 1)
+      : w(w_), h(h_), planes(planes_), bits(bits_), src(MakeBand(w_, h_, planes_, sample)),
+        dst(DotStride(w_, bits_) * h_ * planes_, kCanary) {}
+  TestBand(std::size_t w_, std::size_t h_, unsigned planes_, int level, unsigned bits_ = 1)
+      : TestBand(w_, h_, planes_, [level](std::size_t, std::size_t, unsigned) { return level; }, bits_) {}
+
+  void Set(std::size_t y, unsigned p, std::size_t x, std::uint8_t v) { src[(y * planes + p) * RasterStride(w) + x] = v; }
+  const std::uint8_t* DotRow(std::size_t y, unsigned p = 0) const {
+    return dst.data() + (y * planes + p) * DotStride(w, bits);
+  }
+  unsigned Code(std::size_t y, std::size_t x, unsigned p = 0) const { return CodeAt(DotRow(y, p), x, bits); }
+  bool Dot(std::size_t y, std::size_t x, unsigned p = 0) const { return Code(y, x, p) != 0; }
+  double Density() const {
+    std::size_t dots = 0;
+    for (std::size_t y = 0; y < h; ++y)
+      for (unsigned p = 0; p < planes; ++p)
+        for (std::size_t x = 0; x < w; ++x) dots += Dot(y, x, p);
+    return static_cast<double>(dots) / static_cast<double>(w * h * planes);
+  }
+  // Runs `fn(src, dst, w, h, flags)` on the band as a band of job phase `phase`.
+  template <class Fn>
+  int Run(Fn fn, unsigned phase) {
+    return fn(src.data(), dst.data(), w, h, halftone::HalftoneFlags{Flags(planes, phase)});
+  }
+};
+
+}  // namespace halftone_test
+#endif
