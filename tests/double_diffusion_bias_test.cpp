@@ -21,43 +21,15 @@ int Halftone(Engine& e, DoubleMethod m, TestBand& b, unsigned phase) {
 
 TEST(DoubleBiasTables, AnchorValuesAreTheExactDecimals) {
   // Quarter-column table: linear runs and single levels at their boundaries.
-  EXPECT_EQ(kQuarterColumnBias[0], 0.0);
-  EXPECT_EQ(kQuarterColumnBias[7], 7.0);
-  EXPECT_EQ(kQuarterColumnBias[11], 10.8);
-  EXPECT_EQ(kQuarterColumnBias[17], 14.8);
-  EXPECT_EQ(kQuarterColumnBias[18], 15.3);
-  EXPECT_EQ(kQuarterColumnBias[21], 16.8);  // 15.3 + 3 * 0.5, as its own decimal
-  EXPECT_EQ(kQuarterColumnBias[30], 21.3);
-  EXPECT_EQ(kQuarterColumnBias[31], 21.8);
-  EXPECT_EQ(kQuarterColumnBias[206], 21.8);
-  EXPECT_EQ(kQuarterColumnBias[207], 21.0);
-  EXPECT_EQ(kQuarterColumnBias[209], 19.8);
-  EXPECT_EQ(kQuarterColumnBias[216], 12.8);
-  EXPECT_EQ(kQuarterColumnBias[242], 12.3);
-  EXPECT_EQ(kQuarterColumnBias[250], 10.4);
-  EXPECT_EQ(kQuarterColumnBias[254], 2.5);
-  EXPECT_EQ(kQuarterColumnBias[255], 0.0);
+  ExpectCells<double>(kQuarterColumnBias, {{0, 0.0}, {7, 7.0}, {11, 10.8}, {17, 14.8}, {18, 15.3}, {21, 16.8},
+                {30, 21.3}, {31, 21.8}, {206, 21.8}, {207, 21.0}, {209, 19.8}, {216, 12.8}, {242, 12.3}, {250, 10.4},
+                {254, 2.5}, {255, 0.0}});
   // Half-column table: the shadows of the table above, a longer plateau, a finer tail.
-  EXPECT_EQ(kHalfColumnBias[13], 12.2);
-  EXPECT_EQ(kHalfColumnBias[224], 21.8);
-  EXPECT_EQ(kHalfColumnBias[225], 21.3);
-  EXPECT_EQ(kHalfColumnBias[231], 18.3);
-  EXPECT_EQ(kHalfColumnBias[238], 14.8);
-  EXPECT_EQ(kHalfColumnBias[243], 11.4);
-  EXPECT_EQ(kHalfColumnBias[254], 1.25);
+  ExpectCells<double>(kHalfColumnBias, {{13, 12.2}, {224, 21.8}, {225, 21.3}, {231, 18.3}, {238, 14.8}, {243, 11.4},
+                {254, 1.25}});
   // Every-column table.
-  EXPECT_EQ(kEveryColumnBias[1], 0.6);
-  EXPECT_EQ(kEveryColumnBias[17], 10.7);
-  EXPECT_EQ(kEveryColumnBias[46], 39.7);
-  EXPECT_EQ(kEveryColumnBias[47], 40.7);
-  EXPECT_EQ(kEveryColumnBias[194], 35.6);
-  EXPECT_EQ(kEveryColumnBias[200], 32.0);
-  EXPECT_EQ(kEveryColumnBias[208], 27.2);
-  EXPECT_EQ(kEveryColumnBias[223], 20.5);
-  EXPECT_EQ(kEveryColumnBias[232], 16.5);
-  EXPECT_EQ(kEveryColumnBias[235], 13.8);
-  EXPECT_EQ(kEveryColumnBias[243], 6.6);
-  EXPECT_EQ(kEveryColumnBias[255], 0.0);
+  ExpectCells<double>(kEveryColumnBias, {{1, 0.6}, {17, 10.7}, {46, 39.7}, {47, 40.7}, {194, 35.6}, {200, 32.0},
+                {208, 27.2}, {223, 20.5}, {232, 16.5}, {235, 13.8}, {243, 6.6}, {255, 0.0}});
 }
 
 TEST(DoubleBiasTables, DiagonalMaskBands) {

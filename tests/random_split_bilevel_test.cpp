@@ -44,9 +44,7 @@ TEST(RandomSplitBilevel, LightnessThirdsWithCurvesHandWorked) {
   EXPECT_EQ(dst[4], 0x20);
   EXPECT_EQ(dst[8], kCanary);
   const std::int16_t* carry = e->rows.carry_all();
-  EXPECT_EQ(carry[0], 0);
-  EXPECT_EQ(carry[1], 72);
-  EXPECT_EQ(carry[2], 0);
+  ExpectCells<int>(carry, {{0, 0}, {1, 72}, {2, 0}});
 }
 
 // A one-pixel band (w = h = 1) is only decided. Its corrected value is preset through the carry

@@ -41,9 +41,7 @@ TEST(RandomSplitEightLevel, FixedLevelsHandWorked) {
   EXPECT_EQ(dst[2], 0);
   EXPECT_EQ(dst[8], kCanary);
   const std::int16_t* carry = e->rows.carry_all();
-  EXPECT_EQ(carry[0], 0);
-  EXPECT_EQ(carry[1], 0);
-  EXPECT_EQ(carry[2], 18);
+  ExpectCells<int>(carry, {{0, 0}, {1, 0}, {2, 18}});
 }
 
 // Single-pixel bands (only decided) whose corrected value is the sample plus a preset carry.

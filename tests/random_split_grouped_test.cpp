@@ -43,9 +43,7 @@ TEST(RandomSplitGrouped, FixedLevelsHandWorkedTwoBands) {
   EXPECT_EQ(dst[1], 0);
   EXPECT_EQ(dst[8], kCanary);
   const std::int16_t* carry = e->rows.carry_all();
-  EXPECT_EQ(carry[0], 0);
-  EXPECT_EQ(carry[1], 0);
-  EXPECT_EQ(carry[2], 29);
+  ExpectCells<int>(carry, {{0, 0}, {1, 0}, {2, 29}});
 
   // Band 2, h = 1: A = 40 40 40 + carry = 40 40 69; the only row runs left to right and is
   // the last row, so it writes carry too (odd heights carry, unlike the spine routine):
@@ -56,9 +54,7 @@ TEST(RandomSplitGrouped, FixedLevelsHandWorkedTwoBands) {
   std::vector<std::uint8_t> dst2(4, kCanary);
   ASSERT_EQ(Grouped(*e, src2, dst2, 3, 1, 0), 0);
   EXPECT_EQ(dst2[0], 0xE8);  // 3 2 2
-  EXPECT_EQ(carry[0], 0);
-  EXPECT_EQ(carry[1], -1);
-  EXPECT_EQ(carry[2], 0);
+  ExpectCells<int>(carry, {{0, 0}, {1, -1}, {2, 0}});
 }
 
 // The pixel ending a left-to-right last row is decided on working row B.

@@ -1,5 +1,5 @@
-// The lookup-table diffusion members: the rand() they draw from, where each member puts a
-// dot, the dots of a small hand-worked plane, the unturned last row and the refusals.
+// The lookup-table diffusion members (rotated, reversed and four-way): the rand() they draw
+// from, where each member puts a dot, hand-worked planes, the unturned last row, the refusals.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -9,13 +9,14 @@
 #include <thread>
 #include <vector>
 
-#include "frame/band.h"
-#include "halftone/halftone.h"
+#include "test_support.h"
 #include "rotated/crt_rand.h"
 #include "rotated/lookup_diffusion.h"
 
 namespace halftone {
 namespace {
+
+using halftone_test::CountBits;
 
 constexpr std::uint8_t kCanary = 0x5A;
 
@@ -25,29 +26,36 @@ std::array<std::int32_t, 256> Identity() {
   return t;
 }
 
-// A plane of w x h samples, all `fill`, in the host's raster layout.
+// A plane of w x h samples in the host's raster layout, all `fill` or given row by row.
 struct TestPlane {
   std::size_t w, h, stride;
   std::vector<std::uint8_t> bytes;
   TestPlane(std::size_t w_, std::size_t h_, std::uint8_t fill)
       : w(w_), h(h_), stride(RasterStride(w_)), bytes(stride * h_, fill) {}
+  TestPlane(std::size_t w_, std::initializer_list<std::initializer_list<std::uint8_t>> rows)
+      : TestPlane(w_, rows.size(), 0) {
+    std::size_t y = 0;
+    for (const auto& r : rows) std::copy(r.begin(), r.end(), &at(0, y++));
+  }
   std::uint8_t& at(std::size_t x, std::size_t y) { return bytes[y * stride + x]; }
+  LookupPlane For(std::uint8_t* out, const std::int32_t* lookup) {
+    return {bytes.data(), out, static_cast<int>(w), static_cast<int>(h), lookup};
+  }
 };
 
 std::vector<std::uint8_t> Diffuse(RotatedMember member, TestPlane& plane, const std::int32_t* lookup,
-                              std::uint32_t seed, std::size_t buffer_bytes = 0) {
-  if (buffer_bytes == 0) buffer_bytes = RotatedBufferBytes(member, plane.w, plane.h);
-  std::vector<std::uint8_t> out(buffer_bytes, kCanary);
+                              std::uint32_t seed) {
+  std::vector<std::uint8_t> out(RotatedBufferBytes(member, plane.w, plane.h), kCanary);
   CrtRand rng;
-  LookupPlane p{plane.bytes.data(), out.data(), static_cast<int>(plane.w), static_cast<int>(plane.h), lookup};
-  EXPECT_EQ(RotatedLookupDiffusion(member, p, rng, seed), kOk);
+  EXPECT_EQ(RotatedLookupDiffusion(member, plane.For(out.data(), lookup), rng, seed), kOk);
   return out;
 }
 
-std::size_t CountBits(const std::vector<std::uint8_t>& bytes) {
-  std::size_t n = 0;
-  for (std::uint8_t b : bytes) n += static_cast<std::size_t>(__builtin_popcount(b));
-  return n;
+std::vector<std::uint8_t> FourWay(TestPlane& plane, const std::int32_t* lookup, std::uint32_t seed) {
+  std::vector<std::uint8_t> out(DotStride(plane.w, 1) * plane.h, kCanary);
+  CrtRand rng;
+  EXPECT_EQ(FourWayLookupDiffusion(plane.For(out.data(), lookup), rng, seed), kOk);
+  return out;
 }
 
 TEST(CrtRand, KnownSequenceFromSeedOneAndFreshState) {
@@ -158,10 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
 // Dots: (0,0) (2,0) (1,1) (0,2). Plain thresholding would differ at (0,1), (1,1) and (2,2).
 TEST(RotatedDiffusion, HandWorkedPlaneInEveryLayout) {
   const auto lookup = Identity();
-  TestPlane plane(3, 3, 0);
-  const std::uint8_t rows[3][3] = {{100, 200, 50}, {30, 140, 220}, {128, 129, 90}};
-  for (std::size_t y = 0; y < 3; ++y)
-    for (std::size_t x = 0; x < 3; ++x) plane.at(x, y) = rows[y][x];
+  TestPlane plane(3, {{100, 200, 50}, {30, 140, 220}, {128, 129, 90}});
 
   using Bytes = std::vector<std::uint8_t>;
   // Turned: (0,0) -> row 2 col 2; (2,0) -> row 0 col 2; (1,1) -> row 1 col 1; the last row's
@@ -185,21 +190,14 @@ TEST(RotatedDiffusion, HandWorkedPlaneInEveryLayout) {
   // bit (1 + 5) % 8 = 6 = 0x40. Last row -> row 0, x0 at bit 5 = 0x20, OR-ed with 0xA0.
   EXPECT_EQ(Diffuse(RotatedMember::kMixed, plane, lookup.data(), 1),
             (Bytes{0xA0, 0, 0, 0, 0x40, 0, 0, 0, 0, 0, 0, 0}));
-}
-
-TEST(RotatedDiffusion, ExportsSeedFromTheFixedTime) {
-  auto lookup = Identity();
-  TestPlane plane(3, 3, 0);
-  const std::uint8_t rows[3][3] = {{100, 200, 50}, {30, 140, 220}, {128, 129, 90}};
-  for (std::size_t y = 0; y < 3; ++y)
-    for (std::size_t x = 0; x < 3; ++x) plane.at(x, y) = rows[y][x];
+  // The export seeds from the library clock and writes through the reference it is given.
   halftone_set_fixed_time(1);
-  std::vector<std::uint8_t> out(12, kCanary);
+  Bytes out(12, kCanary);
   unsigned char* dst = out.data();
-  EXPECT_EQ(sdicxx78xy(plane.bytes.data(), dst, 3, 3, lookup.data(), nullptr), 0);
-  EXPECT_EQ(dst, out.data());  // the reference is written through, not replaced
-  EXPECT_EQ(out, (std::vector<std::uint8_t>{0x20, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
+  EXPECT_EQ(sdicxx78xy(plane.bytes.data(), dst, 3, 3, const_cast<int*>(lookup.data()), nullptr), 0);
   halftone_set_fixed_time(-1);
+  EXPECT_EQ(dst, out.data());
+  EXPECT_EQ(out, (Bytes{0x20, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
 }
 
 TEST(RotatedDiffusion, LookupLevel128PrintsAnd129DoesNot) {
@@ -327,6 +325,84 @@ TEST(RotatedDiffusion, RefusesBadSizesAndNullsUntouched) {
   EXPECT_EQ(xinskdn34skx(src.data(), dst, 4, 4, lk, nullptr), HALFTONE_ERR_NOT_PROVIDED);
   EXPECT_EQ(shdeiznc45kdi(src.data(), dst, 4, 4, lk, nullptr), HALFTONE_ERR_NOT_PROVIDED);
   for (std::uint8_t b : out) ASSERT_EQ(b, kCanary);
+}
+
+// Seed 1: draws 41, 18467, 6334, 26500, 19169, 15724, i.e. directions 1, 3, 2, 0, 1, 0
+// (1 below-ahead, 3 below-behind, 2 below, 0 along).
+//   input  row 0: 100 200  60     row 1: 170  20 240
+// Row 0, left to right (row 1 looked up one pixel ahead):
+//   x0 100 dot, e +100; below loads x1 = 20 and x0 = 170; dir 1 -> below x1 = 120
+//   x1 200 blank, e -55; below loads x2 = 240; dir 3 -> below x0 = 115
+//   x2  60 dot, e +60; dir 2 -> below x2 = 300
+// Row 1 (last), right to left (115 120 300):
+//   x2 300 blank, e +45, dir 0 -> x1 = 165;  x1 165 blank, e -90, dir 1: no row below, dropped
+//   x0 115 dot, dir 0: row end, dropped.
+// Row 0 dots x0, x2 (A0); row 1 x0 (80). Thresholding alone would print row 1 at x1 instead.
+TEST(FourWayDiffusion, HandWorkedRoutes) {
+  const auto lookup = Identity();
+  TestPlane src(3, {{100, 200, 60}, {170, 20, 240}});
+  EXPECT_EQ(FourWay(src, lookup.data(), 1), (std::vector<std::uint8_t>{0xA0, 0, 0, 0, 0x80, 0, 0, 0}));
+  // The export seeds from the library clock.
+  std::vector<std::uint8_t> out(8, kCanary);
+  halftone_set_fixed_time(1);
+  EXPECT_EQ(kajdjigc23kdh(src.bytes.data(), out.data(), 3, 2, const_cast<int*>(lookup.data()), nullptr), 0);
+  halftone_set_fixed_time(-1);
+  EXPECT_EQ(out, (std::vector<std::uint8_t>{0xA0, 0, 0, 0, 0x80, 0, 0, 0}));
+}
+
+// Seed 3: draws 48, 7196, ... directions 0, 0: along the row both times.
+//   lookup[0] = 128: x0 dot, +128 along -> x1 = 1 + 128 = 129, blank.   bits 10
+//   lookup[0] = 129: x0 blank, -126 along -> x1 = -125, dot.           bits 01
+TEST(FourWayDiffusion, LookupLevel128PrintsAnd129DoesNot) {
+  auto lookup = Identity();
+  TestPlane src(2, {{0, 1}});
+  lookup[0] = 128;
+  EXPECT_EQ(FourWay(src, lookup.data(), 3)[0], 0x80);
+  lookup[0] = 129;
+  EXPECT_EQ(FourWay(src, lookup.data(), 3)[0], 0x40);
+}
+
+// h = 1, seed 1: directions 1, 3, 2 all point below, so every error is dropped and the row
+// 100 100 100 prints three dots (had x0's +100 gone along, x1 = 200 would be blank).
+TEST(FourWayDiffusion, SingleRowMovesOnlyAlong) {
+  const auto lookup = Identity();
+  TestPlane src(3, 1, 100);
+  EXPECT_EQ(FourWay(src, lookup.data(), 1)[0], 0xE0);
+}
+
+// w = 1: only "below" moves error. Seed 0 draws 38, 7719, 21238: directions 2, 3, 2.
+// Column 100, 100, 40 with lookup[40] = 160:
+//   y0 100 dot, +100, dir 2 -> y1 = 200;  y1 blank, -55, dir 3: no pixel behind, dropped
+//   y2 160 blank (105, a dot, had the -55 been sent elsewhere).
+TEST(FourWayDiffusion, SingleColumnDropsAllButStraightDown) {
+  auto lookup = Identity();
+  lookup[40] = 160;
+  TestPlane src(1, {{100}, {100}, {40}});
+  EXPECT_EQ(FourWay(src, lookup.data(), 0), (std::vector<std::uint8_t>{0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST(FourWayDiffusion, FlatPlanesAndPadding) {
+  const auto lookup = Identity();
+  // 37 pixels: raster rows of 40 bytes; dot rows of 8 bytes, bytes 0-3 full, byte 4 holds
+  // pixels 32-36 (F8), padding bytes 5-7 stay 0.
+  TestPlane dark(37, 6, 0), light(37, 6, 255);
+  const auto d = FourWay(dark, lookup.data(), 11);
+  const auto l = FourWay(light, lookup.data(), 11);
+  ASSERT_EQ(d.size(), 48u);
+  for (std::size_t y = 0; y < 6; ++y) {
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(d[y * 8 + i], 0xFF);
+    EXPECT_EQ(d[y * 8 + 4], 0xF8);
+    for (std::size_t i = 5; i < 8; ++i) EXPECT_EQ(d[y * 8 + i], 0);
+    for (std::size_t i = 0; i < 8; ++i) EXPECT_EQ(l[y * 8 + i], 0);
+  }
+}
+
+TEST(FourWayDiffusion, DensityFollowsTheLookedUpLevel) {
+  // A flat input mapped to a quarter of the way to paper prints about three dots in four.
+  std::array<std::int32_t, 256> lookup{};
+  lookup.fill(64);
+  TestPlane src(64, 64, 7);
+  EXPECT_NEAR(static_cast<double>(CountBits(FourWay(src, lookup.data(), 2024))) / (64 * 64), 191.0 / 255.0, 0.05);
 }
 
 }  // namespace

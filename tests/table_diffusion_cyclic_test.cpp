@@ -46,9 +46,7 @@ TEST(CyclicDiffusion, SingleRowBandKeepsWhatDoesNotGoAhead) {
   TestBand b(3, 1, 1, 64);
   ASSERT_EQ(Halftone(*e, b, kPhaseStart), 0);
   EXPECT_EQ(b.dst[0], 0xE0);
-  EXPECT_EQ(e->rows.carry_all()[0], 64);
-  EXPECT_EQ(e->rows.carry_all()[1], 64);
-  EXPECT_EQ(e->rows.carry_all()[2], 0);
+  ExpectCells<int>(e->rows.carry_all(), {{0, 64}, {1, 64}, {2, 0}});
   EXPECT_EQ(e->cycle_counter[0], 2);
   EXPECT_NE(e->cycle_direction[0], 0u);  // the next band starts backward
 }

@@ -21,8 +21,7 @@ TEST(LayerModulated, MidGreyHalvesItsError) {
   TestBand b(2, 1, 1, 128);
   ASSERT_EQ(Halftone(*e, b, kPhaseStart), 0);
   EXPECT_EQ(b.dst[0], 0x80);
-  EXPECT_EQ(e->rows.b()[0], 64);
-  EXPECT_EQ(e->rows.b()[1], -32);
+  ExpectCells<int>(e->rows.b(), {{0, 64}, {1, -32}});
 }
 
 TEST(LayerModulated, NegativeTermPrintsOnWhiteAndIsDiffused) {
@@ -96,10 +95,8 @@ TEST(LayerModulated, HandWorkedCurveColumns) {
   // Row 1 backward, last, B = [-24, -22]:
   //                x1 bit 1: s=178, e=-77+30=-47: down -15 -> carry, ahead -32 -> B0=-56.
   //                x0 bit 1: s=144, e=-111: down -37 -> carry.
-  EXPECT_EQ(b.dst[0], 0);
-  EXPECT_EQ(b.dst[4], 0);
-  EXPECT_EQ(e->rows.carry_all()[0], -37);
-  EXPECT_EQ(e->rows.carry_all()[1], -15);
+  ExpectCells<int>(b.dst, {{0, 0}, {4, 0}});
+  ExpectCells<int>(e->rows.carry_all(), {{0, -37}, {1, -15}});
 }
 
 }  // namespace

@@ -16,30 +16,13 @@ int Halftone(Engine& e, LevelBiasMember m, TestBand& b, unsigned phase) {
 
 TEST(LevelBiasTables, AnchorValues) {
   // Four-level: rises with the level to 54, flat to 215, hand-set fall to 0.
-  EXPECT_EQ(kFourLevelBias[10], 10);
-  EXPECT_EQ(kFourLevelBias[54], 54);
-  EXPECT_EQ(kFourLevelBias[100], 54);
-  EXPECT_EQ(kFourLevelBias[215], 54);
-  EXPECT_EQ(kFourLevelBias[216], 53);
-  EXPECT_EQ(kFourLevelBias[220], 46);
-  EXPECT_EQ(kFourLevelBias[243], 20);
-  EXPECT_EQ(kFourLevelBias[244], 18);
-  EXPECT_EQ(kFourLevelBias[255], 0);
+  ExpectCells<int>(kFourLevelBias, {{10, 10}, {54, 54}, {100, 54}, {215, 54}, {216, 53}, {220, 46}, {243, 20},
+                {244, 18}, {255, 0}});
   // Wide bilevel: quiet to 104, ramp v - 96, plateau 31, 254 - v.
-  EXPECT_EQ(kBilevelWideBias[104], 0);
-  EXPECT_EQ(kBilevelWideBias[105], 9);
-  EXPECT_EQ(kBilevelWideBias[127], 31);
-  EXPECT_EQ(kBilevelWideBias[200], 31);
-  EXPECT_EQ(kBilevelWideBias[224], 30);
-  EXPECT_EQ(kBilevelWideBias[254], 0);
-  EXPECT_EQ(kBilevelWideBias[255], 0);
+  ExpectCells<int>(kBilevelWideBias, {{104, 0}, {105, 9}, {127, 31}, {200, 31}, {224, 30}, {254, 0}, {255, 0}});
   // Clipped tents.
-  EXPECT_EQ(kBilevelHalvesBias[20], 20);
-  EXPECT_EQ(kBilevelHalvesBias[128], 31);
-  EXPECT_EQ(kBilevelHalvesBias[250], 5);
-  EXPECT_EQ(kBilevelLightBias[7], 7);
-  EXPECT_EQ(kBilevelLightBias[128], 8);
-  EXPECT_EQ(kBilevelLightBias[255], 0);
+  ExpectCells<int>(kBilevelHalvesBias, {{20, 20}, {128, 31}, {250, 5}});
+  ExpectCells<int>(kBilevelLightBias, {{7, 7}, {128, 8}, {255, 0}});
 }
 
 // Four levels, light band (220 is at or above both direction limits), first band of a job.
@@ -61,10 +44,7 @@ TEST(LevelBiasFourLevel, HandWorkedLightBand) {
   //  x0: s=211 code 0, e=-44;      even: ahead trunc(-88/3)=-29 (dropped), down -15.
   EXPECT_EQ(b.dst[4], 0x00);
   const std::int16_t* carry = e->rows.carry_all();
-  EXPECT_EQ(carry[0], -15);
-  EXPECT_EQ(carry[1], -2);
-  EXPECT_EQ(carry[2], -5);
-  EXPECT_EQ(carry[3], 2);
+  ExpectCells<int>(carry, {{0, -15}, {1, -2}, {2, -5}, {3, 2}});
 }
 
 TEST(LevelBiasFourLevel, PresetDecidesFirstPixel) {
@@ -102,8 +82,7 @@ TEST(LevelBiasBilevel, FloorAndTruncationDifferOnOddNegativeErrors) {
   e = MakeEngine();
   TestBand two(2, 1, 1, [](std::size_t x, std::size_t, unsigned) { return x == 0 ? 252 : 254; });
   ASSERT_EQ(Halftone(*e, LevelBiasMember::kBilevelHalves, two, kPhaseStart), 0);
-  EXPECT_EQ(e->rows.b()[0], -13);
-  EXPECT_EQ(e->rows.b()[1], -30);
+  ExpectCells<int>(e->rows.b(), {{0, -13}, {1, -30}});
   EXPECT_EQ(two.dst[0], 0x00);
 }
 

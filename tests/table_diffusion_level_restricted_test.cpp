@@ -100,9 +100,7 @@ TEST(LevelRestricted, HandWorkedBilevelMatrixBand) {
   //  x1: s=164, e=-91+10=-81: ahead -54, down -27.        B0 = -14
   //  x0: s=86 dot, e=86: ahead 57 dropped, down 29.
   EXPECT_EQ(b.dst[4], 0xA0);
-  EXPECT_EQ(e->rows.carry_all()[0], 29);
-  EXPECT_EQ(e->rows.carry_all()[1], -27);
-  EXPECT_EQ(e->rows.carry_all()[2], 41);
+  ExpectCells<int>(e->rows.carry_all(), {{0, 29}, {1, -27}, {2, 41}});
 }
 
 // At 1002 s the first one-bit draws are 0, 1, 1 (see random_bits_test).
@@ -115,9 +113,7 @@ TEST(LevelRestricted, HandWorkedRandomBilevelRow) {
   //  x1 bit 1: s=125 dot, e=125: down trunc(125/3)=41, ahead 84.
   //  x2 bit 1: s=184, e=-71: down trunc(-71/3)=-23.
   EXPECT_EQ(b.dst[0], 0xC0);
-  EXPECT_EQ(e->rows.b()[0], 75);
-  EXPECT_EQ(e->rows.b()[1], 41);
-  EXPECT_EQ(e->rows.b()[2], -23);
+  ExpectCells<int>(e->rows.b(), {{0, 75}, {1, 41}, {2, -23}});
 }
 
 TEST(LevelRestricted, ReseedsEveryBand) {

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "halftone/halftone.h"
 
 namespace halftone_test {
@@ -84,6 +86,12 @@ inline std::size_t CountBits(const std::vector<std::uint8_t>& bytes) {
   std::size_t n = 0;
   for (std::uint8_t b : bytes) n += static_cast<std::size_t>(__builtin_popcount(b));
   return n;
+}
+
+// Expects table[i] == v for every listed {i, v}.
+template <class V, class Table>
+void ExpectCells(const Table& table, std::initializer_list<std::pair<int, V>> cells) {
+  for (auto [i, v] : cells) EXPECT_EQ(table[static_cast<std::size_t>(i)], v) << "cell " << i;
 }
 
 // The registry row of export `name`.

@@ -11,6 +11,7 @@
 namespace halftone {
 namespace {
 
+using halftone_test::ExpectCells;
 using halftone_test::TempFolder;
 
 void WriteFile(const std::filesystem::path& path, std::size_t size, std::uint8_t fill_base) {
@@ -20,22 +21,11 @@ void WriteFile(const std::filesystem::path& path, std::size_t size, std::uint8_t
 
 TEST(ToneCurves, BuiltInCurvesMatchTheirDesignAnchors) {
   const ToneCurve c1 = BuiltInCurve(1);
-  EXPECT_EQ(c1[101], 0);
-  EXPECT_EQ(c1[102], 1);
-  EXPECT_EQ(c1[106], 9);
-  EXPECT_EQ(c1[107], 10);
-  EXPECT_EQ(c1[128], 31);
-  EXPECT_EQ(c1[224], 31);
-  EXPECT_EQ(c1[225], 30);
+  ExpectCells<int>(c1, {{101, 0}, {102, 1}, {106, 9}, {107, 10}, {128, 31}, {224, 31}, {225, 30}});
   const ToneCurve c3 = BuiltInCurve(3);
-  EXPECT_EQ(c3[232], 36);
-  EXPECT_EQ(c3[233], 34);
-  EXPECT_EQ(c3[247], 11);
+  ExpectCells<int>(c3, {{232, 36}, {233, 34}, {247, 11}});
   const ToneCurve c14 = BuiltInCurve(14);
-  EXPECT_EQ(c14[55], 0);
-  EXPECT_EQ(c14[125], 76);
-  EXPECT_EQ(c14[128], 80);
-  EXPECT_EQ(c14[254], 2);
+  ExpectCells<int>(c14, {{55, 0}, {125, 76}, {128, 80}, {254, 2}});
   EXPECT_EQ(BuiltInCurve(0), ToneCurve{});
 
   // Every built-in curve rises to its plateau, falls back and ends at 0 for paper white.
