@@ -7,25 +7,19 @@
 #include <string>
 
 #include "log/diagnostic_log.h"
+#include "test_support.h"
 
 namespace halftone {
 namespace {
 
 class LogTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    dir_ = std::filesystem::temp_directory_path() /
-           ("halftone_log_" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-    std::filesystem::create_directories(dir_);
-    path_ = (dir_ / "host.txt").string();
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
   std::string Contents() const {
     std::ifstream f(path_, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
   }
-  std::filesystem::path dir_;
-  std::string path_;
+  halftone_test::TempFolder dir_;
+  std::string path_ = (dir_.path() / "host.txt").string();
 };
 
 const std::string kStartLine = "\t\xC8\xD5\xD6\xBE\xC6\xF4\xB6\xAF\xB3\xC9\xB9\xA6\xA3\xA1\r\n\r\n";
@@ -87,7 +81,7 @@ TEST_F(LogTest, NeverOpenedLogWritesNothing) {
 
 TEST_F(LogTest, FailedOpenDisablesTheLog) {
   DiagnosticLog log;
-  const std::string missing = (dir_ / "no such folder" / "log.txt").string();
+  const std::string missing = (dir_.path() / "no such folder" / "log.txt").string();
   EXPECT_EQ(log.Open(missing.c_str()), 0);
   EXPECT_FALSE(log.enabled());
   EXPECT_EQ(log.Int(1), 0);

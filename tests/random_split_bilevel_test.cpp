@@ -25,10 +25,7 @@ int RunBand(Engine& e, std::vector<std::uint8_t>& src, std::vector<std::uint8_t>
 
 TEST(RandomSplitBilevel, LightnessThirdsWithCurvesHandWorked) {
   auto e = MakeEngine(kTime);
-  e->curves.slots[1].fill(6);  // curve A
-  e->curves.slots[2].fill(9);  // curve B
-  e->curves.curve_a = 1;
-  e->curves.curve_b = 2;
+  SetFlatCurves(*e, 6, 9);
   std::vector<std::uint8_t> src = {100, 255, 200, 0, 10, 255, 130, 0};
   std::vector<std::uint8_t> dst(8 + 4, kCanary);
   ASSERT_EQ(RunBand(*e, src, dst, 3, 2, 1, BilevelMethod::kLightnessThirdsCurves), 0);

@@ -15,6 +15,7 @@ using halftone_test::CodeAt;
 using halftone_test::Flags;
 using halftone_test::MakeBand;
 using halftone_test::NoiseBand;
+using halftone_test::SetFlatCurves;
 
 constexpr std::uint32_t kTime = 1234567;
 
@@ -119,10 +120,7 @@ TEST(SerpentineFourLevel, NarrowPlanesUseOnlyCurveBAndTermsChangeDots) {
   auto src = MakeBand(1, h, 1, [](auto, std::size_t y, auto) { return 60 + 10 * (y % 5); });
   auto run = [&](std::uint8_t a_value, std::uint8_t b_value) {
     auto engine = MakeEngine();
-    engine->curves.slots[1].fill(a_value);
-    engine->curves.slots[2].fill(b_value);
-    engine->curves.curve_a = 1;
-    engine->curves.curve_b = 2;
+    SetFlatCurves(*engine, a_value, b_value);
     std::vector<std::uint8_t> dst(4 * h);
     SerpentineFourLevel(*engine, src.data(), dst.data(), 1, h, HalftoneFlags{Flags(1, 1)});
     return dst;

@@ -84,10 +84,7 @@ TEST(LayerModulated, HandWorkedCurveBiasRow) {
 // Curve B is added at even x of forward rows, curve A at odd x of backward rows.
 TEST(LayerModulated, HandWorkedCurveColumns) {
   auto e = MakeEngine(1002);
-  e->curves.slots[3].fill(30);
-  e->curves.slots[4].fill(20);
-  e->curves.curve_a = 3;
-  e->curves.curve_b = 4;
+  SetFlatCurves(*e, 30, 20);
   TestBand b(2, 2, 1, 200);
   ASSERT_EQ(Halftone(*e, b, kPhaseStart, LayerModulatedMember::kCurveBias), 0);
   // Row 0 forward: x0 bit 0: s=200, e=-55+20=-35: ahead trunc(-35/3)=-11, down -24.

@@ -83,10 +83,7 @@ TEST(LevelRestricted, MatrixPeriods) {
 // x and send trunc(2e/3) ahead.
 TEST(LevelRestricted, HandWorkedBilevelMatrixBand) {
   auto e = MakeEngine();
-  e->curves.slots[1].fill(10);
-  e->curves.slots[2].fill(20);
-  e->curves.curve_a = 1;
-  e->curves.curve_b = 2;
+  SetFlatCurves(*e, 10, 20);
   e->tables.bias[1][1] = 7;
   TestBand b(3, 2, 1, 100);
   ASSERT_EQ(Halftone(*e, M::kMatrixBilevel, b), 0);

@@ -132,6 +132,14 @@ inline std::unique_ptr<halftone::Engine> MakeEngine(long long seconds = 1002) {
   return e;
 }
 
+// Selects flat curves: curve A all `a`, curve B all `b`.
+inline void SetFlatCurves(halftone::Engine& e, int a, int b) {
+  e.curves.slots[1].fill(static_cast<std::uint8_t>(a));
+  e.curves.slots[2].fill(static_cast<std::uint8_t>(b));
+  e.curves.curve_a = 1;
+  e.curves.curve_b = 2;
+}
+
 // A band and its dot buffer (pre-filled with the canary: routines must clear it), with
 // readers for its dots.
 struct TestBand {
