@@ -93,9 +93,11 @@ void RegisterAll() {
     if (halftone_method_get(i, &m) != 0) continue;
     const bool banded = m.entry_kind == HALFTONE_ENTRY_BAND || m.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED;
     benchmark::RegisterBenchmark((std::string(m.name) + (banded ? "/4planes" : "/1plane")).c_str(), RunMethod, m, 4u)
-        ->Unit(benchmark::kMillisecond);
+        ->Unit(benchmark::kMillisecond)->UseRealTime();
     if (banded)
-      benchmark::RegisterBenchmark((std::string(m.name) + "/1plane").c_str(), RunMethod, m, 1u)->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark((std::string(m.name) + "/1plane").c_str(), RunMethod, m, 1u)
+          ->Unit(benchmark::kMillisecond)
+          ->UseRealTime();
   }
 }
 
