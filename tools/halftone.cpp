@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "chart.h"
@@ -237,6 +238,23 @@ std::string Describe(const halftone_method_info& m, const RunOptions& o) {
          std::to_string(o.band_rows) + " rows";
 }
 
+// A one-plane bilevel result as PBM, straight from the dot rows (a dot is ink, PBM's 1), without
+// drawing a preview first; bits past the last pixel of a row are cleared.
+bool WriteDotsPbm(const std::string& path, const DotPlanes& dots) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  if (!f) return false;
+  bool ok = std::fprintf(f, "P4\n%d %d\n", dots.pixels, dots.rows) > 0;
+  const std::size_t row_bytes = static_cast<std::size_t>((dots.pixels + 7) / 8);
+  const auto tail = static_cast<std::uint8_t>(dots.pixels % 8 ? 0xFFu << (8 - dots.pixels % 8) : 0xFFu);
+  std::vector<std::uint8_t> row(row_bytes);
+  for (int y = 0; ok && y < dots.rows; ++y) {
+    std::memcpy(row.data(), &dots.planes[0][static_cast<std::size_t>(y) * dots.stride], row_bytes);
+    if (row_bytes) row.back() &= tail;
+    ok = std::fwrite(row.data(), 1, row_bytes, f) == row_bytes;
+  }
+  return std::fclose(f) == 0 && ok;
+}
+
 int Halftone(Args& a) {
   if (a.methods.size() > 1) return Fail(kExitUsage, "halftone takes one method (use 'halftone sheet' to compare)");
   const std::string name = a.methods.empty() ? kDefaultMethod : a.methods[0];
@@ -267,7 +285,12 @@ int Halftone(Args& a) {
   if (!a.tiff.empty())
     if (std::string e = WriteDotTiff(a.tiff, dots, picture.names, Describe(method, a.options)); !e.empty())
       return Fail(kExitFailure, e);
-  err = picture.IsColour() ? WriteRgb(preview, CompositeInks(dots, picture.names)) : WriteGray(preview, PreviewPlane(dots, 0));
+  // The picture is no longer needed: give its memory back before the preview is drawn.
+  const bool colour = picture.IsColour();
+  std::vector<GrayImage>().swap(picture.planes);
+  if (!colour && HasExtension(preview, ".pbm") && dots.bits == 1 && dots.planes.size() == 1)
+    return WriteDotsPbm(preview, dots) ? 0 : Fail(kExitFailure, "error writing '" + preview + "'");
+  err = colour ? WriteRgb(preview, CompositeInks(dots, picture.names)) : WriteGray(preview, PreviewPlane(dots, 0));
   return err.empty() ? 0 : Fail(kExitFailure, err);
 }
 
@@ -354,6 +377,8 @@ int Tone(Args& a) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Planes of a band may run side by side; the dots are the same on any number of threads.
+  halftone_set_threads(static_cast<int>(std::thread::hardware_concurrency()));
   Args args;
   if (int rc = Parse(argc, argv, args); rc >= 0) return rc;
   switch (args.command) {

@@ -89,6 +89,13 @@ HALFTONE_API int halftone_set_host_folder(const char *folder);
  * to their caller by design. */
 HALFTONE_API int halftone_last_load_status(void);
 
+/* Threads a band call may use for its planes, the calling thread included (default 1, every
+ * plane on the caller). Only routines whose planes are independent within a band use them (the
+ * random-split diffusions, whose random draws per plane are fixed by the band size); the dots
+ * are the same bit for bit whatever the count. n is clamped to 1..64; returns the count set.
+ * Call it between jobs, not while a band runs. */
+HALFTONE_API int halftone_set_threads(int n);
+
 /* Entry-point shapes of the halftoning methods, for callers that pick methods by name. */
 enum halftone_entry_kind {
   HALFTONE_ENTRY_BAND = 1,          /* int (unsigned char *src, unsigned char *dst, int w, int h, unsigned flags) */

@@ -131,9 +131,8 @@ struct BilevelPass {
 template <const BilevelMember& kMember>
 int RunBilevel(Engine& engine, const Band& band) {
   const JobSpec spec{.bits = 1, .reseed = kMember.reseed, .needs_pixels = true, .max_planes = 255};
-  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) {
-    const random_split::PlaneRows rows{engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)};
-    random_split::ScanPlane(BilevelPass<kMember>{}, band, p, rows, engine.random, engine.curves);
+  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
+    random_split::ScanBandPlanes(BilevelPass<kMember>{}, engine, band);
   });
 }
 

@@ -85,9 +85,8 @@ struct FixedLevelsPass {
 template <class Pass>
 int RunEightLevel(Engine& engine, const Band& band, const Pass& pass) {
   const JobSpec spec{.bits = kFourBits, .reseed = Reseed::kEveryCall, .needs_pixels = true, .max_planes = 255};
-  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) {
-    const random_split::PlaneRows rows{engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)};
-    random_split::ScanPlane(pass, band, p, rows, engine.random, engine.curves);
+  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
+    random_split::ScanBandPlanes(pass, engine, band);
   });
 }
 

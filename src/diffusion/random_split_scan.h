@@ -16,6 +16,8 @@
 #include <cstdint>
 
 #include "frame/band.h"
+#include "frame/dispatch.h"
+#include "frame/engine.h"
 #include "frame/random_bits.h"
 #include "tone/tone.h"
 
@@ -118,10 +120,31 @@ struct PlaneRows {
 // Pass requirements: `static constexpr unsigned kBits`, `static constexpr const ScanTraits&
 // kScan`, and `Outcome Decide(int v, int s) const` for corrected value v (sign-extended 16 bits)
 // and raw sample s.
-template <class Pass>
+// A plane's slice of a band's random stream drawn ahead: the same words, in the same order, as
+// the generator would have given the plane's scan.
+class DrawnWords {
+ public:
+  explicit DrawnWords(const std::uint32_t* words) : next_(words) {}
+  std::uint32_t NextStateWord() { return *next_++; }
+  unsigned NextBit() { return (*next_++ >> 1) & 1u; }
+  unsigned NextTwoBits() { return (*next_++ >> 1) & 3u; }
+
+ private:
+  const std::uint32_t* next_;
+};
+
+// `Draws` is the generator itself or a plane's DrawnWords slice.
+template <class Pass, class Draws = RandomBitSource>
 class PlaneScan {
  public:
-  PlaneScan(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, RandomBitSource& random,
+  // Draws one plane's scan makes in a band of w x h (w, h >= 1): a split draw for every pixel
+  // but the last of each row, plus one at the end of every inner row where the row end draws.
+  static constexpr std::size_t DrawsPerPlane(std::size_t w, std::size_t h) {
+    const std::size_t row_end = Pass::kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
+    return (h - 1) * (w - 1 + row_end) + (w - 1);
+  }
+
+  PlaneScan(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, Draws& random,
             const ToneCurveSet& curves)
       : pass_(pass), band_(band), p_(p), rows_(rows), random_(random), curve_a_(curves.a()), curve_b_(curves.b()) {}
 
@@ -235,7 +258,7 @@ class PlaneScan {
   const Band& band_;
   unsigned p_;
   PlaneRows rows_;
-  RandomBitSource& random_;
+  Draws& random_;
   const ToneCurve& curve_a_;
   const ToneCurve& curve_b_;
 };
@@ -244,6 +267,33 @@ template <class Pass>
 void ScanPlane(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, RandomBitSource& random,
                const ToneCurveSet& curves) {
   PlaneScan<Pass>(pass, band, p, rows, random, curves).Run();
+}
+
+// Every plane of a band of a job. The fast path draws the band's random stream ahead, gives
+// each plane its slice and its own working rows (the last plane the shared ones, so they end the
+// band as the sequential scan leaves them), and runs the planes on the engine's threads. A
+// one-row band whose pass reads row B's stale content stays sequential: that content is
+// whatever the plane before left.
+template <class Pass>
+void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
+  using Scan = PlaneScan<Pass, DrawnWords>;
+  const unsigned planes = band.planes;
+  if (ForceScalar() || (Pass::kScan.ltr_last_end_reads_b && band.h == 1)) {
+    for (unsigned p = 0; p < planes; ++p)
+      ScanPlane(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
+                engine.curves);
+    return;
+  }
+  const std::size_t per_plane = Scan::DrawsPerPlane(band.w, band.h);
+  std::uint32_t* words = engine.draws.Reserve(per_plane * planes);
+  engine.random.DrawWords(words, per_plane * planes);
+  engine.threads.ForEachPlane(planes, [&](unsigned p) {
+    const bool last = p + 1 == planes;
+    const PlaneRows rows{last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
+                         engine.rows.carry(p, band.w)};
+    DrawnWords draws(words + per_plane * p);
+    Scan(pass, band, p, rows, draws, engine.curves).Run();
+  });
 }
 
 // Halves within the band, thirds into the next band: the split of the grouped four-level,

@@ -10,6 +10,7 @@
 #include "frame/band.h"
 #include "frame/clock.h"
 #include "frame/job_buffers.h"
+#include "frame/plane_threads.h"
 #include "frame/random_bits.h"
 #include "screening/tables.h"
 #include "tone/tone.h"
@@ -27,6 +28,8 @@ struct Engine {
   // its tone-weighted member. Made at the start of that member's job, released at its end.
   std::vector<double> double_weight_row;
   ScreeningTables tables;       // matrices, pattern stacks and tables the loaders fill
+  PlaneThreads threads;         // threads a band's independent planes may run on (1: the caller)
+  DrawBuffer draws;             // a band's random stream drawn ahead
 
   // Per-plane state of the cyclic one-neighbour diffusion: counter 0..12 and scan direction,
   // reset at the start of a job. Only four planes have state.

@@ -45,6 +45,20 @@ int RunJobBand(Engine& engine, ErrorRows<Cell>& rows, const Band& band, const Jo
   return kOk;
 }
 
+// As RunJobBand, for passes that take the whole band's planes at once: `band_pass()` halftones
+// every plane (in order, or side by side where the planes are independent).
+template <class Cell, class BandPass>
+int RunJobBandPlanes(Engine& engine, ErrorRows<Cell>& rows, const Band& band, const JobSpec& spec,
+                     BandPass&& band_pass, Cell carry_preset = Cell{}) {
+  if (int rc = CheckJobBand(rows, band, spec); rc != kOk) return rc;
+  if (band.starts_job()) rows.Start(band.w, band.planes, carry_preset);
+  band.ClearOutput();
+  if (spec.reseed == Reseed::kEveryCall || band.starts_job()) engine.SeedFromClock();
+  band_pass();
+  if (band.ends_job()) rows.Release();
+  return kOk;
+}
+
 // Row 0 of a plane enters working row A with the error the previous band carried down; the
 // carry entries are used up.
 inline void LoadFirstRow(std::int16_t* a, std::int16_t* carry, const std::uint8_t* row0, std::size_t w) {

@@ -24,6 +24,7 @@ class ErrorRows {
   void Start(std::size_t w, unsigned planes, Cell carry_preset = Cell{}) {
     Release();
     carry_.assign(w * planes, carry_preset);
+    lanes_.assign(2 * w * planes, Cell{});
     a_.assign(w, Cell{});
     b_.assign(w, Cell{});
     width_ = w;
@@ -33,6 +34,7 @@ class ErrorRows {
 
   void Release() {
     std::vector<Cell>().swap(carry_);
+    std::vector<Cell>().swap(lanes_);
     std::vector<Cell>().swap(a_);
     std::vector<Cell>().swap(b_);
     width_ = 0;
@@ -52,10 +54,14 @@ class ErrorRows {
   Cell* carry(unsigned p, std::size_t w) { return carry_.data() + p * w; }
   Cell* carry_all() { return carry_.data(); }
   Cell* a() { return a_.data(); }
+  // Private working rows of plane p for passes whose planes run side by side (w entries each,
+  // the job's width); never read by the sequential passes.
+  Cell* lane_a(unsigned p) { return lanes_.data() + 2 * p * width_; }
+  Cell* lane_b(unsigned p) { return lanes_.data() + (2 * p + 1) * width_; }
   Cell* b() { return b_.data(); }
 
  private:
-  std::vector<Cell> carry_, a_, b_;
+  std::vector<Cell> carry_, a_, b_, lanes_;
   std::size_t width_ = 0;
   unsigned planes_ = 0;
   bool live_ = false;

@@ -23,4 +23,20 @@ void RandomBitSource::Seed(std::uint32_t seed) {
   for (int i = 0; i < kDiscardedDraws; ++i) NextStateWord();
 }
 
+void RandomBitSource::DrawWords(std::uint32_t* out, std::size_t n) {
+  constexpr std::size_t kDeg = kDegree, kBack = kDegree - kSeparation;  // the newer term, 3 draws back
+  // The register oldest word first: the word at the front pointer was written kDegree draws ago.
+  std::uint32_t past[kDegree];
+  for (std::size_t k = 0; k < kDeg; ++k) past[k] = state_[(static_cast<std::size_t>(front_) + k) % kDeg];
+  std::size_t i = 0;
+  for (; i < n && i < kDeg - kBack; ++i) out[i] = past[i] + past[kBack + i];
+  for (; i < n && i < kDeg; ++i) out[i] = past[i] + out[i - (kDeg - kBack)];
+  for (; i < n; ++i) out[i] = out[i - kDeg] + out[i - (kDeg - kBack)];
+  // Draw j wrote register slot (front + j) mod kDegree; the last kDegree draws are the register.
+  for (std::size_t j = n > kDeg ? n - kDeg : 0; j < n; ++j)
+    state_[(static_cast<std::size_t>(front_) + j) % kDeg] = out[j];
+  front_ = static_cast<int>((static_cast<std::size_t>(front_) + n) % kDeg);
+  rear_ = static_cast<int>((static_cast<std::size_t>(front_) + kBack) % kDeg);
+}
+
 }  // namespace halftone

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace halftone {
@@ -40,6 +41,11 @@ class RandomBitSource {
     }
     return word;
   }
+
+  // n draws at once into out[0..n-1], each the word NextStateWord would have returned; the
+  // register ends as after n single draws. Word i is word i-31 plus word i-3, so a run of
+  // draws is one flat loop without the register's wrap-around.
+  void DrawWords(std::uint32_t* out, std::size_t n);
 
   // The 31-bit result of a draw.
   std::uint32_t Next() { return NextStateWord() >> 1; }

@@ -1,0 +1,73 @@
+// Planes of a band on several threads. A routine whose planes are independent within a band
+// (each plane's slice of the random stream drawn ahead, its own working rows) hands the plane
+// loop to ForEachPlane; with one thread, the default, the planes run in order on the caller.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace halftone {
+
+class PlaneThreads {
+ public:
+  static constexpr int kMaxThreads = 64;
+
+  PlaneThreads() = default;
+  ~PlaneThreads() { Stop(); }
+  PlaneThreads(const PlaneThreads&) = delete;
+  PlaneThreads& operator=(const PlaneThreads&) = delete;
+
+  // Threads a band may use, the caller included; clamped to 1..kMaxThreads. Starts or stops
+  // the helper threads at once, so no band call makes threads.
+  void SetCount(int n);
+  int count() const { return static_cast<int>(helpers_.size()) + 1; }
+
+  // Calls plane(p) once for every p in 0..planes-1, spread over the threads; returns when all
+  // are done. `plane` must not throw.
+  template <class Fn>
+  void ForEachPlane(unsigned planes, Fn&& plane) {
+    if (helpers_.empty() || planes < 2) {
+      for (unsigned p = 0; p < planes; ++p) plane(p);
+      return;
+    }
+    Run(planes, [](void* ctx, unsigned p) { (*static_cast<Fn*>(ctx))(p); }, &plane);
+  }
+
+ private:
+  using Task = void (*)(void*, unsigned);
+  void Run(unsigned planes, Task task, void* ctx);
+  void Work(unsigned planes, Task task, void* ctx);
+  void HelperLoop(std::uint64_t seen);
+  void Stop();
+
+  std::vector<std::thread> helpers_;
+  std::mutex mutex_;
+  std::condition_variable wake_, finished_;
+  std::uint64_t generation_ = 0;
+  bool stopping_ = false;
+  unsigned busy_ = 0;
+  Task task_ = nullptr;
+  void* ctx_ = nullptr;
+  unsigned planes_ = 0;
+  std::atomic<unsigned> next_{0};
+};
+
+// The random stream of a band drawn ahead: every plane reads its own slice, in the order the
+// sequential scan would have drawn it.
+class DrawBuffer {
+ public:
+  // Room for n words; grows only, so bands of a job's usual size never allocate.
+  std::uint32_t* Reserve(std::size_t n) {
+    if (words_.size() < n) words_.resize(n);
+    return words_.data();
+  }
+
+ private:
+  std::vector<std::uint32_t> words_;
+};
+
+}  // namespace halftone

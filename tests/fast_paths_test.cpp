@@ -1,0 +1,105 @@
+// The pieces the fast paths stand on: the random stream drawn in a batch, the plane threads, and
+// no allocation once a job has started.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "frame/plane_threads.h"
+#include "frame/random_bits.h"
+#include "golden_jobs.h"
+
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // the counting new below is malloc-based
+#endif
+
+// Counts every allocation of this test binary (the library's included: it shares the heap
+// functions of the process).
+namespace {
+std::atomic<long long> g_allocations{0};
+}
+void* operator new(std::size_t n) {
+  g_allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+using halftone::RandomBitSource;
+
+// Batches of every awkward size (inside the first three words, inside the register length,
+// across it, long) must give the single draws' words and leave the register where they do.
+TEST(DrawWords, MatchesSingleDrawsAndLeavesTheSameRegister) {
+  RandomBitSource batch, single;
+  batch.Seed(1234567);
+  single.Seed(1234567);
+  for (std::size_t n : {0u, 1u, 2u, 3u, 4u, 27u, 28u, 30u, 31u, 32u, 62u, 1000u, 5u}) {
+    std::vector<std::uint32_t> words(n);
+    batch.DrawWords(words.data(), n);
+    for (std::size_t i = 0; i < n; ++i) ASSERT_EQ(words[i], single.NextStateWord()) << "batch of " << n << ", word " << i;
+    ASSERT_EQ(batch.state(), single.state()) << "after a batch of " << n;
+    ASSERT_EQ(batch.front(), single.front());
+    ASSERT_EQ(batch.rear(), single.rear());
+  }
+  EXPECT_EQ(batch.NextStateWord(), single.NextStateWord());
+}
+
+TEST(PlaneThreads, EveryPlaneOnceWhateverTheCount) {
+  halftone::PlaneThreads threads;
+  for (int n : {1, 2, 3, 1, 4}) {
+    threads.SetCount(n);
+    EXPECT_EQ(threads.count(), n);
+    for (unsigned planes : {1u, 2u, 4u, 7u}) {
+      std::vector<std::atomic<int>> seen(planes);
+      for (int round = 0; round < 50; ++round) threads.ForEachPlane(planes, [&](unsigned p) { seen[p].fetch_add(1); });
+      for (unsigned p = 0; p < planes; ++p) EXPECT_EQ(seen[p].load(), 50) << n << " threads, plane " << p;
+    }
+  }
+  threads.SetCount(0);
+  EXPECT_EQ(threads.count(), 1) << "counts below one mean the caller alone";
+}
+
+// After the first band of a job, further bands of the same size allocate nothing, on one
+// thread or two.
+class NoAllocationPerBand : public testing::TestWithParam<int> {};
+
+TEST_P(NoAllocationPerBand, AfterTheFirstBand) {
+  const std::filesystem::path host =
+      std::filesystem::temp_directory_path() / ("halftone-alloc-" + std::to_string(std::rand()));
+  ASSERT_EQ(golden::LoadFixedTables(host), 0);
+  ASSERT_EQ(halftone_set_threads(GetParam()), GetParam());
+  constexpr std::size_t kW = 301, kH = 8;
+  constexpr unsigned kPlanes = 4;
+  for (int i = 0, n = halftone_method_count(); i < n; ++i) {
+    halftone_method_info m{};
+    ASSERT_EQ(halftone_method_get(i, &m), 0);
+    if (m.entry_kind != HALFTONE_ENTRY_BAND && m.entry_kind != HALFTONE_ENTRY_BAND_UNSIGNED) continue;
+    auto src = golden::ChartBand(kW, 0, kH, kPlanes);
+    std::vector<std::uint8_t> dst(golden::DstStride(kW, static_cast<unsigned>(m.output_bits)) * kPlanes * kH);
+    const long long at_start = g_allocations.load();
+    golden::CallBand(m, src.data(), dst.data(), kW, kH, HALFTONE_FLAGS(kPlanes, HALFTONE_PHASE_START));
+    if (std::string(m.name) == "RoundFaxest") {
+      EXPECT_GT(g_allocations.load(), at_start) << "the counter must see the library make its job rows";
+    }
+    golden::CallBand(m, src.data(), dst.data(), kW, kH, HALFTONE_FLAGS(kPlanes, HALFTONE_PHASE_MIDDLE));
+    const long long before = g_allocations.load();
+    for (int band = 0; band < 3; ++band)
+      golden::CallBand(m, src.data(), dst.data(), kW, kH, HALFTONE_FLAGS(kPlanes, HALFTONE_PHASE_MIDDLE));
+    EXPECT_EQ(g_allocations.load(), before) << m.name << " allocates in a middle band";
+    golden::CallBand(m, src.data(), dst.data(), kW, kH, HALFTONE_FLAGS(kPlanes, HALFTONE_PHASE_END));
+  }
+  halftone_set_threads(1);
+  halftone_set_host_folder(nullptr);
+  std::error_code ec;
+  std::filesystem::remove_all(host, ec);
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, NoAllocationPerBand, testing::Values(1, 2));
+
+}  // namespace
