@@ -34,12 +34,14 @@ struct RandomSplitTraits : PlainRowTraits {
 
   void StartRow(const DoubleRow& r) {
     y = r.y;
-    if constexpr (kDump == Dump::kRow) {
+    // The dumps are formatted only when the log is compiled in: with it off they could never be
+    // seen, and formatting a line per pixel would cost more than the halftoning itself.
+    if constexpr (kDump == Dump::kRow && kDiagnosticDump) {
       double carried = 0.0;
       for (std::size_t x = 0; x < r.w; ++x) carried += r.cur[x];
       std::snprintf(line.data(), line.size(), "plane %u row %zu %s error in %.4f", plane, r.y,
                     r.forward ? "ltr" : "rtl", carried);
-      if constexpr (kDiagnosticDump) ProcessLog().Text(line.data());
+      ProcessLog().Text(line.data());
     }
   }
   bool BiasAt(std::size_t, bool) const { return false; }
@@ -47,10 +49,10 @@ struct RandomSplitTraits : PlainRowTraits {
   // Bit 1: two thirds ahead, one third down; bit 0: one third ahead, two thirds down.
   double Ahead(double e, int v, std::size_t x, bool) {
     const double ahead = random.NextBit() ? (e * kTwo) / kThirds : e / kThirds;
-    if constexpr (kDump == Dump::kPixel) {
+    if constexpr (kDump == Dump::kPixel && kDiagnosticDump) {
       std::snprintf(line.data(), line.size(), "plane %u row %zu x %zu level %d error %.4f ahead %.4f", plane, y, x,
                     v, e, ahead);
-      if constexpr (kDiagnosticDump) ProcessLog().Text(line.data());
+      ProcessLog().Text(line.data());
     }
     return ahead;
   }
