@@ -113,6 +113,31 @@ TEST(SerpentineFourLevel, OnlyEvenHeightBandsCarryErrorIntoTheNextBand) {
   }
 }
 
+TEST(SerpentineFourLevel, BandWithoutRowsStillSpendsTheCarriedError) {
+  // Every plane starts by taking up its carry entries, whatever the band's height. A band of
+  // h = 0 between two bands therefore leaves the third band to start from clean rows: it halftones
+  // exactly as it would after an odd-height band.
+  const std::size_t w = 11;
+  const unsigned planes = 2;
+  auto first = NoiseBand(w, 2, planes, 7);
+  auto third = NoiseBand(w, 3, planes, 8);
+  std::vector<std::uint8_t> scratch(halftone_test::DotStride(w, 2) * planes * 2);
+  std::vector<std::uint8_t> after_empty(halftone_test::DotStride(w, 2) * planes * 3), clean(after_empty.size());
+
+  auto engine = MakeEngine();
+  ASSERT_EQ(SerpentineFourLevel(*engine, first.data(), scratch.data(), w, 2, HalftoneFlags{Flags(planes, 1)}), kOk);
+  bool carried = false;
+  for (std::size_t i = 0; i < w * planes; ++i) carried |= engine->rows.carry_all()[i] != 0;
+  ASSERT_TRUE(carried) << "an even band leaves error in the carry row";
+  ASSERT_EQ(SerpentineFourLevel(*engine, first.data(), scratch.data(), w, 0, HalftoneFlags{Flags(planes, 0)}), kOk);
+  for (std::size_t i = 0; i < w * planes; ++i) EXPECT_EQ(engine->rows.carry_all()[i], 0) << i;
+  ASSERT_EQ(SerpentineFourLevel(*engine, third.data(), after_empty.data(), w, 3, HalftoneFlags{Flags(planes, 3)}), kOk);
+
+  auto fresh = MakeEngine();
+  ASSERT_EQ(SerpentineFourLevel(*fresh, third.data(), clean.data(), w, 3, HalftoneFlags{Flags(planes, 1)}), kOk);
+  EXPECT_EQ(after_empty, clean);
+}
+
 TEST(SerpentineFourLevel, NarrowPlanesUseOnlyCurveBAndTermsChangeDots) {
   // With w = 1 every pixel is x = 0: left-to-right rows (odd x only) never add curve A,
   // right-to-left rows (even x) add curve B every time.

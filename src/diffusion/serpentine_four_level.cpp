@@ -2,6 +2,8 @@
 // below share each pixel's error one third to two thirds, and a random bit picks which gets
 // the larger share. Randomising the split breaks up the worm patterns a fixed two-neighbour
 // kernel draws in flat areas.
+#include <algorithm>
+
 #include "diffusion/four_level.h"
 #include "frame/job.h"
 
@@ -35,7 +37,12 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
   const ToneCurve& curve_b = engine.curves.b();
   RandomBitSource& random = engine.random;
 
-  if (h == 0) return;
+  if (h == 0) {
+    // A band without rows still takes up the plane's carried error at the plane's start; there
+    // is no row 0 to read it into, so it is simply spent.
+    std::fill(carry, carry + w, std::int16_t{0});
+    return;
+  }
   LoadFirstRow(a, carry, band.In(0, p), w);
 
   for (std::size_t y = 0; y < h; ++y) {
