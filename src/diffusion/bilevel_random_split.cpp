@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "diffusion/random_split.h"
-#include "diffusion/random_split_scan.h"
+#include "diffusion/random_split_fast.h"
 #include "frame/job.h"
 
 namespace halftone {
@@ -160,8 +160,7 @@ int BilevelSinglePlane(Engine& engine, const std::uint8_t* src, std::uint8_t* ds
   std::vector<std::int16_t> a(w), b(w);
   band.ClearOutput();
   engine.SeedFromClock();
-  random_split::ScanPlane(BilevelPass<kSinglePlane>{}, band, 0, {a.data(), b.data(), nullptr}, engine.random,
-                          engine.curves);
+  random_split::ScanSinglePlane(BilevelPass<kSinglePlane>{}, engine, band, {a.data(), b.data(), nullptr});
   return kOk;
 }
 

@@ -2,7 +2,7 @@
 // The scan is the grouped one (halves within the band, thirds into the next) without tone-curve
 // terms; the two members differ only in the quantiser.
 #include "diffusion/random_split.h"
-#include "diffusion/random_split_scan.h"
+#include "diffusion/random_split_fast.h"
 #include "frame/job.h"
 
 namespace halftone {
@@ -64,6 +64,18 @@ struct LevelValuesPass {
     const int i = kLevelChoice[vb][sb];
     return {kLargestCode - static_cast<unsigned>(i), v - L[i]};
   }
+  // The same decision by table: the raw sample counts only through its band among L1..L6.
+  random_split::ClampedDecisionTable Fast() const {
+    random_split::ClampedDecisionTable t;
+    t.Build(
+        [&](int s) {
+          unsigned sb = 0;
+          while (sb < kSampleBands - 1 && s > L[sb + 1]) ++sb;
+          return sb;
+        },
+        [&](int v, int s) { return Decide(v, s); });
+    return t;
+  }
 };
 
 // required: thresholds at multiples of 32 while the levels are spread evenly over 0..255, so
@@ -79,6 +91,11 @@ struct FixedLevelsPass {
     int i = 0;
     while (i < kLevels - 1 && v > kFixedThresholds[i]) ++i;
     return {kLargestCode - static_cast<unsigned>(i), v - kFixedLevels[i]};
+  }
+  random_split::ClampedDecisionTable Fast() const {
+    random_split::ClampedDecisionTable t;
+    t.Build([](int) { return 0u; }, [&](int v, int s) { return Decide(v, s); });
+    return t;
   }
 };
 

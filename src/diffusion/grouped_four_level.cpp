@@ -5,7 +5,7 @@
 // vetoes, four fixed levels, or one drop size against a fixed threshold.
 #include "diffusion/four_level.h"
 #include "diffusion/random_split.h"
-#include "diffusion/random_split_scan.h"
+#include "diffusion/random_split_fast.h"
 #include "frame/job.h"
 
 namespace halftone {
@@ -46,12 +46,22 @@ struct LevelValuesPass {
     const unsigned code = DecideFourLevel(lv, v, s);
     return {code, v - lv.Level(code)};
   }
+  // The same decision by table: the raw sample counts only through its sides of L1 and L2.
+  random_split::ClampedDecisionTable Fast() const {
+    random_split::ClampedDecisionTable t;
+    t.Build([&](int s) { return unsigned{s <= lv.L1} | unsigned{s <= lv.L2} << 1; },
+            [&](int v, int s) { return Decide(v, s); });
+    return t;
+  }
 };
 
 // required: fixed thresholds that are not the midpoints of the fixed levels, so mid-tones lean
 // towards the larger drop; the raw sample plays no part.
 constexpr int kFixedThresholds[] = {64, 128, 192};
 constexpr int kFixedLevels[] = {0, 85, 170, 255};  // level of code 3, 2, 1, 0
+constexpr int kLevelStep = 85;
+static_assert(kFixedLevels[1] == kLevelStep && kFixedLevels[2] == 2 * kLevelStep && kFixedLevels[3] == 3 * kLevelStep);
+static_assert(kFixedThresholds[0] < kFixedThresholds[1] && kFixedThresholds[1] < kFixedThresholds[2]);
 
 struct FixedLevelsPass {
   static constexpr unsigned kBits = kTwoBits;
@@ -61,6 +71,16 @@ struct FixedLevelsPass {
     while (i < 3 && v > kFixedThresholds[i]) ++i;
     return {kCodeL0 - i, v - kFixedLevels[i]};
   }
+  // The same decision without branches: the thresholds ascend, so the level index is the
+  // number of them v exceeds, and the levels are multiples of 85.
+  struct FastDecide {
+    Outcome Decide(int v, int) const {
+      const unsigned i = unsigned{v > kFixedThresholds[0]} + unsigned{v > kFixedThresholds[1]} +
+                         unsigned{v > kFixedThresholds[2]};
+      return {kCodeL0 - i, v - kLevelStep * static_cast<int>(i)};
+    }
+  };
+  FastDecide Fast() const { return {}; }
 };
 
 // One drop size: a dot (level 0) at or below the threshold, paper (255) above it.

@@ -269,33 +269,6 @@ void ScanPlane(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, R
   PlaneScan<Pass>(pass, band, p, rows, random, curves).Run();
 }
 
-// Every plane of a band of a job. The fast path draws the band's random stream ahead, gives
-// each plane its slice and its own working rows (the last plane the shared ones, so they end the
-// band as the sequential scan leaves them), and runs the planes on the engine's threads. A
-// one-row band whose pass reads row B's stale content stays sequential: that content is
-// whatever the plane before left.
-template <class Pass>
-void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
-  using Scan = PlaneScan<Pass, DrawnWords>;
-  const unsigned planes = band.planes;
-  if (ForceScalar() || (Pass::kScan.ltr_last_end_reads_b && band.h == 1)) {
-    for (unsigned p = 0; p < planes; ++p)
-      ScanPlane(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
-                engine.curves);
-    return;
-  }
-  const std::size_t per_plane = Scan::DrawsPerPlane(band.w, band.h);
-  std::uint32_t* words = engine.draws.Reserve(per_plane * planes);
-  engine.random.DrawWords(words, per_plane * planes);
-  engine.threads.ForEachPlane(planes, [&](unsigned p) {
-    const bool last = p + 1 == planes;
-    const PlaneRows rows{last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
-                         engine.rows.carry(p, band.w)};
-    DrawnWords draws(words + per_plane * p);
-    Scan(pass, band, p, rows, draws, engine.curves).Run();
-  });
-}
-
 // Halves within the band, thirds into the next band: the split of the grouped four-level,
 // single-dot-size and eight-level routines. In inner rows codes 0 and 2 both split evenly, so
 // half the pixels share their error and a quarter each send it all along or all down.

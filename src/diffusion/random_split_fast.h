@@ -1,0 +1,454 @@
+// The fast path of the serpentine two-neighbour scan (random_split_scan.h): the same pixels in
+// the same order per plane, the same draws, the same rows left behind. What changes is how:
+//   - the planes of a group run in lockstep, row y of every plane in one loop, each with its
+//     own working rows, carry entries and slice of the drawn words, so their dependency chains
+//     overlap;
+//   - the value carried along the row stays in a register;
+//   - the split is branch-free: a small table maps the drawn code to a multiplier and the
+//     share is (multiplier * e) / divisor with the division as shifts and a multiply;
+//   - the dots of a byte are gathered in a register and stored once.
+// The readable scan stays the reference; mirror any change to it here.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "diffusion/random_split_scan.h"
+
+namespace halftone::random_split {
+
+// Division truncating toward zero, as shifts and a multiply. Exact for every value a share
+// can be formed from (at most four times a 16-bit error); fast_paths_test checks each one.
+constexpr int DivTrunc2(int x) { return (x + static_cast<int>(static_cast<unsigned>(x) >> 31)) >> 1; }
+constexpr int DivTrunc4(int x) { return (x + ((x >> 31) & 3)) >> 2; }
+constexpr int DivTrunc3(int x) {
+  return static_cast<int>((static_cast<std::int64_t>(x) * 0x55555556LL) >> 32) - (x >> 31);
+}
+template <int kDen>
+constexpr int DivTrunc(int x) {
+  static_assert(kDen >= 1 && kDen <= 4, "divisors 1 to 4");
+  if constexpr (kDen == 1) return x;
+  else if constexpr (kDen == 2) return DivTrunc2(x);
+  else if constexpr (kDen == 3) return DivTrunc3(x);
+  else return DivTrunc4(x);
+}
+
+// How one column (along or below) of a row kind's splits is computed for every code.
+enum class ColumnKind : std::uint8_t {
+  kLinear,      // (num[code] * e) / den
+  kComplement,  // e - the other column
+  kGeneric,     // each code's share formed on its own and selected
+};
+struct ColumnForm {
+  ColumnKind kind = ColumnKind::kGeneric;
+  int den = 1;
+  int num[kSplitCodes] = {};
+};
+
+constexpr int DenOf(Share s) {
+  switch (s) {
+    case Share::kHalf: return 2;
+    case Share::kThird:
+    case Share::kTwoThirds: return 3;
+    case Share::kQuarter:
+    case Share::kThreeQuarters: return 4;
+    default: return 0;
+  }
+}
+constexpr int NumOf(Share s, int den) {
+  switch (s) {
+    case Share::kNone: return 0;
+    case Share::kAll: return den;
+    case Share::kHalf:
+    case Share::kThird:
+    case Share::kQuarter: return 1;
+    case Share::kTwoThirds: return 2;
+    case Share::kThreeQuarters: return 3;
+    default: return -1;
+  }
+}
+constexpr Share Pick(const Split& s, bool below) { return below ? s.below : s.along; }
+
+constexpr ColumnForm LinearForm(const Split* splits, unsigned codes, bool below) {
+  ColumnForm f;
+  int den = 0;
+  for (unsigned c = 0; c < codes; ++c) {
+    const Share s = Pick(splits[c], below);
+    if (s == Share::kRestAfterThird) return f;
+    const int d = DenOf(s);
+    if (d != 0 && den != 0 && d != den) return f;
+    if (d != 0) den = d;
+  }
+  f.kind = ColumnKind::kLinear;
+  f.den = den == 0 ? 1 : den;
+  for (unsigned c = 0; c < codes; ++c) f.num[c] = NumOf(Pick(splits[c], below), f.den);
+  return f;
+}
+
+// True when, for every code, this column's share is e minus the other column's share.
+constexpr bool Complements(const Split* splits, unsigned codes, bool below) {
+  for (unsigned c = 0; c < codes; ++c) {
+    const Share mine = Pick(splits[c], below), other = Pick(splits[c], !below);
+    const bool ok = (mine == Share::kRestAfterThird && other == Share::kThird) ||
+                    (mine == Share::kNone && other == Share::kAll) || (mine == Share::kAll && other == Share::kNone);
+    if (!ok) return false;
+  }
+  return true;
+}
+
+struct RowForm {
+  ColumnForm along, below;
+};
+constexpr RowForm FormOf(const Split* splits, unsigned codes) {
+  RowForm r{LinearForm(splits, codes, false), LinearForm(splits, codes, true)};
+  if (r.along.kind == ColumnKind::kLinear && r.below.kind != ColumnKind::kLinear && Complements(splits, codes, true))
+    r.below.kind = ColumnKind::kComplement;
+  if (r.below.kind == ColumnKind::kLinear && r.along.kind != ColumnKind::kLinear && Complements(splits, codes, false))
+    r.along.kind = ColumnKind::kComplement;
+  if (r.along.kind != ColumnKind::kLinear && r.below.kind != ColumnKind::kLinear) {
+    r.along.kind = ColumnKind::kGeneric;
+    r.below.kind = ColumnKind::kGeneric;
+  }
+  return r;
+}
+
+enum class RowKind { kInnerLtr, kInnerRtl, kLast };
+
+// The two shares of a split code, branch-free.
+template <class Pass, RowKind kRow>
+struct FastSplit {
+  static constexpr const ScanTraits& kScan = Pass::kScan;
+  static constexpr unsigned kCodes = kScan.draw_bits == 2 ? 4 : 2;
+  static constexpr const Split* kSplits = kRow == RowKind::kInnerLtr   ? kScan.splits.inner_ltr
+                                          : kRow == RowKind::kInnerRtl ? kScan.splits.inner_rtl
+                                                                       : kScan.splits.last;
+  static constexpr RowForm kForm = FormOf(kSplits, kCodes);
+  static constexpr ColumnForm kAlong = kForm.along, kBelow = kForm.below;
+
+  template <bool kBelow>
+  static int Generic(unsigned code, int e) {
+    int r = 0;
+    [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) {
+      ((r |= ShareOf(Pick(kSplits[c], kBelow), e) & -static_cast<int>(code == c)), ...);
+    }(std::make_integer_sequence<unsigned, kCodes>{});
+    return r;
+  }
+  template <const ColumnForm& kCol>
+  static int Linear(unsigned code, int e) {
+    if constexpr (kCodes == 2 && kCol.num[0] == 0 && kCol.num[1] == kCol.den) {
+      return e & -static_cast<int>(code);
+    } else if constexpr (kCodes == 2 && kCol.num[1] == 0 && kCol.num[0] == kCol.den) {
+      return e & (static_cast<int>(code) - 1);
+    } else {
+      return DivTrunc<kCol.den>(kCol.num[code] * e);
+    }
+  }
+
+  // Shares {along, below} of error e for the drawn code.
+  static void Shares(unsigned code, int e, int& along, int& below) {
+    if constexpr (kAlong.kind == ColumnKind::kGeneric) {
+      along = Generic<false>(code, e);
+      below = Generic<true>(code, e);
+    } else if constexpr (kAlong.kind == ColumnKind::kComplement) {
+      below = Linear<kBelow>(code, e);
+      along = e - below;
+    } else if constexpr (kBelow.kind == ColumnKind::kComplement) {
+      along = Linear<kAlong>(code, e);
+      below = e - along;
+    } else {
+      along = Linear<kAlong>(code, e);
+      below = Linear<kBelow>(code, e);
+    }
+  }
+};
+
+// The decision a fast scan uses: the pass's own `Fast()` decider where it has one (built once
+// per band call), else the pass itself.
+template <class Pass>
+auto FastDecider(const Pass& pass) {
+  if constexpr (requires { pass.Fast(); })
+    return pass.Fast();
+  else
+    return pass;
+}
+
+// Decision by table for passes whose thresholds and levels all lie in 0..255: the corrected
+// value clamped to -1..256 (which keeps every comparison with such a threshold) and the class
+// of the raw sample pick the code and the level; the error is v minus the level. Built from
+// the pass's own Decide, so it gives the same outcome for every v and s.
+struct ClampedDecisionTable {
+  static constexpr int kLo = -1, kHi = 256;
+  static constexpr unsigned kMaxClasses = 8;
+  struct Entry {
+    std::int16_t level;
+    std::uint16_t code;
+  };
+  std::uint8_t sample_class[256];
+  Entry entry[(kHi - kLo + 1) * kMaxClasses];
+
+  // `classify(s)` is the class (below kMaxClasses) of sample s; `decide(v, s)` the reference.
+  template <class Classify, class Decide>
+  void Build(Classify&& classify, Decide&& decide) {
+    int representative[kMaxClasses];
+    for (int& r : representative) r = -1;
+    for (int s = 255; s >= 0; --s) {
+      const unsigned c = classify(s);
+      sample_class[s] = static_cast<std::uint8_t>(c);
+      representative[c] = s;
+    }
+    for (int v = kLo; v <= kHi; ++v)
+      for (unsigned c = 0; c < kMaxClasses; ++c) {
+        Entry& en = entry[static_cast<unsigned>(v - kLo) * kMaxClasses + c];
+        if (representative[c] < 0) {
+          en = {0, 0};
+          continue;
+        }
+        const Outcome o = decide(v, representative[c]);
+        en = {static_cast<std::int16_t>(v - o.err), static_cast<std::uint16_t>(o.code)};
+      }
+  }
+  Outcome Decide(int v, int s) const {
+    const int c = v < kLo ? kLo : (v > kHi ? kHi : v);
+    const Entry en = entry[static_cast<unsigned>(c - kLo) * kMaxClasses + sample_class[s]];
+    return {en.code, v - en.level};
+  }
+};
+
+// One plane of a lockstep group.
+struct FastLane {
+  PlaneRows rows;
+  const std::uint32_t* words;  // the plane's slice of the band's drawn words
+  unsigned p;
+};
+
+template <class Pass, class Decider, unsigned kLanes>
+class LockstepScan {
+ public:
+  LockstepScan(const Decider& decide, const Band& band, const FastLane* lanes, const ToneCurveSet& curves)
+      : decide_(decide), band_(band), curve_a_(curves.a().data()), curve_b_(curves.b().data()) {
+    for (unsigned l = 0; l < kLanes; ++l) {
+      rows_[l] = lanes[l].rows;
+      words_[l] = lanes[l].words;
+      p_[l] = lanes[l].p;
+    }
+  }
+
+  void Run() {
+    const std::size_t w = band_.w, h = band_.h;
+    for (unsigned l = 0; l < kLanes; ++l) {
+      const std::uint8_t* row0 = band_.In(0, p_[l]);
+      std::int16_t* a = rows_[l].a;
+      std::int16_t* carry = rows_[l].carry;
+      if (carry) {
+        for (std::size_t x = 0; x < w; ++x) {
+          a[x] = Store16(row0[x] + carry[x]);
+          carry[x] = 0;
+        }
+      } else {
+        for (std::size_t x = 0; x < w; ++x) a[x] = row0[x];
+      }
+    }
+    for (std::size_t y = 0; y + 1 < h; ++y) {
+      if ((y & 1) == 0)
+        Row<true, false>(y);
+      else
+        Row<false, false>(y);
+    }
+    if (((h - 1) & 1) == 0)
+      Row<true, true>(h - 1);
+    else
+      Row<false, true>(h - 1);
+  }
+
+ private:
+  static constexpr const ScanTraits& kScan = Pass::kScan;
+  static constexpr unsigned kBits = Pass::kBits;
+  static constexpr unsigned kPerByte = 8 / kBits;
+  static constexpr unsigned kCodeMask = kScan.draw_bits == 2 ? 3u : 1u;
+
+  static unsigned Shift(std::size_t x) {
+    return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits;
+  }
+
+  template <bool kLtr>
+  int CurveTerm(std::size_t x, std::uint8_t s) const {
+    if constexpr (!kScan.curve_terms) {
+      return 0;
+    } else if constexpr (kLtr) {
+      return curve_a_[s] & -static_cast<int>(x & 1);
+    } else {
+      return curve_b_[s] & (static_cast<int>(x & 1) - 1);
+    }
+  }
+
+  // Rows 0 .. h-2 (kLast false) and row h-1 (kLast true), as InnerRow and LastRow of the
+  // reference scan.
+  template <bool kLtr, bool kLast>
+  void Row(std::size_t y) {
+    using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
+    const std::size_t w = band_.w;
+    std::int16_t* cur[kLanes];
+    std::int16_t* next[kLanes];
+    std::int16_t* carry[kLanes];
+    const std::uint8_t* in[kLanes];
+    const std::uint8_t* in_below[kLanes];
+    std::uint8_t* out[kLanes];
+    const std::uint32_t* words[kLanes];
+    int v[kLanes];
+    unsigned acc[kLanes];
+    const std::size_t x0 = kLtr ? 0 : w - 1;
+    for (unsigned l = 0; l < kLanes; ++l) {
+      cur[l] = kLtr ? rows_[l].a : rows_[l].b;
+      next[l] = kLtr ? rows_[l].b : rows_[l].a;
+      carry[l] = rows_[l].carry;
+      in[l] = band_.In(y, p_[l]);
+      in_below[l] = kLast ? nullptr : band_.In(y + 1, p_[l]);
+      out[l] = band_.Out(y, p_[l]);
+      words[l] = words_[l];
+      v[l] = cur[l][x0];
+      acc[l] = 0;
+    }
+
+    for (std::size_t i = 0; i + 1 < w; ++i) {
+      const std::size_t x = kLtr ? i : w - 1 - i;
+      const std::size_t along = kLtr ? x + 1 : x - 1;
+      const unsigned shift = Shift(x);
+      for (unsigned l = 0; l < kLanes; ++l) {
+        const std::uint8_t s = in[l][x];
+        cur[l][x] = static_cast<std::int16_t>(v[l]);
+        const Outcome o = decide_.Decide(v[l], s);
+        acc[l] |= o.code << shift;
+        const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
+        const unsigned code = (words[l][i] >> 1) & kCodeMask;
+        int a, b;
+        Splits::Shares(code, e, a, b);
+        if constexpr (kLast) {
+          if (carry[l]) carry[l][x] = Store16(b);
+        } else {
+          next[l][x] = Store16(in_below[l][x] + b);
+        }
+        v[l] = Store16(cur[l][along] + a);
+      }
+      if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
+        for (unsigned l = 0; l < kLanes; ++l) {
+          out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
+          acc[l] = 0;
+        }
+      }
+    }
+
+    const std::size_t x = kLtr ? w - 1 : 0;
+    const unsigned shift = Shift(x);
+    for (unsigned l = 0; l < kLanes; ++l) {
+      const std::uint8_t s = in[l][x];
+      cur[l][x] = static_cast<std::int16_t>(v[l]);
+      if constexpr (kLast) {
+        // The pixel ending the band: its dot only.
+        const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : v[l];
+        acc[l] |= decide_.Decide(vd, s).code << shift;
+        words_[l] = words[l] + (w - 1);
+      } else {
+        const Outcome o = decide_.Decide(v[l], s);
+        acc[l] |= o.code << shift;
+        const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
+        const std::uint32_t* wd = words[l] + (w - 1);
+        unsigned bit = 0;
+        if constexpr (kScan.inner_row_end.draw == EndDraw::kIgnored) {
+          ++wd;
+        } else if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) {
+          bit = (*wd++ >> 1) & 1u;
+        }
+        next[l][x] = Store16(in_below[l][x] + ShareOf(kScan.inner_row_end.below[bit], e));
+        words_[l] = wd;
+      }
+      out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
+    }
+  }
+
+  const Decider& decide_;
+  const Band& band_;
+  const std::uint8_t* curve_a_;
+  const std::uint8_t* curve_b_;
+  PlaneRows rows_[kLanes];
+  const std::uint32_t* words_[kLanes];
+  unsigned p_[kLanes];
+};
+
+template <class Pass, class Decider>
+void RunLockstep(const Decider& decide, const Band& band, const FastLane* lanes, unsigned n,
+                 const ToneCurveSet& curves) {
+  switch (n) {
+    case 1: LockstepScan<Pass, Decider, 1>(decide, band, lanes, curves).Run(); break;
+    case 2: LockstepScan<Pass, Decider, 2>(decide, band, lanes, curves).Run(); break;
+    case 3: LockstepScan<Pass, Decider, 3>(decide, band, lanes, curves).Run(); break;
+    default: LockstepScan<Pass, Decider, 4>(decide, band, lanes, curves).Run(); break;
+  }
+}
+
+// Planes run in lockstep groups of at most this many.
+inline constexpr unsigned kMaxLockstep = 4;
+
+// Planes a group holds: up to kMaxLockstep on one thread; with more threads the planes are
+// spread so that every thread gets a group.
+inline unsigned LockstepGroupSize(unsigned planes, int threads) {
+  if (threads <= 1) return planes < kMaxLockstep ? (planes == 0 ? 1 : planes) : kMaxLockstep;
+  const unsigned t = static_cast<unsigned>(threads);
+  unsigned g = (planes + t - 1) / t;
+  if (g == 0) g = 1;
+  return g < kMaxLockstep ? g : kMaxLockstep;
+}
+
+// Every plane of a band of a job. The reference runs the planes one after the other on the
+// generator itself. The fast path draws the band's random stream ahead, gives each plane its
+// slice and its own working rows (the last plane the shared ones, so they end the band as the
+// sequential scan leaves them) and runs the planes in lockstep groups, the groups on the
+// engine's threads. A one-row band whose pass reads row B's stale content stays sequential:
+// that content is whatever the plane before left.
+template <class Pass>
+void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
+  const unsigned planes = band.planes;
+  if (ForceScalar() || (Pass::kScan.ltr_last_end_reads_b && band.h == 1)) {
+    for (unsigned p = 0; p < planes; ++p)
+      ScanPlane(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
+                engine.curves);
+    return;
+  }
+  const std::size_t per_plane = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
+  std::uint32_t* words = engine.draws.Reserve(per_plane * planes);
+  engine.random.DrawWords(words, per_plane * planes);
+  const auto decide = FastDecider(pass);
+  const unsigned group = LockstepGroupSize(planes, engine.threads.count());
+  const unsigned groups = (planes + group - 1) / group;
+  engine.threads.ForEachPlane(groups, [&](unsigned g) {
+    FastLane lanes[kMaxLockstep];
+    const unsigned first = g * group;
+    const unsigned n = planes - first < group ? planes - first : group;
+    for (unsigned l = 0; l < n; ++l) {
+      const unsigned p = first + l;
+      const bool last = p + 1 == planes;
+      lanes[l] = {{last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
+                   engine.rows.carry(p, band.w)},
+                  words + per_plane * p, p};
+    }
+    RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
+  });
+}
+
+// One plane on private rows with nothing carried (the single-plane form), fast unless the
+// reference is forced.
+template <class Pass>
+void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRows rows) {
+  if (ForceScalar()) {
+    ScanPlane(pass, band, 0, rows, engine.random, engine.curves);
+    return;
+  }
+  const std::size_t n = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
+  std::uint32_t* words = engine.draws.Reserve(n);
+  engine.random.DrawWords(words, n);
+  const auto decide = FastDecider(pass);
+  const FastLane lane{rows, words, 0};
+  RunLockstep<Pass>(decide, band, &lane, 1, engine.curves);
+}
+
+}  // namespace halftone::random_split
