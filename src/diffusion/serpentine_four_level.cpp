@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "diffusion/four_level.h"
+#include "diffusion/random_split_fast.h"
+#include "frame/dispatch.h"
 #include "frame/job.h"
 
 namespace halftone {
@@ -88,6 +90,152 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
   }
 }
 
+// ---- Fast path -------------------------------------------------------------------------------
+// The same scan with the band's split bits drawn ahead (plane p reads words p*w*h onwards, in the
+// order DiffusePlane draws them), each plane on its own working rows (the last plane on the
+// shared ones, which it leaves as DiffusePlane would), the planes of a group in lockstep, the
+// value carried along the row in a register, and the decision and split without branches.
+// Mirror any change to DiffusePlane here.
+
+struct SpineLane {
+  std::int16_t* a;
+  std::int16_t* b;
+  std::int16_t* carry;
+  const std::uint32_t* words;
+  unsigned p;
+};
+
+template <unsigned kLanes>
+class SpineLockstep {
+ public:
+  SpineLockstep(const random_split::ClampedDecisionTable& decide, const Band& band, const SpineLane* lanes,
+                const ToneCurveSet& curves)
+      : decide_(decide), band_(band), curve_a_(curves.a().data()), curve_b_(curves.b().data()) {
+    for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
+  }
+
+  void Run() {
+    const std::size_t w = band_.w, h = band_.h;
+    for (unsigned l = 0; l < kLanes; ++l) LoadFirstRow(lanes_[l].a, lanes_[l].carry, band_.In(0, lanes_[l].p), w);
+    for (std::size_t y = 0; y < h; ++y) {
+      const bool last = y + 1 >= h;
+      if ((y & 1) == 0) {
+        if (last)
+          Row<true, true>(y);
+        else
+          Row<true, false>(y);
+      } else {
+        if (last)
+          Row<false, true>(y);
+        else
+          Row<false, false>(y);
+      }
+    }
+  }
+
+ private:
+  template <bool kLtr, bool kLast>
+  void Row(std::size_t y) {
+    const std::size_t w = band_.w;
+    std::int16_t* cur[kLanes];
+    std::int16_t* next[kLanes];
+    std::int16_t* carry[kLanes];
+    const std::uint8_t* in[kLanes];
+    const std::uint8_t* below[kLanes];
+    std::uint8_t* out[kLanes];
+    const std::uint32_t* words[kLanes];
+    int v[kLanes];
+    unsigned acc[kLanes];
+    for (unsigned l = 0; l < kLanes; ++l) {
+      cur[l] = kLtr ? lanes_[l].a : lanes_[l].b;
+      next[l] = kLtr ? lanes_[l].b : lanes_[l].a;
+      carry[l] = lanes_[l].carry;
+      in[l] = band_.In(y, lanes_[l].p);
+      below[l] = kLast ? nullptr : band_.In(y + 1, lanes_[l].p);
+      out[l] = band_.Out(y, lanes_[l].p);
+      words[l] = lanes_[l].words + y * w;
+      v[l] = cur[l][kLtr ? 0 : w - 1];
+      acc[l] = 0;
+    }
+    for (std::size_t i = 0; i < w; ++i) {
+      const std::size_t x = kLtr ? i : w - 1 - i;
+      const bool has_next = i + 1 < w;
+      const std::size_t along = kLtr ? x + 1 : x - 1;
+      const unsigned shift = static_cast<unsigned>(6 - 2 * (x & 3));
+      for (unsigned l = 0; l < kLanes; ++l) {
+        const std::uint8_t r = in[l][x];
+        cur[l][x] = static_cast<std::int16_t>(v[l]);
+        const random_split::Outcome o = decide_.Decide(v[l], r);
+        acc[l] |= o.code << shift;
+        int err = Store16(o.err);
+        if constexpr (kLtr)
+          err = Store16(err + (curve_a_[r] & -static_cast<int>(x & 1)));
+        else
+          err = Store16(err + (curve_b_[r] & (static_cast<int>(x & 1) - 1)));
+        const unsigned bit = (words[l][i] >> 1) & 1u;
+        const int third = random_split::DivTrunc3(err);
+        const int side = bit ? err - third : third;
+        const int down = err - side;
+        if constexpr (kLtr) {
+          next[l][x] = Store16((kLast ? 0 : below[l][x]) + down);
+        } else if constexpr (!kLast) {
+          next[l][x] = Store16(below[l][x] + down);
+        } else {
+          next[l][x] = 0;
+          carry[l][x] = Store16(down);
+        }
+        if (has_next) v[l] = Store16(cur[l][along] + side);
+      }
+      if ((x & 3) == (kLtr ? 3u : 0u) || !has_next) {
+        for (unsigned l = 0; l < kLanes; ++l) {
+          out[l][x >> 2] = static_cast<std::uint8_t>(out[l][x >> 2] | acc[l]);
+          acc[l] = 0;
+        }
+      }
+    }
+  }
+
+  const random_split::ClampedDecisionTable& decide_;
+  const Band& band_;
+  const std::uint8_t* curve_a_;
+  const std::uint8_t* curve_b_;
+  SpineLane lanes_[kLanes];
+};
+
+void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
+  const unsigned planes = band.planes;
+  const std::size_t per_plane = band.w * band.h;
+  std::uint32_t* words = engine.draws.Reserve(per_plane * planes);
+  engine.random.DrawWords(words, per_plane * planes);
+  random_split::ClampedDecisionTable decide;
+  // The raw sample counts only through its sides of L1 and L2.
+  decide.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
+               [&](int v, int r) {
+                 const unsigned code = DecideFourLevel(lv, v, r);
+                 return random_split::Outcome{code, v - lv.Level(code)};
+               });
+  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count());
+  const unsigned groups = (planes + group - 1) / group;
+  JobBuffers& rows = engine.rows;
+  engine.threads.ForEachPlane(groups, [&](unsigned g) {
+    SpineLane lanes[random_split::kMaxLockstep];
+    const unsigned first = g * group;
+    const unsigned n = planes - first < group ? planes - first : group;
+    for (unsigned l = 0; l < n; ++l) {
+      const unsigned p = first + l;
+      const bool last = p + 1 == planes;
+      lanes[l] = {last ? rows.a() : rows.lane_a(p), last ? rows.b() : rows.lane_b(p), rows.carry(p, band.w),
+                  words + per_plane * p, p};
+    }
+    switch (n) {
+      case 1: SpineLockstep<1>(decide, band, lanes, engine.curves).Run(); break;
+      case 2: SpineLockstep<2>(decide, band, lanes, engine.curves).Run(); break;
+      case 3: SpineLockstep<3>(decide, band, lanes, engine.curves).Run(); break;
+      default: SpineLockstep<4>(decide, band, lanes, engine.curves).Run(); break;
+    }
+  });
+}
+
 }  // namespace
 
 int SerpentineFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w,
@@ -95,7 +243,13 @@ int SerpentineFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* d
   const Band band = Band::Make(src, dst, w, h, flags, 2);
   const FourLevels lv = FourLevels::From(engine.levels);
   const JobSpec spec{.bits = 2, .reseed = Reseed::kEveryCall, .needs_pixels = false, .max_planes = 255};
-  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) { DiffusePlane(engine, band, p, lv); });
+  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
+    if (ForceScalar() || band.w == 0 || band.h == 0) {
+      for (unsigned p = 0; p < band.planes; ++p) DiffusePlane(engine, band, p, lv);
+      return;
+    }
+    DiffuseBandFast(engine, band, lv);
+  });
 }
 
 }  // namespace halftone
