@@ -1,0 +1,184 @@
+// The fast random-split scans against their readable reference: the division helpers over every
+// value a share is formed from, the decision tables over every corrected value and sample, and
+// whole jobs (dots, carry and working rows after every band) on awkward sizes, plane counts,
+// level sets and curves, on one thread and two.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "diffusion/four_level.h"
+#include "diffusion/random_split.h"
+#include "diffusion/random_split_fast.h"
+#include "frame/dispatch.h"
+#include "frame/engine.h"
+#include "test_support.h"
+
+namespace halftone {
+namespace {
+
+using namespace halftone_test;
+
+TEST(RandomSplitFast, DivisionsTruncateTowardZeroForEveryShareOperand) {
+  // A share is formed from a 16-bit error times at most 4.
+  for (int x = -4 * 32768; x <= 4 * 32767; ++x) {
+    ASSERT_EQ(random_split::DivTrunc2(x), x / 2) << x;
+    ASSERT_EQ(random_split::DivTrunc3(x), x / 3) << x;
+    ASSERT_EQ(random_split::DivTrunc4(x), x / 4) << x;
+  }
+}
+
+TEST(RandomSplitFast, SplitFormsGiveTheReferenceShares) {
+  // Every share kind through a one-column table of each pair, against ShareOf.
+  using random_split::Share;
+  using random_split::Split;
+  constexpr Split kSplits[4] = {{Share::kThird, Share::kRestAfterThird},
+                                {Share::kAll, Share::kNone},
+                                {Share::kThird, Share::kRestAfterThird},
+                                {Share::kNone, Share::kAll}};
+  constexpr random_split::RowForm kForm = random_split::FormOf(kSplits, 4);
+  static_assert(kForm.along.kind == random_split::ColumnKind::kLinear);
+  static_assert(kForm.below.kind == random_split::ColumnKind::kComplement);
+  for (int e = -32768; e <= 32767; ++e)
+    for (unsigned c = 0; c < 4; ++c) {
+      const int along = random_split::DivTrunc3(kForm.along.num[c] * e);
+      ASSERT_EQ(along, random_split::ShareOf(kSplits[c].along, e));
+      ASSERT_EQ(e - along, random_split::ShareOf(kSplits[c].below, e));
+    }
+}
+
+TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
+  std::mt19937 gen(7);
+  for (int round = 0; round < 6; ++round) {
+    LevelValues values;
+    for (auto& l : values.L) l = static_cast<std::uint8_t>(gen());
+    if (round == 0) values.L = {255, 170, 85, 0, 0, 0, 0, 0, 0};
+    const FourLevels lv = FourLevels::From(values);
+    random_split::ClampedDecisionTable t;
+    t.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
+            [&](int v, int r) {
+              const unsigned code = DecideFourLevel(lv, v, r);
+              return random_split::Outcome{code, v - lv.Level(code)};
+            });
+    for (int v = -32768; v <= 32767; ++v)
+      for (int r = 0; r < 256; ++r) {
+        const unsigned code = DecideFourLevel(lv, v, r);
+        const random_split::Outcome o = t.Decide(v, r);
+        ASSERT_EQ(o.code, code) << "round " << round << " v " << v << " r " << r;
+        ASSERT_EQ(o.err, v - lv.Level(code));
+      }
+  }
+}
+
+using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
+struct Routine {
+  const char* name;
+  unsigned bits;
+  Call call;
+};
+
+std::vector<Routine> Routines() {
+  std::vector<Routine> r;
+  r.push_back({"spine", 2, [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                              HalftoneFlags f) { return SerpentineFourLevel(e, s, d, w, h, f); }});
+  for (GroupedMethod m : {GroupedMethod::kLevelValues, GroupedMethod::kFixedLevels, GroupedMethod::kSmallDotOnly,
+                          GroupedMethod::kMediumDotOnly, GroupedMethod::kLargeDotOnly})
+    r.push_back({"grouped", 2, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                   HalftoneFlags f) { return GroupedFourLevel(e, s, d, w, h, f, m); }});
+  for (BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
+                          BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
+                          BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
+    r.push_back({"bilevel", 1, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                   HalftoneFlags f) { return BilevelRandomSplit(e, s, d, w, h, f, m); }});
+  for (EightLevelMethod m : {EightLevelMethod::kLevelValues, EightLevelMethod::kFixedLevels})
+    r.push_back({"eight", 4, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                 HalftoneFlags f) { return EightLevel(e, s, d, w, h, f, m); }});
+  return r;
+}
+
+// What a job leaves behind after a band: the dots, the carry entries, both shared working
+// rows and the random register.
+struct Snapshot {
+  std::vector<std::uint8_t> dots;
+  std::vector<std::int16_t> carry, a, b;
+  std::uint32_t next_word;
+  bool operator==(const Snapshot&) const = default;
+};
+
+std::vector<Snapshot> RunJob(const Routine& r, bool fast, int threads, std::size_t w, const std::vector<std::size_t>& hs,
+                             unsigned planes, unsigned seed) {
+  SetForceScalar(fast ? 0 : 1);
+  auto e = MakeEngine(1000 + seed);
+  e->threads.SetCount(threads);
+  std::mt19937 gen(seed);
+  for (auto& l : e->levels.L) l = static_cast<std::uint8_t>(gen());
+  if (seed % 2 == 0) e->levels.L = {0, 36, 72, 109, 145, 182, 218, 255, 0};
+  for (auto& slot : e->curves.slots)
+    for (auto& c : slot) c = static_cast<std::uint8_t>(gen() % (seed % 3 == 0 ? 256 : 16));
+  e->curves.curve_a = 3;
+  e->curves.curve_b = 5;
+  std::vector<Snapshot> out;
+  for (std::size_t i = 0; i < hs.size(); ++i) {
+    const std::size_t h = hs[i];
+    auto src = MakeBand(w, h, planes, [&](std::size_t, std::size_t, unsigned) {
+      const unsigned k = gen() % 8;
+      return k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF;
+    });
+    std::vector<std::uint8_t> dst(DotStride(w, r.bits) * planes * h + 4, kCanary);
+    const unsigned phase = i == 0 ? 1 : (i + 1 == hs.size() ? 3 : 0);
+    EXPECT_EQ(r.call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}), 0);
+    Snapshot s;
+    s.dots = dst;
+    if (e->rows.live()) {
+      s.carry.assign(e->rows.carry_all(), e->rows.carry_all() + w * planes);
+      s.a.assign(e->rows.a(), e->rows.a() + w);
+      s.b.assign(e->rows.b(), e->rows.b() + w);
+    }
+    s.next_word = e->random.NextStateWord();
+    out.push_back(s);
+  }
+  SetForceScalar(-1);
+  return out;
+}
+
+TEST(RandomSplitFast, WholeJobsMatchTheReference) {
+  const auto routines = Routines();
+  unsigned seed = 0;
+  for (const std::size_t w : {1u, 2u, 3u, 5u, 8u, 9u, 17u, 64u})
+    for (const unsigned planes : {1u, 2u, 3u, 4u, 5u, 9u}) {
+      ++seed;
+      const std::vector<std::size_t> hs = {seed % 2 ? 3u : 4u, 1u, 2u, 5u};
+      for (std::size_t k = 0; k < routines.size(); ++k) {
+        const auto ref = RunJob(routines[k], false, 1, w, hs, planes, seed + 100 * static_cast<unsigned>(k));
+        for (int threads : {1, 2}) {
+          const auto fast = RunJob(routines[k], true, threads, w, hs, planes, seed + 100 * static_cast<unsigned>(k));
+          ASSERT_EQ(ref.size(), fast.size());
+          for (std::size_t i = 0; i < ref.size(); ++i)
+            ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
+                                           << " threads " << threads << " band " << i;
+        }
+      }
+    }
+}
+
+TEST(RandomSplitFast, SinglePlaneMatchesTheReference) {
+  for (const std::size_t w : {1u, 2u, 7u, 8u, 33u})
+    for (const std::size_t h : {1u, 2u, 3u, 6u}) {
+      auto src = NoiseBand(w, h, 1, static_cast<unsigned>(w * 10 + h));
+      std::vector<std::uint8_t> ref(DotStride(w, 1) * h + 4, kCanary), fast = ref;
+      auto e1 = MakeEngine(5), e2 = MakeEngine(5);
+      SetForceScalar(1);
+      ASSERT_EQ(BilevelSinglePlane(*e1, src.data(), ref.data(), w, h), 0);
+      SetForceScalar(0);
+      ASSERT_EQ(BilevelSinglePlane(*e2, src.data(), fast.data(), w, h), 0);
+      SetForceScalar(-1);
+      EXPECT_EQ(ref, fast) << w << " x " << h;
+      EXPECT_EQ(e1->random.NextStateWord(), e2->random.NextStateWord());
+    }
+}
+
+}  // namespace
+}  // namespace halftone
