@@ -126,6 +126,19 @@ struct BilevelPass {
     if (kMember.guard == Guard::kFull && s == kFullSample) dot = true;
     return {dot ? 1u : 0u, above ? v - kFullSample : v};
   }
+
+  // The same decision without a branch on v: `above` as a mask (v is a 16-bit value, so the
+  // difference cannot overflow).
+  struct FastDecide {
+    Outcome Decide(int v, int s) const {
+      const int above = (kThreshold - v) >> 31;  // -1 when v > kThreshold, else 0
+      unsigned dot = kMember.sense == Sense::kLightness ? static_cast<unsigned>(above + 1) : static_cast<unsigned>(-above);
+      if constexpr (kMember.guard == Guard::kWhite) dot &= unsigned{s != kFullSample};
+      if constexpr (kMember.guard == Guard::kFull) dot |= unsigned{s == kFullSample};
+      return {dot, v - (kFullSample & above)};
+    }
+  };
+  FastDecide Fast() const { return {}; }
 };
 
 template <const BilevelMember& kMember>

@@ -174,7 +174,8 @@ class SpineLockstep {
           err = Store16(err + (curve_b_[r] & (static_cast<int>(x & 1) - 1)));
         const unsigned bit = (words[l][i] >> 1) & 1u;
         const int third = random_split::DivTrunc3(err);
-        const int side = bit ? err - third : third;
+        // bit ? err - third : third, without a branch on the random bit
+        const int side = third + ((err - third - third) & -static_cast<int>(bit));
         const int down = err - side;
         if constexpr (kLtr) {
           next[l][x] = Store16((kLast ? 0 : below[l][x]) + down);
