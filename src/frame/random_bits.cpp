@@ -31,6 +31,19 @@ void RandomBitSource::DrawWords(std::uint32_t* out, std::size_t n) {
   std::size_t i = 0;
   for (; i < n && i < kDeg - kBack; ++i) out[i] = past[i] + past[kBack + i];
   for (; i < n && i < kDeg; ++i) out[i] = past[i] + out[i - (kDeg - kBack)];
+  // The three newest words stay in registers, so each word is one load, one add and one store
+  // rather than a chain through memory.
+  if (i + 3 <= n) {
+    std::uint32_t r0 = out[i - 3], r1 = out[i - 2], r2 = out[i - 1];
+    for (; i + 3 <= n; i += 3) {
+      r0 += out[i - kDeg];
+      r1 += out[i + 1 - kDeg];
+      r2 += out[i + 2 - kDeg];
+      out[i] = r0;
+      out[i + 1] = r1;
+      out[i + 2] = r2;
+    }
+  }
   for (; i < n; ++i) out[i] = out[i - kDeg] + out[i - (kDeg - kBack)];
   // Draw j wrote register slot (front + j) mod kDegree; the last kDegree draws are the register.
   for (std::size_t j = n > kDeg ? n - kDeg : 0; j < n; ++j)
