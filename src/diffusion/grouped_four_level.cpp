@@ -40,6 +40,7 @@ constexpr unsigned kTwoBits = 2;
 // Levels L0..L3 from the level values; the raw sample vetoes levels on the wrong side of it.
 struct LevelValuesPass {
   static constexpr unsigned kBits = kTwoBits;
+  static constexpr unsigned kLockstep = 2;  // faster than four lanes of the table and curves
   static constexpr const ScanTraits& kScan = kGroupedScan;
   FourLevels lv;
   Outcome Decide(int v, int s) const {

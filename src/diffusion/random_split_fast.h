@@ -215,6 +215,15 @@ struct ClampedDecisionTable {
   }
 };
 
+// Calls fn(l) for l = 0 .. kN-1 as separate statements, so each lane's state is addressed by a
+// constant and can stay in registers.
+template <unsigned kN, class Fn>
+inline void ForEachLane(Fn&& fn) {
+  [&]<unsigned... l>(std::integer_sequence<unsigned, l...>) {
+    (fn(std::integral_constant<unsigned, l>{}), ...);
+  }(std::make_integer_sequence<unsigned, kN>{});
+}
+
 // One plane of a lockstep group.
 struct FastLane {
   PlaneRows rows;
@@ -314,7 +323,7 @@ class LockstepScan {
       const std::size_t x = kLtr ? i : w - 1 - i;
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const unsigned shift = Shift(x);
-      for (unsigned l = 0; l < kLanes; ++l) {
+      ForEachLane<kLanes>([&](unsigned l) {
         const std::uint8_t s = in[l][x];
         cur[l][x] = static_cast<std::int16_t>(v[l]);
         const Outcome o = decide_.Decide(v[l], s);
@@ -329,12 +338,12 @@ class LockstepScan {
           next[l][x] = Store16(in_below[l][x] + b);
         }
         v[l] = Store16(cur[l][along] + a);
-      }
+      });
       if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
-        for (unsigned l = 0; l < kLanes; ++l) {
+        ForEachLane<kLanes>([&](unsigned l) {
           out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
           acc[l] = 0;
-        }
+        });
       }
     }
 
@@ -387,16 +396,26 @@ void RunLockstep(const Decider& decide, const Band& band, const FastLane* lanes,
 }
 
 // Planes run in lockstep groups of at most this many.
-inline constexpr unsigned kMaxLockstep = 4;
+inline constexpr unsigned kMaxLockstep = 4;  // RunLockstep has a case for each size
 
-// Planes a group holds: up to kMaxLockstep on one thread; with more threads the planes are
-// spread so that every thread gets a group.
-inline unsigned LockstepGroupSize(unsigned planes, int threads) {
-  if (threads <= 1) return planes < kMaxLockstep ? (planes == 0 ? 1 : planes) : kMaxLockstep;
-  const unsigned t = static_cast<unsigned>(threads);
+// Planes a group holds: up to `widest` (at most kMaxLockstep) on one thread; with more threads
+// the planes are spread so that every thread gets a group.
+inline unsigned LockstepGroupSize(unsigned planes, int threads, unsigned widest = kMaxLockstep) {
+  if (widest > kMaxLockstep) widest = kMaxLockstep;
+  const unsigned t = threads <= 1 ? 1u : static_cast<unsigned>(threads);
   unsigned g = (planes + t - 1) / t;
   if (g == 0) g = 1;
-  return g < kMaxLockstep ? g : kMaxLockstep;
+  return g < widest ? g : widest;
+}
+
+// Widest group a pass runs well in: a pass whose lanes hold many live values (a decision
+// table and curve terms) may ask for narrower groups with `kLockstep`; measured, not derived.
+template <class Pass>
+constexpr unsigned LockstepWidth() {
+  if constexpr (requires { Pass::kLockstep; })
+    return Pass::kLockstep;
+  else
+    return kMaxLockstep;
 }
 
 // Every plane of a band of a job. The reference runs the planes one after the other on the
@@ -418,7 +437,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   std::uint32_t* words = engine.draws.Reserve(per_plane * planes);
   engine.random.DrawWords(words, per_plane * planes);
   const auto decide = FastDecider(pass);
-  const unsigned group = LockstepGroupSize(planes, engine.threads.count());
+  const unsigned group = LockstepGroupSize(planes, engine.threads.count(), LockstepWidth<Pass>());
   const unsigned groups = (planes + group - 1) / group;
   engine.threads.ForEachPlane(groups, [&](unsigned g) {
     FastLane lanes[kMaxLockstep];

@@ -97,6 +97,9 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
 // value carried along the row in a register, and the decision and split without branches.
 // Mirror any change to DiffusePlane here.
 
+// Planes in a lockstep group: wider groups ran slower (too many live values a lane).
+constexpr unsigned kSpineLockstep = 2;
+
 struct SpineLane {
   std::int16_t* a;
   std::int16_t* b;
@@ -162,7 +165,7 @@ class SpineLockstep {
       const bool has_next = i + 1 < w;
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const unsigned shift = static_cast<unsigned>(6 - 2 * (x & 3));
-      for (unsigned l = 0; l < kLanes; ++l) {
+      random_split::ForEachLane<kLanes>([&](unsigned l) {
         const std::uint8_t r = in[l][x];
         cur[l][x] = static_cast<std::int16_t>(v[l]);
         const random_split::Outcome o = decide_.Decide(v[l], r);
@@ -186,12 +189,12 @@ class SpineLockstep {
           carry[l][x] = Store16(down);
         }
         if (has_next) v[l] = Store16(cur[l][along] + side);
-      }
+      });
       if ((x & 3) == (kLtr ? 3u : 0u) || !has_next) {
-        for (unsigned l = 0; l < kLanes; ++l) {
+        random_split::ForEachLane<kLanes>([&](unsigned l) {
           out[l][x >> 2] = static_cast<std::uint8_t>(out[l][x >> 2] | acc[l]);
           acc[l] = 0;
-        }
+        });
       }
     }
   }
@@ -215,7 +218,7 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
                  const unsigned code = DecideFourLevel(lv, v, r);
                  return random_split::Outcome{code, v - lv.Level(code)};
                });
-  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count());
+  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count(), kSpineLockstep);
   const unsigned groups = (planes + group - 1) / group;
   JobBuffers& rows = engine.rows;
   engine.threads.ForEachPlane(groups, [&](unsigned g) {
