@@ -4,7 +4,9 @@
 // holds the bits already set in an output byte two runs share.
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
+#include "frame/dispatch.h"
 #include "screening/screens.h"
 
 namespace halftone {
@@ -146,6 +148,135 @@ void ScreenBand(const Band& band, const Tiling& tiling, const EdgeMasks& masks, 
                                 y % tiling.height);
 }
 
+// ---- Fast path -------------------------------------------------------------------------------
+// When a pattern row is W = R * P pixels read from its own storage row and the edge masks are
+// the loaders' own, the runs above come down to this: every pixel of a flushed run takes its
+// level's pattern bit at its place in the tile, and nothing else is set. So a byte of P equal
+// samples is a pattern byte, a stretch of such bytes a copy of the pattern row, and a byte
+// where runs meet is put together a run at a time.
+
+template <unsigned kPixelsPerByte>
+constexpr unsigned kBitsPerPixel = 8 / kPixelsPerByte;
+
+// The pixel positions [from, to) of a byte (to <= P), as the loaders' masks hold them.
+template <unsigned P>
+constexpr std::uint8_t PositionMask(unsigned from, unsigned to) {
+  return static_cast<std::uint8_t>((0xFFu >> (from * kBitsPerPixel<P>)) & (0xFFu << (8 - to * kBitsPerPixel<P>)));
+}
+
+template <unsigned P>
+bool RegularTiling(const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
+  if (tiling.row_bytes == 0 || tiling.width != tiling.row_bytes * P || tiling.row_bytes > stack.row_stride ||
+      tiling.height > std::size_t{kMatrixSize} || stack.slot_stride < stack.row_stride * tiling.height)
+    return false;
+  // Only entries 1 .. P - 1 are ever read.
+  for (unsigned k = 1; k < P; ++k)
+    if (masks.head[k] != PositionMask<P>(0, k) || masks.tail[k] != PositionMask<P>(k, P)) return false;
+  return stack.size >= stack.slot_stride * std::size_t{kPatternSlots};
+}
+
+// The P samples of one output byte, loaded as one word.
+template <unsigned P>
+using GroupWord = std::conditional_t<P == 8, std::uint64_t, std::uint32_t>;
+
+template <unsigned P>
+GroupWord<P> LoadGroup(const std::uint8_t* s) {
+  GroupWord<P> g;
+  std::memcpy(&g, s, sizeof g);
+  return g;
+}
+
+template <unsigned P>
+constexpr GroupWord<P> Spread(unsigned level) {
+  return static_cast<GroupWord<P>>(level) * static_cast<GroupWord<P>>(~GroupWord<P>{0} / 0xFFu);
+}
+
+template <unsigned P>
+class FastRowScreen {
+ public:
+  FastRowScreen(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes)
+      : level0_(stack.bytes + pattern_row * stack.row_stride), slot_stride_(stack.slot_stride), r_(row_bytes) {}
+
+  // Pixels [0, m) of the row take their pattern bits; the cleared rest stays empty.
+  void Row(const std::uint8_t* s, std::uint8_t* out, std::size_t m) const {
+    const std::size_t whole = m / P;
+    std::size_t i = 0;
+    while (i < whole) {
+      const unsigned level = s[i * P];
+      const GroupWord<P> spread = Spread<P>(level);
+      if (LoadGroup<P>(s + i * P) != spread) {
+        out[i] = Mixed(s + i * P, P, i % r_);
+        ++i;
+        continue;
+      }
+      std::size_t end = i + 1;
+      while (end < whole && LoadGroup<P>(s + end * P) == spread) ++end;
+      Copy(out + i, PatternRow(level), i % r_, end - i);
+      i = end;
+    }
+    if (m % P != 0) out[whole] = Mixed(s + whole * P, static_cast<unsigned>(m % P), whole % r_);
+  }
+
+ private:
+  const std::uint8_t* PatternRow(unsigned level) const { return level0_ + level * slot_stride_; }
+
+  // The first `count` pixels of a byte whose samples differ, one run of equal samples at a time.
+  std::uint8_t Mixed(const std::uint8_t* g, unsigned count, std::size_t byte) const {
+    unsigned bits = 0;
+    for (unsigned j = 0; j < count;) {
+      const unsigned level = g[j];
+      unsigned end = j + 1;
+      while (end < count && g[end] == level) ++end;
+      bits |= PatternRow(level)[byte] & PositionMask<P>(j, end);
+      j = end;
+    }
+    return static_cast<std::uint8_t>(bits);
+  }
+
+  // `count` pattern bytes from byte `from` on, the pattern row wrapping after R bytes.
+  void Copy(std::uint8_t* d, const std::uint8_t* row, std::size_t from, std::size_t count) const {
+    if (count <= 8) {
+      for (std::size_t k = 0; k < count; ++k) {
+        d[k] = row[from];
+        if (++from == r_) from = 0;
+      }
+      return;
+    }
+    std::size_t piece = std::min(count, r_ - from);
+    std::memcpy(d, row + from, piece);
+    for (std::size_t done = piece; done < count; done += piece) {
+      piece = std::min(count - done, r_);
+      std::memcpy(d + done, row, piece);
+    }
+  }
+
+  const std::uint8_t* level0_;
+  std::size_t slot_stride_;
+  std::size_t r_;
+};
+
+template <unsigned kPixelsPerByte>
+void ScreenBandFast(const Band& band, const Tiling& tiling, const StackBytes& stack) {
+  const std::size_t w = band.w;
+  // A row of one pixel prints nothing; a last pixel that differs from its neighbour opens a
+  // run that is never flushed.
+  if (w < 2) return;
+  for (unsigned p = 0; p < band.planes; ++p)
+    for (std::size_t y = 0; y < band.h; ++y) {
+      const std::uint8_t* s = band.In(y, p);
+      const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
+      FastRowScreen<kPixelsPerByte>(stack, y % tiling.height, tiling.row_bytes).Row(s, band.Out(y, p), m);
+    }
+}
+
+template <unsigned kPixelsPerByte>
+void ScreenBandChosen(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
+  if (!ForceScalar() && RegularTiling<kPixelsPerByte>(tiling, masks, stack))
+    ScreenBandFast<kPixelsPerByte>(band, tiling, stack);
+  else
+    ScreenBand<kPixelsPerByte>(band, tiling, masks, stack);
+}
+
 constexpr Tiling kFixedMonoTiling{kMatrixSize, kMatrixSize, kMonoRowBytes};
 constexpr Tiling kFixedDuoTiling{kMatrixSize, kMatrixSize, kDuoRowBytes};
 
@@ -173,14 +304,14 @@ int ScreenWithPatterns(const Engine& engine, PatternScreen screen, const std::ui
     case PatternScreen::kMonoLoadedGeometry: {
       const Tiling tiling{static_cast<std::size_t>(g.width), static_cast<std::size_t>(g.height),
                           static_cast<std::size_t>(g.bytes_per_row)};
-      ScreenBand<8>(band, tiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      ScreenBandChosen<8>(band, tiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
       break;
     }
     case PatternScreen::kMonoFixed:
-      ScreenBand<8>(band, kFixedMonoTiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      ScreenBandChosen<8>(band, kFixedMonoTiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
       break;
     case PatternScreen::kDuoFixed:
-      ScreenBand<4>(band, kFixedDuoTiling, tables.masks, BytesOf(tables.duo, kDuoRowBytes));
+      ScreenBandChosen<4>(band, kFixedDuoTiling, tables.masks, BytesOf(tables.duo, kDuoRowBytes));
       break;
   }
   return kOk;
