@@ -3,6 +3,7 @@
 // so only the first and last byte of a run are composed bit by bit, through a carry byte that
 // holds the bits already set in an output byte two runs share.
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <type_traits>
 
@@ -149,30 +150,17 @@ void ScreenBand(const Band& band, const Tiling& tiling, const EdgeMasks& masks, 
 }
 
 // ---- Fast path -------------------------------------------------------------------------------
-// When a pattern row is W = R * P pixels read from its own storage row and the edge masks are
-// the loaders' own, the runs above come down to this: every pixel of a flushed run takes its
-// level's pattern bit at its place in the tile, and nothing else is set. So a byte of P equal
-// samples is a pattern byte, a stretch of such bytes a copy of the pattern row, and a byte
-// where runs meet is put together a run at a time.
-
-template <unsigned kPixelsPerByte>
-constexpr unsigned kBitsPerPixel = 8 / kPixelsPerByte;
-
-// The pixel positions [from, to) of a byte (to <= P), as the loaders' masks hold them.
-template <unsigned P>
-constexpr std::uint8_t PositionMask(unsigned from, unsigned to) {
-  return static_cast<std::uint8_t>((0xFFu >> (from * kBitsPerPixel<P>)) & (0xFFu << (8 - to * kBitsPerPixel<P>)));
-}
+// When a pattern row is W = R * P pixels read from its own storage row, the runs above come
+// down to this: a byte wholly inside a run is its level's pattern byte at the byte's place in
+// the tile, a stretch of such bytes a copy of the pattern row, and a byte where runs meet (or
+// the row ends) is merged through the edge masks the way the carry merges it. Pixels past the
+// last flushed run stay empty.
 
 template <unsigned P>
-bool RegularTiling(const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
-  if (tiling.row_bytes == 0 || tiling.width != tiling.row_bytes * P || tiling.row_bytes > stack.row_stride ||
-      tiling.height > std::size_t{kMatrixSize} || stack.slot_stride < stack.row_stride * tiling.height)
-    return false;
-  // Only entries 1 .. P - 1 are ever read.
-  for (unsigned k = 1; k < P; ++k)
-    if (masks.head[k] != PositionMask<P>(0, k) || masks.tail[k] != PositionMask<P>(k, P)) return false;
-  return stack.size >= stack.slot_stride * std::size_t{kPatternSlots};
+bool RegularTiling(const Tiling& tiling, const StackBytes& stack) {
+  return tiling.row_bytes != 0 && tiling.width == tiling.row_bytes * P && tiling.row_bytes <= stack.row_stride &&
+         tiling.height <= std::size_t{kMatrixSize} && stack.slot_stride >= stack.row_stride * tiling.height &&
+         stack.size >= stack.slot_stride * std::size_t{kPatternSlots};
 }
 
 // The P samples of one output byte, loaded as one word.
@@ -191,46 +179,81 @@ constexpr GroupWord<P> Spread(unsigned level) {
   return static_cast<GroupWord<P>>(level) * static_cast<GroupWord<P>>(~GroupWord<P>{0} / 0xFFu);
 }
 
+inline void PrefetchRead(const void* p) {
+#if defined(__GNUC__)
+  __builtin_prefetch(p);
+#else
+  (void)p;
+#endif
+}
+
+// Samples looked ahead to fetch their pattern rows early: levels' rows lie 8 KiB apart.
+inline constexpr std::size_t kPrefetchAhead = 64;
+
 template <unsigned P>
 class FastRowScreen {
  public:
-  FastRowScreen(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes)
-      : level0_(stack.bytes + pattern_row * stack.row_stride), slot_stride_(stack.slot_stride), r_(row_bytes) {}
+  FastRowScreen(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes, const EdgeMasks& masks)
+      : level0_(stack.bytes + pattern_row * stack.row_stride), slot_stride_(stack.slot_stride), r_(row_bytes),
+        masks_(masks) {}
 
-  // Pixels [0, m) of the row take their pattern bits; the cleared rest stays empty.
+  // The row's first m pixels as the runs leave them; the cleared rest stays empty.
   void Row(const std::uint8_t* s, std::uint8_t* out, std::size_t m) const {
     const std::size_t whole = m / P;
     std::size_t i = 0;
     while (i < whole) {
-      const unsigned level = s[i * P];
-      const GroupWord<P> spread = Spread<P>(level);
-      if (LoadGroup<P>(s + i * P) != spread) {
-        out[i] = Mixed(s + i * P, P, i % r_);
-        ++i;
+      if (i * P + kPrefetchAhead < m) PrefetchRead(PatternRow(s[i * P + kPrefetchAhead]) + i % r_);
+      const GroupWord<P> g = LoadGroup<P>(s + i * P);
+      const GroupWord<P> spread = Spread<P>(s[i * P]);
+      // Whole bytes of one run are its level's pattern bytes, whatever the masks.
+      if (g == spread) {
+        std::size_t end = i + 1;
+        while (end < whole && LoadGroup<P>(s + end * P) == spread) ++end;
+        Copy(out + i, PatternRow(s[i * P]), i % r_, end - i);
+        i = end;
         continue;
       }
-      std::size_t end = i + 1;
-      while (end < whole && LoadGroup<P>(s + end * P) == spread) ++end;
-      Copy(out + i, PatternRow(level), i % r_, end - i);
-      i = end;
+      out[i] = Compose(s + i * P, P, i % r_);
+      ++i;
     }
-    if (m % P != 0) out[whole] = Mixed(s + whole * P, static_cast<unsigned>(m % P), whole % r_);
+    if (m % P != 0) out[whole] = Compose(s + whole * P, static_cast<unsigned>(m % P), whole % r_);
   }
 
  private:
   const std::uint8_t* PatternRow(unsigned level) const { return level0_ + level * slot_stride_; }
 
-  // The first `count` pixels of a byte whose samples differ, one run of equal samples at a time.
-  std::uint8_t Mixed(const std::uint8_t* g, unsigned count, std::size_t byte) const {
-    unsigned bits = 0;
-    for (unsigned j = 0; j < count;) {
-      const unsigned level = g[j];
-      unsigned end = j + 1;
-      while (end < count && g[end] == level) ++end;
-      bits |= PatternRow(level)[byte] & PositionMask<P>(j, end);
-      j = end;
+  // The first `count` pixels of one output byte, merged run by run as the carry merges them:
+  // the run opening the byte takes its pattern byte, a run opening at pixel j keeps what is
+  // there masked by head[j] and adds its pattern byte masked by tail[j], and a run cut by the
+  // row's end at pixel k is masked by head[k].
+  std::uint8_t Compose(const std::uint8_t* g, unsigned count, std::size_t byte) const {
+    const GroupWord<P> ends = RunEnds(g);
+    unsigned bits = PatternRow(g[0])[byte];
+    for (unsigned j = NextRun(ends, 0); j < count; j = NextRun(ends, j)) {
+      const unsigned pattern = PatternRow(g[j])[byte];
+      bits = (bits & masks_.head[j]) | (pattern & masks_.tail[j]);
     }
+    if (count < P) bits &= masks_.head[count];
     return static_cast<std::uint8_t>(bits);
+  }
+
+  // Byte j of the result is nonzero where sample j + 1 differs from sample j (byte P - 1 is
+  // anything: the group ends there anyway).
+  static GroupWord<P> RunEnds(const std::uint8_t* g) {
+    if constexpr (std::endian::native == std::endian::little) {
+      const GroupWord<P> w = LoadGroup<P>(g);
+      return static_cast<GroupWord<P>>(w ^ (w >> 8));
+    } else {
+      GroupWord<P> ends = 0;
+      for (unsigned j = 0; j + 1 < P; ++j)
+        if (g[j] != g[j + 1]) ends |= static_cast<GroupWord<P>>(0xFFu) << (8 * j);
+      return ends;
+    }
+  }
+  // The first pixel after j with another sample than pixel j, or P.
+  static unsigned NextRun(GroupWord<P> ends, unsigned j) {
+    const GroupWord<P> rest = static_cast<GroupWord<P>>(ends >> (8 * j));
+    return rest == 0 ? P : j + static_cast<unsigned>(std::countr_zero(rest)) / 8 + 1;
   }
 
   // `count` pattern bytes from byte `from` on, the pattern row wrapping after R bytes.
@@ -253,10 +276,11 @@ class FastRowScreen {
   const std::uint8_t* level0_;
   std::size_t slot_stride_;
   std::size_t r_;
+  const EdgeMasks& masks_;
 };
 
 template <unsigned kPixelsPerByte>
-void ScreenBandFast(const Band& band, const Tiling& tiling, const StackBytes& stack) {
+void ScreenBandFast(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
   const std::size_t w = band.w;
   // A row of one pixel prints nothing; a last pixel that differs from its neighbour opens a
   // run that is never flushed.
@@ -265,16 +289,17 @@ void ScreenBandFast(const Band& band, const Tiling& tiling, const StackBytes& st
     for (std::size_t y = 0; y < band.h; ++y) {
       const std::uint8_t* s = band.In(y, p);
       const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
-      FastRowScreen<kPixelsPerByte>(stack, y % tiling.height, tiling.row_bytes).Row(s, band.Out(y, p), m);
+      FastRowScreen<kPixelsPerByte>(stack, y % tiling.height, tiling.row_bytes, masks)
+          .Row(s, band.Out(y, p), m);
     }
 }
 
 template <unsigned kPixelsPerByte>
 void ScreenBandChosen(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
-  if (!ForceScalar() && RegularTiling<kPixelsPerByte>(tiling, masks, stack))
-    ScreenBandFast<kPixelsPerByte>(band, tiling, stack);
-  else
+  if (ForceScalar() || !RegularTiling<kPixelsPerByte>(tiling, stack))
     ScreenBand<kPixelsPerByte>(band, tiling, masks, stack);
+  else
+    ScreenBandFast<kPixelsPerByte>(band, tiling, masks, stack);
 }
 
 constexpr Tiling kFixedMonoTiling{kMatrixSize, kMatrixSize, kMonoRowBytes};
