@@ -216,7 +216,12 @@ class FastRowScreen {
       out[i] = Compose(s + i * P, P, i % r_);
       ++i;
     }
-    if (m % P != 0) out[whole] = Compose(s + whole * P, static_cast<unsigned>(m % P), whole % r_);
+    if (m % P != 0) {
+      // The samples of the last, partial byte, copied so the group word reads nothing past them.
+      std::uint8_t last[P] = {};
+      std::memcpy(last, s + whole * P, m % P);
+      out[whole] = Compose(last, static_cast<unsigned>(m % P), whole % r_);
+    }
   }
 
  private:
