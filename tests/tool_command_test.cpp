@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "image_io.h"
 #include "test_support.h"
@@ -95,6 +96,51 @@ TEST_F(ToolCommand, ColourPictureGivesFourDotPagesAndAPreview) {
   EXPECT_TRUE(preview.good()) << "the preview goes beside the TIFF";
 }
 #endif
+
+// A grey PGM to a PBM goes band by band from file to file; its dots must be those of the preview
+// drawn from the whole picture (a dot is 1 in the PBM, 0 in the grey preview).
+TEST_F(ToolCommand, StreamedPbmMatchesThePreview) {
+  halftone_tool::GrayImage img;
+  img.width = 45;  // not a whole number of bytes a row
+  img.height = 23;
+  for (int y = 0; y < img.height; ++y)
+    for (int x = 0; x < img.width; ++x) img.pixels.push_back(static_cast<std::uint8_t>((x * 5 + y * 11) % 256));
+  ASSERT_EQ(halftone_tool::WriteGray(Path("in.pgm"), img), "");
+  for (const char* method : {"orangecagn", "Kaocosyx", "MutexWindow"}) {
+    const std::string common = std::string("in.pgm -m ") + method + " --time 3 --band-rows 7 ";
+    Result r = Run(common + "-o dots.pbm");
+    ASSERT_EQ(r.status, 0) << method << ": " << r.err;
+    r = Run(common + "-o preview.pgm");
+    ASSERT_EQ(r.status, 0) << method << ": " << r.err;
+    std::ifstream pbm(Path("dots.pbm"), std::ios::binary), pgm(Path("preview.pgm"), std::ios::binary);
+    std::string line;
+    std::getline(pbm, line);
+    EXPECT_EQ(line, "P4");
+    std::getline(pbm, line);
+    EXPECT_EQ(line, "45 23");
+    for (int i = 0; i < 3; ++i) std::getline(pgm, line);
+    const std::size_t row_bytes = 6;
+    std::vector<char> bits(row_bytes * 23), grey(45 * 23);
+    pbm.read(bits.data(), static_cast<std::streamsize>(bits.size()));
+    pgm.read(grey.data(), static_cast<std::streamsize>(grey.size()));
+    ASSERT_TRUE(pbm && pgm) << method;
+    EXPECT_EQ(pbm.peek(), EOF) << method << ": nothing after the last row";
+    for (std::size_t y = 0; y < 23; ++y)
+      for (std::size_t x = 0; x < 48; ++x) {
+        const bool dot = (static_cast<unsigned char>(bits[y * row_bytes + x / 8]) >> (7 - x % 8)) & 1;
+        if (x >= 45)
+          ASSERT_FALSE(dot) << method << ": padding bit set at row " << y;
+        else
+          ASSERT_EQ(dot, static_cast<unsigned char>(grey[y * 45 + x]) == 0) << method << " at " << x << ", " << y;
+      }
+  }
+  // A short file fails before anything is written.
+  std::ofstream(Path("short.pgm"), std::ios::binary) << "P5\n45 23\n255\n" << std::string(100, 'x');
+  const Result r = Run("short.pgm -m orangecagn -o short.pbm");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("is truncated"), std::string::npos) << r.err;
+  EXPECT_FALSE(std::ifstream(Path("short.pbm")).good());
+}
 
 TEST_F(ToolCommand, ToneWritesATableForEveryLevel) {
   const Result r = Run("tone -m RoundFaxest --patch 16 --time 1 -o plot.png --csv table.csv");

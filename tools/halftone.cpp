@@ -238,21 +238,77 @@ std::string Describe(const halftone_method_info& m, const RunOptions& o) {
          std::to_string(o.band_rows) + " rows";
 }
 
-// A one-plane bilevel result as PBM, straight from the dot rows (a dot is ink, PBM's 1), without
-// drawing a preview first; bits past the last pixel of a row are cleared.
-bool WriteDotsPbm(const std::string& path, const DotPlanes& dots) {
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  if (!f) return false;
-  bool ok = std::fprintf(f, "P4\n%d %d\n", dots.pixels, dots.rows) > 0;
-  const std::size_t row_bytes = static_cast<std::size_t>((dots.pixels + 7) / 8);
-  const auto tail = static_cast<std::uint8_t>(dots.pixels % 8 ? 0xFFu << (8 - dots.pixels % 8) : 0xFFu);
-  std::vector<std::uint8_t> row(row_bytes);
-  for (int y = 0; ok && y < dots.rows; ++y) {
-    std::memcpy(row.data(), &dots.planes[0][static_cast<std::size_t>(y) * dots.stride], row_bytes);
-    if (row_bytes) row.back() &= tail;
-    ok = std::fwrite(row.data(), 1, row_bytes, f) == row_bytes;
+// A one-plane bilevel PBM written a band of dot rows at a time (a dot is ink, PBM's 1); bits
+// past the last pixel of a row are cleared.
+class PbmWriter {
+ public:
+  ~PbmWriter() { Close(); }
+  bool Open(const std::string& path, int width, int height) {
+    f_ = std::fopen(path.c_str(), "wb");
+    row_bytes_ = static_cast<std::size_t>((width + 7) / 8);
+    tail_ = static_cast<std::uint8_t>(width % 8 ? 0xFFu << (8 - width % 8) : 0xFFu);
+    row_.resize(row_bytes_);
+    return f_ && std::fprintf(f_, "P4\n%d %d\n", width, height) > 0;
   }
-  return std::fclose(f) == 0 && ok;
+  // `count` dot rows, `stride` bytes apart.
+  bool Rows(const std::uint8_t* rows, int count, std::size_t stride) {
+    if (!f_) return false;
+    const auto n = static_cast<std::size_t>(count);
+    if (stride == row_bytes_ && tail_ == 0xFFu) return std::fwrite(rows, 1, n * stride, f_) == n * stride;
+    for (std::size_t y = 0; y < n; ++y) {
+      std::memcpy(row_.data(), rows + y * stride, row_bytes_);
+      if (row_bytes_) row_.back() &= tail_;
+      if (std::fwrite(row_.data(), 1, row_bytes_, f_) != row_bytes_) return false;
+    }
+    return true;
+  }
+  bool Close() {
+    if (!f_) return false;
+    const bool ok = std::fclose(f_) == 0;
+    f_ = nullptr;
+    return ok;
+  }
+
+ private:
+  std::FILE* f_ = nullptr;
+  std::size_t row_bytes_ = 0;
+  std::uint8_t tail_ = 0xFF;
+  std::vector<std::uint8_t> row_;
+};
+
+bool WriteDotsPbm(const std::string& path, const DotPlanes& dots) {
+  PbmWriter pbm;
+  const bool ok = pbm.Open(path, dots.pixels, dots.rows) && pbm.Rows(dots.planes[0].data(), dots.rows, dots.stride);
+  return pbm.Close() && ok;
+}
+
+// A grey PGM to a PBM with a banded bilevel method, band by band: neither the picture nor its
+// dots are ever held whole.
+int HalftoneStreamed(const Args& a, const halftone_method_info& method, const std::string& output) {
+  PgmRows in;
+  if (std::string err = in.Open(a.input); !err.empty()) return Fail(kExitFailure, err);
+  std::string message;
+  if (PrepareTables(method.tables, a.moths, message) != 0) return Fail(kExitFailure, message);
+  const std::string write_error = "error writing '" + output + "'";
+  PbmWriter out;
+  if (!out.Open(output, in.width(), in.height())) return Fail(kExitFailure, write_error);
+
+  Progress progress("halftoning", 1000, a.quiet);
+  RunOptions options = a.options;
+  options.on_progress = [&](long long done, long long total) { progress.Update(done * 1000 / total); };
+  const std::string err = RunMethodStreamed(
+      method, in.width(), in.height(), options,
+      [&](std::uint8_t* rows, int count, std::size_t stride) { return in.Read(rows, count, stride); },
+      [&](std::uint8_t* rows, int count, std::size_t stride) {
+        return out.Rows(rows, count, stride) ? std::string{} : write_error;
+      });
+  progress.Finish();
+  const bool closed = out.Close();
+  if (!err.empty()) {
+    std::remove(output.c_str());  // no half-written picture is left behind
+    return Fail(kExitFailure, err);
+  }
+  return closed ? 0 : Fail(kExitFailure, write_error);
 }
 
 int Halftone(Args& a) {
@@ -269,6 +325,9 @@ int Halftone(Args& a) {
   if (!a.tiff.empty() && !HaveTiff())
     return Fail(kExitFailure, "this build has no TIFF support (libtiff was not found): install libtiff-dev and rebuild");
   a.options.levels = LevelsFor(method, a);
+  if (!a.input.empty() && a.tiff.empty() && HasExtension(preview, ".pbm") && method.output_bits == 1 &&
+      Banded(method) && IsBinaryPgm(a.input))
+    return HalftoneStreamed(a, method, preview);
 
   Picture picture;
   if (int rc = LoadPicture(a, a.options.levels, picture); rc >= 0) return rc;

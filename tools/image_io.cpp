@@ -50,21 +50,12 @@ bool PnmToken(std::istream& in, long long& value) {
 }
 
 std::string ReadPgm(const std::string& path, GrayImage& image) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return "cannot open '" + path + "'";
-  char magic[2] = {};
-  in.read(magic, 2);
-  if (!in || magic[0] != 'P' || magic[1] != '5') return "'" + path + "' is not a binary PGM (P5) file";
-  long long w = 0, h = 0, maxval = 0;
-  if (!PnmToken(in, w) || !PnmToken(in, h) || !PnmToken(in, maxval)) return "'" + path + "' has a broken PGM header";
-  if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return "'" + path + "' has an unsupported size";
-  if (maxval != 255) return "'" + path + "' is not an 8-bit PGM (maxval must be 255)";
-  image.width = static_cast<int>(w);
-  image.height = static_cast<int>(h);
-  image.pixels.assign(static_cast<std::size_t>(w * h), 0);
-  in.read(reinterpret_cast<char*>(image.pixels.data()), static_cast<std::streamsize>(image.pixels.size()));
-  if (in.gcount() != static_cast<std::streamsize>(image.pixels.size())) return "'" + path + "' is truncated";
-  return {};
+  PgmRows rows;
+  if (std::string err = rows.Open(path); !err.empty()) return err;
+  image.width = rows.width();
+  image.height = rows.height();
+  image.pixels.resize(static_cast<std::size_t>(image.width) * static_cast<std::size_t>(image.height));
+  return rows.Read(image.pixels.data(), image.height, static_cast<std::size_t>(image.width));
 }
 
 std::string WritePnm(const std::string& path, const GrayImage& image, bool bilevel) {
@@ -109,6 +100,53 @@ std::string WritePpm(const std::string& path, const RgbImage& image) {
 }
 
 }  // namespace
+
+std::string PgmRows::Open(const std::string& path) {
+  path_ = path;
+  in_.open(path, std::ios::binary);
+  if (!in_) return "cannot open '" + path + "'";
+  char magic[2] = {};
+  in_.read(magic, 2);
+  if (!in_ || magic[0] != 'P' || magic[1] != '5') return "'" + path + "' is not a binary PGM (P5) file";
+  long long w = 0, h = 0, maxval = 0;
+  if (!PnmToken(in_, w) || !PnmToken(in_, h) || !PnmToken(in_, maxval)) return "'" + path + "' has a broken PGM header";
+  if (w <= 0 || h <= 0 || w > kMaxSide || h > kMaxSide) return "'" + path + "' has an unsupported size";
+  if (maxval != 255) return "'" + path + "' is not an 8-bit PGM (maxval must be 255)";
+  width_ = static_cast<int>(w);
+  height_ = static_cast<int>(h);
+  // A file that can be measured is measured now, so a short one fails before any work.
+  const std::streampos pixels_at = in_.tellg();
+  if (pixels_at != std::streampos(-1) && in_.seekg(0, std::ios::end)) {
+    const std::streamoff size = in_.tellg() - pixels_at;
+    in_.seekg(pixels_at);
+    if (size < static_cast<std::streamoff>(w * h)) return "'" + path + "' is truncated";
+  }
+  in_.clear();
+  return {};
+}
+
+std::string PgmRows::Read(std::uint8_t* rows, int count, std::size_t stride) {
+  const auto w = static_cast<std::size_t>(width_);
+  if (stride == w) {
+    const auto n = static_cast<std::streamsize>(w * static_cast<std::size_t>(count));
+    in_.read(reinterpret_cast<char*>(rows), n);
+    return in_.gcount() == n ? std::string{} : "'" + path_ + "' is truncated";
+  }
+  for (int y = 0; y < count; ++y) {
+    in_.read(reinterpret_cast<char*>(rows + static_cast<std::size_t>(y) * stride), static_cast<std::streamsize>(w));
+    if (in_.gcount() != static_cast<std::streamsize>(w)) return "'" + path_ + "' is truncated";
+  }
+  return {};
+}
+
+bool IsBinaryPgm(const std::string& path) {
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return false;
+  unsigned char sig[2] = {};
+  const std::size_t got = std::fread(sig, 1, sizeof sig, f);
+  std::fclose(f);
+  return got == 2 && sig[0] == 'P' && sig[1] == '5';
+}
 
 bool HasExtension(const std::string& path, const std::string& tail) { return EndsWith(path, tail); }
 

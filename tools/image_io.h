@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,27 @@ struct RgbImage {
 // Reads an 8-bit grey PNG (colour PNGs are converted to grey) or a binary PGM (P5). Returns an
 // empty string on success, or a message saying what is wrong with the file.
 std::string ReadGray(const std::string& path, GrayImage& image);
+
+// A binary PGM (P5) read a band of rows at a time, so a picture need not be held whole.
+class PgmRows {
+ public:
+  // Opens `path` and reads its header. Returns an empty string, or what is wrong with the file
+  // in the words ReadGray uses (a short file is found here, before any row is read).
+  std::string Open(const std::string& path);
+  int width() const { return width_; }
+  int height() const { return height_; }
+  // Reads the next `count` rows, their first byte `stride` bytes apart.
+  std::string Read(std::uint8_t* rows, int count, std::size_t stride);
+
+ private:
+  std::ifstream in_;
+  std::string path_;
+  int width_ = 0;
+  int height_ = 0;
+};
+
+// True when `path` opens and starts as a binary PGM ("P5").
+bool IsBinaryPgm(const std::string& path);
 
 // Writes by extension: .png (needs libpng), .pgm (P5), .pbm (P4, dark pixels < 128 are 1).
 std::string WriteGray(const std::string& path, const GrayImage& image);

@@ -20,40 +20,59 @@ std::string Failed(const halftone_method_info& m, int rc) {
   return std::string(m.name) + " refused the band (code " + std::to_string(rc) + ")";
 }
 
-std::string RunBands(const halftone_method_info& m, const std::vector<GrayImage>& planes, const RunOptions& options,
-                     DotPlanes& out) {
+// The band loop every banded run shares: `fill(top, bh, src, in_stride)` puts picture rows
+// [top, top + bh) of every plane into the interleaved band, `take(top, bh, dst, out_stride)`
+// takes its dot rows away. Either returns an error message or an empty string.
+template <class Fill, class Take>
+std::string BandLoop(const halftone_method_info& m, std::size_t w, int h, unsigned P, const RunOptions& options,
+                     Fill&& fill, Take&& take) {
   const int band_rows = options.band_rows;
-  const std::size_t w = static_cast<std::size_t>(planes[0].width);
-  const int h = planes[0].height;
-  const unsigned P = static_cast<unsigned>(planes.size());
   const std::size_t in_stride = RasterStride(w), out_stride = DotStride(w, m.output_bits);
   const int rows_per_band = std::max(1, std::min(band_rows, h));
   std::vector<std::uint8_t> src(in_stride * P * static_cast<std::size_t>(rows_per_band));
   std::vector<std::uint8_t> dst(out_stride * P * static_cast<std::size_t>(rows_per_band));
-  out.stride = out_stride;
-  for (auto& plane : out.planes) plane.assign(out_stride * static_cast<std::size_t>(h), 0);
 
   for (int top = 0; top < h; top += rows_per_band) {
     const int bh = std::min(rows_per_band, h - top);
     const bool first = top == 0, last = top + bh >= h;
     // A one-band job starts the job and leaves its rows for the next start to release.
     const unsigned phase = first ? HALFTONE_PHASE_START : last ? HALFTONE_PHASE_END : HALFTONE_PHASE_MIDDLE;
-    for (int y = 0; y < bh; ++y)
-      for (unsigned p = 0; p < P; ++p)
-        std::memcpy(&src[(static_cast<std::size_t>(y) * P + p) * in_stride], &planes[p].pixels[static_cast<std::size_t>(top + y) * w], w);
+    if (std::string err = fill(top, bh, src.data(), in_stride); !err.empty()) return err;
     const unsigned flags = HALFTONE_FLAGS(P, phase);
     int rc = m.entry_kind == HALFTONE_ENTRY_BAND
                  ? reinterpret_cast<BandEntry>(m.entry)(src.data(), dst.data(), static_cast<int>(w), bh, flags)
                  : reinterpret_cast<BandEntryU>(m.entry)(src.data(), dst.data(), static_cast<unsigned>(w),
                                                         static_cast<unsigned>(bh), flags);
     if (rc != 0) return Failed(m, rc);
-    for (int y = 0; y < bh; ++y)
-      for (unsigned p = 0; p < P; ++p)
-        std::memcpy(&out.planes[p][static_cast<std::size_t>(top + y) * out_stride],
-                    &dst[(static_cast<std::size_t>(y) * P + p) * out_stride], out_stride);
+    if (std::string err = take(top, bh, dst.data(), out_stride); !err.empty()) return err;
     if (options.on_progress) options.on_progress(static_cast<long long>(top + bh) * P, static_cast<long long>(h) * P);
   }
   return {};
+}
+
+std::string RunBands(const halftone_method_info& m, const std::vector<GrayImage>& planes, const RunOptions& options,
+                     DotPlanes& out) {
+  const std::size_t w = static_cast<std::size_t>(planes[0].width);
+  const int h = planes[0].height;
+  const unsigned P = static_cast<unsigned>(planes.size());
+  const std::size_t out_stride = DotStride(w, m.output_bits);
+  out.stride = out_stride;
+  for (auto& plane : out.planes) plane.assign(out_stride * static_cast<std::size_t>(h), 0);
+  auto fill = [&](int top, int bh, std::uint8_t* src, std::size_t in_stride) {
+    for (int y = 0; y < bh; ++y)
+      for (unsigned p = 0; p < P; ++p)
+        std::memcpy(&src[(static_cast<std::size_t>(y) * P + p) * in_stride],
+                    &planes[p].pixels[static_cast<std::size_t>(top + y) * w], w);
+    return std::string{};
+  };
+  auto take = [&](int top, int bh, const std::uint8_t* dst, std::size_t stride) {
+    for (int y = 0; y < bh; ++y)
+      for (unsigned p = 0; p < P; ++p)
+        std::memcpy(&out.planes[p][static_cast<std::size_t>(top + y) * stride],
+                    &dst[(static_cast<std::size_t>(y) * P + p) * stride], stride);
+    return std::string{};
+  };
+  return BandLoop(m, w, h, P, options, fill, take);
 }
 
 // The one-plane methods take no flags word: each call is a whole job over the whole plane.
@@ -137,9 +156,24 @@ std::string RunMethod(const halftone_method_info& method, const std::vector<Gray
   const bool turned = method.layout == HALFTONE_LAYOUT_TURNED;
   out.pixels = turned ? planes[0].height : planes[0].width;
   out.rows = turned ? planes[0].width : planes[0].height;
-  if (method.entry_kind == HALFTONE_ENTRY_BAND || method.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED)
+  if (Banded(method))
     return RunBands(method, planes, options, out);
   return RunWholePlanes(method, planes, options, out);
+}
+
+bool Banded(const halftone_method_info& method) {
+  return method.entry_kind == HALFTONE_ENTRY_BAND || method.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED;
+}
+
+std::string RunMethodStreamed(const halftone_method_info& method, int width, int height, const RunOptions& options,
+                              const RowSource& read, const RowSink& write) {
+  if (width <= 0 || height <= 0) return "nothing to halftone";
+  if (!Banded(method)) return std::string(method.name) + " does not take bands";
+  halftone_set_fixed_time(options.fixed_time);
+  Itsdiufiavs(options.mode, options.levels.c_str());
+  auto fill = [&](int, int bh, std::uint8_t* src, std::size_t stride) { return read(src, bh, stride); };
+  auto take = [&](int, int bh, std::uint8_t* dst, std::size_t stride) { return write(dst, bh, stride); };
+  return BandLoop(method, static_cast<std::size_t>(width), height, 1, options, fill, take);
 }
 
 GrayImage PreviewPlane(const DotPlanes& dots, int plane) {

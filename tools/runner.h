@@ -41,6 +41,19 @@ struct DotPlanes {
 std::string RunMethod(const halftone_method_info& method, const std::vector<GrayImage>& planes,
                       const RunOptions& options, DotPlanes& out);
 
+// True for the methods that take bands with a flags word (the others take whole planes).
+bool Banded(const halftone_method_info& method);
+
+// One grey plane streamed band by band instead of held whole: `read(rows, count, stride)` fills
+// the next `count` rows of the picture (its width of samples each, `stride` bytes apart; the
+// padding stays as it is), `write(rows, count, stride)` takes the next `count` dot rows. Each
+// returns an empty string or what failed. Banded methods only; the dots are those RunMethod
+// gives.
+using RowSource = std::function<std::string(std::uint8_t* rows, int count, std::size_t stride)>;
+using RowSink = std::function<std::string(std::uint8_t* rows, int count, std::size_t stride)>;
+std::string RunMethodStreamed(const halftone_method_info& method, int width, int height, const RunOptions& options,
+                              const RowSource& read, const RowSink& write);
+
 // Draws one dot plane as ink on paper: each code as its share of full ink.
 GrayImage PreviewPlane(const DotPlanes& dots, int plane);
 

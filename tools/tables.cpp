@@ -33,13 +33,19 @@ bool WriteFile(const fs::path& path, const std::vector<std::uint8_t>& bytes) {
   return static_cast<bool>(out);
 }
 
-bool WriteExamples(const fs::path& moths) {
-  const std::string layers = ex::LayerTableText();
-  return WriteFile(moths / "dispersed.bmp", ex::BitmapFile(ex::DispersedThresholds(), ex::kSide, ex::kSide)) &&
-         WriteFile(moths / "clustered.bmp", ex::BitmapFile(ex::ClusteredThresholds(), ex::kSide, ex::kSide)) &&
-         WriteFile(moths / kMonoName, ex::PatternStackFile(1, kPatternWidth, kPatternWidth)) &&
-         WriteFile(moths / kDuoName, ex::PatternStackFile(2, kPatternWidth, kPatternWidth)) &&
-         WriteFile(moths / kLayerName, std::vector<std::uint8_t>(layers.begin(), layers.end()));
+// Writes the example files the tables in `mask` are loaded from, and no others.
+bool WriteExamples(unsigned mask, const fs::path& moths) {
+  bool ok = true;
+  if (mask & (HALFTONE_TABLE_BITMAP | HALFTONE_TABLE_BIAS))
+    ok = ok && WriteFile(moths / "dispersed.bmp", ex::BitmapFile(ex::DispersedThresholds(), ex::kSide, ex::kSide)) &&
+         WriteFile(moths / "clustered.bmp", ex::BitmapFile(ex::ClusteredThresholds(), ex::kSide, ex::kSide));
+  if (mask & HALFTONE_TABLE_MONO) ok = ok && WriteFile(moths / kMonoName, ex::PatternStackFile(1, kPatternWidth, kPatternWidth));
+  if (mask & HALFTONE_TABLE_DUO) ok = ok && WriteFile(moths / kDuoName, ex::PatternStackFile(2, kPatternWidth, kPatternWidth));
+  if (mask & HALFTONE_TABLE_LAYER) {
+    const std::string layers = ex::LayerTableText();
+    ok = ok && WriteFile(moths / kLayerName, std::vector<std::uint8_t>(layers.begin(), layers.end()));
+  }
+  return ok;
 }
 
 // Rows of a pattern stack file of 256 full-width patterns, from its size.
@@ -114,7 +120,7 @@ int PrepareTables(unsigned mask, const std::string& moths_dir, std::string& mess
   }
 
   const fs::path host = fs::temp_directory_path(ec) / ("halftone-tables-" + std::to_string(std::random_device{}()));
-  if (ec || !fs::create_directories(host / "Moths", ec) || !WriteExamples(host / "Moths")) {
+  if (ec || !fs::create_directories(host / "Moths", ec) || !WriteExamples(mask, host / "Moths")) {
     message = "cannot write the example tables to " + host.string();
     fs::remove_all(host, ec);
     return 1;

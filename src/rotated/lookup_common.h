@@ -31,6 +31,17 @@ inline std::int32_t AddWrapped(std::int32_t a, std::int32_t b) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
 }
 
+// `e` where `c` holds, else 0, without a branch: the fast paths select every error this way,
+// since which way a random draw sends it is not predictable.
+inline std::int32_t ErrorIf(bool c, std::int32_t e) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(e) & (0u - static_cast<std::uint32_t>(c)));
+}
+
+// ORs `dot` (0 or 1) in as pixel x of a dot row.
+inline void OrDot(std::uint8_t* row, std::size_t x, bool dot) {
+  row[x >> 3] = static_cast<std::uint8_t>(row[x >> 3] | (static_cast<unsigned>(dot) << (7 - (x & 7))));
+}
+
 inline bool Admissible(const LookupPlane& p) {
   return p.w > 0 && p.h > 0 && p.src != nullptr && p.dst != nullptr && p.lookup != nullptr;
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "frame/dispatch.h"
 #include "rotated/lookup_common.h"
 #include "rotated/lookup_diffusion.h"
 
@@ -11,6 +12,8 @@ namespace {
 
 using lookup_detail::AddWrapped;
 using lookup_detail::BitRowBytes;
+using lookup_detail::ErrorIf;
+using lookup_detail::OrDot;
 using lookup_detail::Quantise;
 using lookup_detail::Quantised;
 
@@ -40,6 +43,16 @@ struct Placement {
     std::uint8_t& byte = dst[(h - 1 - y) * flat_row_bytes + (w - 1 - x) / kBitsPerByte];
     byte = static_cast<std::uint8_t>(byte | (1u << bit));
   }
+
+  // The same places, with the dot (0 or 1) OR-ed in whether set or not: no branch on the dot.
+  void TurnedBit(std::size_t x, std::size_t y, bool dot) const { OrDot(dst + (w - 1 - x) * column_row_bytes, h - 1 - y, dot); }
+  void TransposedBit(std::size_t x, std::size_t y, bool dot) const { OrDot(dst + x * column_row_bytes, y, dot); }
+  void FlatBit(std::size_t out_row, std::size_t x, bool dot) const { OrDot(dst + out_row * flat_row_bytes, x, dot); }
+  void MirroredByHeightBit(std::size_t x, std::size_t y, bool dot) const {
+    const std::size_t bit = (x + kBitsPerByte - h % kBitsPerByte) % kBitsPerByte;
+    std::uint8_t& byte = dst[(h - 1 - y) * flat_row_bytes + (w - 1 - x) / kBitsPerByte];
+    byte = static_cast<std::uint8_t>(byte | (static_cast<unsigned>(dot) << bit));
+  }
 };
 
 // What each member clears before diffusing.
@@ -49,6 +62,7 @@ enum class ClearedArea { kColumnRows, kFlatRows };
 struct TurnedLastRowFlat {
   static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
+  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TurnedBit(x, y, dot); }
   // required: the last input row is not turned but written as row h - 1 of a w-wide plane,
   // over the turned rows; output column 0 thus never receives a turned dot.
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
@@ -56,22 +70,26 @@ struct TurnedLastRowFlat {
 struct TransposedLastRowFlat {
   static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
+  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TransposedBit(x, y, dot); }
   // required: as above; output column h - 1 stays empty of transposed dots.
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
 };
 struct TurnedAll {
   static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
+  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TurnedBit(x, y, dot); }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
 };
 struct TransposedAll {
   static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
+  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TransposedBit(x, y, dot); }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
 };
 struct RowsReversed {
   static constexpr ClearedArea kCleared = ClearedArea::kFlatRows;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
+  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.FlatBit(p.h - 1 - y, x, dot); }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
 };
 struct Mixed {
@@ -83,6 +101,12 @@ struct Mixed {
       p.Flat(y, x);
     else
       p.MirroredByHeight(x, y);
+  }
+  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool forward, bool dot) {
+    if (forward)
+      p.FlatBit(y, x, dot);
+    else
+      p.MirroredByHeightBit(x, y, dot);
   }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.MirroredByHeight(x, y); }
 };
@@ -147,6 +171,66 @@ void DiffusePlane(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
   }
 }
 
+// The fast path of DiffusePlane: the error sent along the row stays in a register, the draw and
+// the dot select without branches, and the generator runs on a local copy. Same dots, same
+// draws; the last row is the reference's own loop.
+template <class Member>
+void DiffusePlaneFast(const LookupPlane& plane, CrtRand& caller_rng, std::uint32_t seed) {
+  const std::size_t w = static_cast<std::size_t>(plane.w);
+  const std::size_t h = static_cast<std::size_t>(plane.h);
+  const std::size_t stride = RasterStride(w);
+  const std::int32_t* lookup = plane.lookup;
+  std::vector<std::int32_t> row_a(w);
+  std::vector<std::int32_t> row_b(w);
+
+  const Placement out{plane.dst, w, h, BitRowBytes(h), BitRowBytes(w)};
+  std::memset(out.dst, 0, ClearedBytes(Member::kCleared, w, h));
+  CrtRand rng = caller_rng;
+  rng.Seed(seed);
+  for (std::size_t x = 0; x < w; ++x) row_a[x] = lookup[plane.src[x]];
+
+  std::size_t y = 0;
+  for (; y + 1 < h; ++y) {
+    const bool forward = y % 2 == 0;
+    const std::int32_t* cur = forward ? row_a.data() : row_b.data();
+    std::int32_t* next = forward ? row_b.data() : row_a.data();
+    const std::uint8_t* below = plane.src + (y + 1) * stride;
+    std::int32_t along = 0;  // what the previous pixel of the scan sent along the row
+    auto step = [&](std::size_t x) {
+      const Quantised q = Quantise(AddWrapped(cur[x], along));
+      Member::BodyBit(out, x, y, forward, q.dot);
+      const bool down = (rng.Next() & kDownBit) != 0;
+      next[x] = AddWrapped(lookup[below[x]], ErrorIf(down, q.error));
+      along = ErrorIf(!down, q.error);  // dropped after the row's last pixel
+    };
+    if (forward)
+      for (std::size_t x = 0; x < w; ++x) step(x);
+    else
+      for (std::size_t x = w; x-- > 0;) step(x);
+  }
+
+  const bool forward = y % 2 == 0;
+  std::int32_t* cur = forward ? row_a.data() : row_b.data();
+  for (std::size_t i = 0; i < w; ++i) {
+    const std::size_t x = forward ? i : w - 1 - i;
+    const Quantised q = Quantise(cur[x]);
+    if (q.dot) Member::Last(out, x, y, forward);
+    if ((rng.Next() & kDownBit) == 0 && i + 1 < w) {
+      const std::size_t ahead = forward ? x + 1 : x - 1;
+      cur[ahead] = AddWrapped(cur[ahead], q.error);
+    }
+  }
+  caller_rng = rng;
+}
+
+template <class Member>
+void DiffusePlaneChosen(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
+  if (ForceScalar())
+    DiffusePlane<Member>(plane, rng, seed);
+  else
+    DiffusePlaneFast<Member>(plane, rng, seed);
+}
+
 ClearedArea AreaOf(RotatedMember member) {
   switch (member) {
     case RotatedMember::kRowsReversed:
@@ -176,22 +260,22 @@ int RotatedLookupDiffusion(RotatedMember member, const LookupPlane& plane, CrtRa
   if (!lookup_detail::Admissible(plane)) return kErrOutOfContract;
   switch (member) {
     case RotatedMember::kTurnedLastRowFlat:
-      DiffusePlane<TurnedLastRowFlat>(plane, rng, seed);
+      DiffusePlaneChosen<TurnedLastRowFlat>(plane, rng, seed);
       break;
     case RotatedMember::kTransposedLastRowFlat:
-      DiffusePlane<TransposedLastRowFlat>(plane, rng, seed);
+      DiffusePlaneChosen<TransposedLastRowFlat>(plane, rng, seed);
       break;
     case RotatedMember::kTurned:
-      DiffusePlane<TurnedAll>(plane, rng, seed);
+      DiffusePlaneChosen<TurnedAll>(plane, rng, seed);
       break;
     case RotatedMember::kTransposed:
-      DiffusePlane<TransposedAll>(plane, rng, seed);
+      DiffusePlaneChosen<TransposedAll>(plane, rng, seed);
       break;
     case RotatedMember::kRowsReversed:
-      DiffusePlane<RowsReversed>(plane, rng, seed);
+      DiffusePlaneChosen<RowsReversed>(plane, rng, seed);
       break;
     case RotatedMember::kMixed:
-      DiffusePlane<Mixed>(plane, rng, seed);
+      DiffusePlaneChosen<Mixed>(plane, rng, seed);
       break;
     default:
       return kErrOutOfContract;

@@ -3,8 +3,11 @@
 // so only the first and last byte of a run are composed bit by bit, through a carry byte that
 // holds the bits already set in an output byte two runs share.
 #include <algorithm>
+#include <bit>
 #include <cstring>
+#include <type_traits>
 
+#include "frame/dispatch.h"
 #include "screening/screens.h"
 
 namespace halftone {
@@ -146,6 +149,164 @@ void ScreenBand(const Band& band, const Tiling& tiling, const EdgeMasks& masks, 
                                 y % tiling.height);
 }
 
+// ---- Fast path -------------------------------------------------------------------------------
+// When a pattern row is W = R * P pixels read from its own storage row, the runs above come
+// down to this: a byte wholly inside a run is its level's pattern byte at the byte's place in
+// the tile, a stretch of such bytes a copy of the pattern row, and a byte where runs meet (or
+// the row ends) is merged through the edge masks the way the carry merges it. Pixels past the
+// last flushed run stay empty.
+
+template <unsigned P>
+bool RegularTiling(const Tiling& tiling, const StackBytes& stack) {
+  return tiling.row_bytes != 0 && tiling.width == tiling.row_bytes * P && tiling.row_bytes <= stack.row_stride &&
+         tiling.height <= std::size_t{kMatrixSize} && stack.slot_stride >= stack.row_stride * tiling.height &&
+         stack.size >= stack.slot_stride * std::size_t{kPatternSlots};
+}
+
+// The P samples of one output byte, loaded as one word.
+template <unsigned P>
+using GroupWord = std::conditional_t<P == 8, std::uint64_t, std::uint32_t>;
+
+template <unsigned P>
+GroupWord<P> LoadGroup(const std::uint8_t* s) {
+  GroupWord<P> g;
+  std::memcpy(&g, s, sizeof g);
+  return g;
+}
+
+template <unsigned P>
+constexpr GroupWord<P> Spread(unsigned level) {
+  return static_cast<GroupWord<P>>(level) * static_cast<GroupWord<P>>(~GroupWord<P>{0} / 0xFFu);
+}
+
+inline void PrefetchRead(const void* p) {
+#if defined(__GNUC__)
+  __builtin_prefetch(p);
+#else
+  (void)p;
+#endif
+}
+
+// Samples looked ahead to fetch their pattern rows early: levels' rows lie 8 KiB apart.
+inline constexpr std::size_t kPrefetchAhead = 64;
+
+template <unsigned P>
+class FastRowScreen {
+ public:
+  FastRowScreen(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes, const EdgeMasks& masks)
+      : level0_(stack.bytes + pattern_row * stack.row_stride), slot_stride_(stack.slot_stride), r_(row_bytes),
+        masks_(masks) {}
+
+  // The row's first m pixels as the runs leave them; the cleared rest stays empty.
+  void Row(const std::uint8_t* s, std::uint8_t* out, std::size_t m) const {
+    const std::size_t whole = m / P;
+    std::size_t i = 0;
+    while (i < whole) {
+      if (i * P + kPrefetchAhead < m) PrefetchRead(PatternRow(s[i * P + kPrefetchAhead]) + i % r_);
+      const GroupWord<P> g = LoadGroup<P>(s + i * P);
+      const GroupWord<P> spread = Spread<P>(s[i * P]);
+      // Whole bytes of one run are its level's pattern bytes, whatever the masks.
+      if (g == spread) {
+        std::size_t end = i + 1;
+        while (end < whole && LoadGroup<P>(s + end * P) == spread) ++end;
+        Copy(out + i, PatternRow(s[i * P]), i % r_, end - i);
+        i = end;
+        continue;
+      }
+      out[i] = Compose(s + i * P, P, i % r_);
+      ++i;
+    }
+    if (m % P != 0) {
+      // The samples of the last, partial byte, copied so the group word reads nothing past them.
+      std::uint8_t last[P] = {};
+      std::memcpy(last, s + whole * P, m % P);
+      out[whole] = Compose(last, static_cast<unsigned>(m % P), whole % r_);
+    }
+  }
+
+ private:
+  const std::uint8_t* PatternRow(unsigned level) const { return level0_ + level * slot_stride_; }
+
+  // The first `count` pixels of one output byte, merged run by run as the carry merges them:
+  // the run opening the byte takes its pattern byte, a run opening at pixel j keeps what is
+  // there masked by head[j] and adds its pattern byte masked by tail[j], and a run cut by the
+  // row's end at pixel k is masked by head[k].
+  std::uint8_t Compose(const std::uint8_t* g, unsigned count, std::size_t byte) const {
+    const GroupWord<P> ends = RunEnds(g);
+    unsigned bits = PatternRow(g[0])[byte];
+    for (unsigned j = NextRun(ends, 0); j < count; j = NextRun(ends, j)) {
+      const unsigned pattern = PatternRow(g[j])[byte];
+      bits = (bits & masks_.head[j]) | (pattern & masks_.tail[j]);
+    }
+    if (count < P) bits &= masks_.head[count];
+    return static_cast<std::uint8_t>(bits);
+  }
+
+  // Byte j of the result is nonzero where sample j + 1 differs from sample j (byte P - 1 is
+  // anything: the group ends there anyway).
+  static GroupWord<P> RunEnds(const std::uint8_t* g) {
+    if constexpr (std::endian::native == std::endian::little) {
+      const GroupWord<P> w = LoadGroup<P>(g);
+      return static_cast<GroupWord<P>>(w ^ (w >> 8));
+    } else {
+      GroupWord<P> ends = 0;
+      for (unsigned j = 0; j + 1 < P; ++j)
+        if (g[j] != g[j + 1]) ends |= static_cast<GroupWord<P>>(0xFFu) << (8 * j);
+      return ends;
+    }
+  }
+  // The first pixel after j with another sample than pixel j, or P.
+  static unsigned NextRun(GroupWord<P> ends, unsigned j) {
+    const GroupWord<P> rest = static_cast<GroupWord<P>>(ends >> (8 * j));
+    return rest == 0 ? P : j + static_cast<unsigned>(std::countr_zero(rest)) / 8 + 1;
+  }
+
+  // `count` pattern bytes from byte `from` on, the pattern row wrapping after R bytes.
+  void Copy(std::uint8_t* d, const std::uint8_t* row, std::size_t from, std::size_t count) const {
+    if (count <= 8) {
+      for (std::size_t k = 0; k < count; ++k) {
+        d[k] = row[from];
+        if (++from == r_) from = 0;
+      }
+      return;
+    }
+    std::size_t piece = std::min(count, r_ - from);
+    std::memcpy(d, row + from, piece);
+    for (std::size_t done = piece; done < count; done += piece) {
+      piece = std::min(count - done, r_);
+      std::memcpy(d + done, row, piece);
+    }
+  }
+
+  const std::uint8_t* level0_;
+  std::size_t slot_stride_;
+  std::size_t r_;
+  const EdgeMasks& masks_;
+};
+
+template <unsigned kPixelsPerByte>
+void ScreenBandFast(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
+  const std::size_t w = band.w;
+  // A row of one pixel prints nothing; a last pixel that differs from its neighbour opens a
+  // run that is never flushed.
+  if (w < 2) return;
+  for (unsigned p = 0; p < band.planes; ++p)
+    for (std::size_t y = 0; y < band.h; ++y) {
+      const std::uint8_t* s = band.In(y, p);
+      const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
+      FastRowScreen<kPixelsPerByte>(stack, y % tiling.height, tiling.row_bytes, masks)
+          .Row(s, band.Out(y, p), m);
+    }
+}
+
+template <unsigned kPixelsPerByte>
+void ScreenBandChosen(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
+  if (ForceScalar() || !RegularTiling<kPixelsPerByte>(tiling, stack))
+    ScreenBand<kPixelsPerByte>(band, tiling, masks, stack);
+  else
+    ScreenBandFast<kPixelsPerByte>(band, tiling, masks, stack);
+}
+
 constexpr Tiling kFixedMonoTiling{kMatrixSize, kMatrixSize, kMonoRowBytes};
 constexpr Tiling kFixedDuoTiling{kMatrixSize, kMatrixSize, kDuoRowBytes};
 
@@ -173,14 +334,14 @@ int ScreenWithPatterns(const Engine& engine, PatternScreen screen, const std::ui
     case PatternScreen::kMonoLoadedGeometry: {
       const Tiling tiling{static_cast<std::size_t>(g.width), static_cast<std::size_t>(g.height),
                           static_cast<std::size_t>(g.bytes_per_row)};
-      ScreenBand<8>(band, tiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      ScreenBandChosen<8>(band, tiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
       break;
     }
     case PatternScreen::kMonoFixed:
-      ScreenBand<8>(band, kFixedMonoTiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      ScreenBandChosen<8>(band, kFixedMonoTiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
       break;
     case PatternScreen::kDuoFixed:
-      ScreenBand<4>(band, kFixedDuoTiling, tables.masks, BytesOf(tables.duo, kDuoRowBytes));
+      ScreenBandChosen<4>(band, kFixedDuoTiling, tables.masks, BytesOf(tables.duo, kDuoRowBytes));
       break;
   }
   return kOk;
