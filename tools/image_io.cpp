@@ -148,6 +148,30 @@ bool IsBinaryPgm(const std::string& path) {
   return got == 2 && sig[0] == 'P' && sig[1] == '5';
 }
 
+namespace {
+
+// Writes 8-bit grey or RGB pixels as PNG; without libpng, says which format to use instead.
+std::string WritePng(const std::string& path, int width, int height, bool rgb, const void* pixels,
+                     const char* instead) {
+#if HALFTONE_HAVE_PNG
+  (void)instead;
+  png_image png;
+  std::memset(&png, 0, sizeof png);
+  png.version = PNG_IMAGE_VERSION;
+  png.width = static_cast<png_uint_32>(width);
+  png.height = static_cast<png_uint_32>(height);
+  png.format = rgb ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+  if (!png_image_write_to_file(&png, path.c_str(), 0, pixels, 0, nullptr))
+    return "cannot write '" + path + "': " + png.message;
+  return {};
+#else
+  (void)path, (void)width, (void)height, (void)rgb, (void)pixels;
+  return std::string("this build has no PNG support (libpng was not found); write ") + instead + " instead";
+#endif
+}
+
+}  // namespace
+
 bool HasExtension(const std::string& path, const std::string& tail) { return EndsWith(path, tail); }
 
 bool HavePng() { return HALFTONE_HAVE_PNG != 0; }
@@ -156,19 +180,7 @@ std::string WriteRgb(const std::string& path, const RgbImage& image) {
   if (EndsWith(path, ".ppm")) return WritePpm(path, image);
   if (EndsWith(path, ".pgm") || EndsWith(path, ".pbm")) return WriteGray(path, Luminance(image));
   if (!EndsWith(path, ".png")) return "output '" + path + "' must end in .png, .ppm, .pgm or .pbm";
-#if HALFTONE_HAVE_PNG
-  png_image png;
-  std::memset(&png, 0, sizeof png);
-  png.version = PNG_IMAGE_VERSION;
-  png.width = static_cast<png_uint_32>(image.width);
-  png.height = static_cast<png_uint_32>(image.height);
-  png.format = PNG_FORMAT_RGB;
-  if (!png_image_write_to_file(&png, path.c_str(), 0, image.pixels.data(), 0, nullptr))
-    return "cannot write '" + path + "': " + png.message;
-  return {};
-#else
-  return "this build has no PNG support (libpng was not found); write .ppm instead";
-#endif
+  return WritePng(path, image.width, image.height, true, image.pixels.data(), ".ppm");
 }
 
 std::string ReadRgbPng(const std::string& path, RgbImage& image, bool& is_colour) {
@@ -237,19 +249,7 @@ std::string WriteGray(const std::string& path, const GrayImage& image) {
   if (EndsWith(path, ".pgm")) return WritePnm(path, image, false);
   if (EndsWith(path, ".pbm")) return WritePnm(path, image, true);
   if (!EndsWith(path, ".png")) return "output '" + path + "' must end in .png, .pgm or .pbm";
-#if HALFTONE_HAVE_PNG
-  png_image png;
-  std::memset(&png, 0, sizeof png);
-  png.version = PNG_IMAGE_VERSION;
-  png.width = static_cast<png_uint_32>(image.width);
-  png.height = static_cast<png_uint_32>(image.height);
-  png.format = PNG_FORMAT_GRAY;
-  if (!png_image_write_to_file(&png, path.c_str(), 0, image.pixels.data(), 0, nullptr))
-    return "cannot write '" + path + "': " + png.message;
-  return {};
-#else
-  return "this build has no PNG support (libpng was not found); write .pgm instead";
-#endif
+  return WritePng(path, image.width, image.height, false, image.pixels.data(), ".pgm");
 }
 
 }  // namespace halftone_tool
