@@ -50,6 +50,19 @@ TEST(DoubleBiasTables, DiagonalMaskBands) {
   EXPECT_EQ(ones, 32 * 32);  // every row sends half its columns each way
 }
 
+TEST(DoubleHalfColumn, ReadsItsOwnTableAtTheRowEnd) {
+  // One pixel of level 230 in a one-row band: s = 230 > 128, paper, e = 230 - 255 = -25. x = 0 is
+  // even, so the half-column member adds its table's 18.8 (the quarter-column table would add
+  // 12.2); e = -6.2. Level 230 shares 0.67 ahead, dropped at the row end; the rest goes down,
+  // into the carry row on the band's last row.
+  auto e = MakeEngine(kTime);
+  TestBand band(1, 1, 1, 230);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kHalfColumnBias, band, kPhaseStart), 0);
+  const double err = -25.0 + 18.8;
+  EXPECT_EQ(e->double_rows.carry_all()[0], err - err * 0.67);
+  EXPECT_FALSE(band.Dot(0, 0));
+}
+
 TEST(DoubleQuarterColumn, HandWorkedRowOfMidGrey) {
   auto e = MakeEngine(kTime);
   TestBand band(5, 1, 1, 128);
