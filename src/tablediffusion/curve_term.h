@@ -2,6 +2,7 @@
 // parity: the current curve A or B of the print mode, indexed by the pixel's input level.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -26,6 +27,18 @@ inline int CurveBias(const Engine& engine, int v, std::size_t x) {
     const ToneCurve& curve = T.curve == Curve::kA ? engine.curves.a() : engine.curves.b();
     return curve[static_cast<std::size_t>(v)];
   }
+}
+
+// A direction's curve term for every column parity and input level, [parity * 256 + v], built
+// once per band call by the fast passes so a pixel adds one table entry instead of testing its
+// column.
+using CurveTermTable = std::array<std::int16_t, 2 * kCurveLength>;
+
+template <CurveTerm T>
+void BuildCurveTermTable(const Engine& engine, CurveTermTable& table) {
+  for (std::size_t parity = 0; parity < 2; ++parity)
+    for (std::size_t v = 0; v < kCurveLength; ++v)
+      table[parity * kCurveLength + v] = static_cast<std::int16_t>(CurveBias<T>(engine, static_cast<int>(v), parity));
 }
 
 }  // namespace halftone

@@ -6,10 +6,12 @@
 // its split at random, with split rules by input-level band.
 #include <array>
 
+#include "frame/dispatch.h"
 #include "frame/job.h"
 #include "tablediffusion/curve_term.h"
 #include "tablediffusion/error_shares.h"
 #include "tablediffusion/integer_diffusion.h"
+#include "tablediffusion/serpentine_lockstep.h"
 
 namespace halftone {
 namespace {
@@ -112,12 +114,115 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
   }
 }
 
+// The fast path: DiffusePlane's pixel as a kernel of the lockstep frame.
+
+constexpr std::size_t kInputLevels = kCurveLength;
+constexpr unsigned kDrawnCodes = 4;  // a two-bit draw; a one-bit choice repeats its rules
+
+template <const LayerModulatedTraits& M>
+constexpr bool DrawsSplitBits() {
+  for (std::size_t i = 0; i < M.band_count; ++i)
+    if (M.bands[i].choice.by != Selector::kParity) return true;
+  return false;
+}
+
+// The split band of every input level, as ChoiceFor finds it.
+template <const LayerModulatedTraits& M>
+constexpr std::array<std::uint8_t, kInputLevels> SplitBandOfLevel() {
+  std::array<std::uint8_t, kInputLevels> band{};
+  for (std::size_t v = 0; v < kInputLevels; ++v) {
+    std::size_t i = 0;
+    while (i + 1 < M.band_count && static_cast<int>(v) < M.bands[i].lowest) ++i;
+    band[v] = static_cast<std::uint8_t>(i);
+  }
+  return band;
+}
+
+// An ahead share as masks over the candidate terms, so one table entry per split band and drawn
+// value replaces the rule: ahead = (e & whole) + ((part ^ negate) - negate), where part is e/2
+// or e/3 truncated as `half` or `third` selects, and negate turns a down share into e minus it.
+struct AheadMasks {
+  int whole, half, third, negate;
+};
+constexpr AheadMasks MasksOf(const ShareRule& r) {
+  if (r.num != 1 || r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 3)
+    throw "only unit fractions 1, 1/2 and 1/3, truncated";
+  if (r.den == 1) return {r.to_ahead ? -1 : 0, 0, 0, 0};
+  const int half = r.den == 2 ? -1 : 0, third = r.den == 3 ? -1 : 0;
+  return r.to_ahead ? AheadMasks{0, half, third, 0} : AheadMasks{-1, half, third, -1};
+}
+// [split band * 4 + drawn value]
+template <const LayerModulatedTraits& M>
+constexpr std::array<AheadMasks, 3 * kDrawnCodes> AheadMaskTable() {
+  std::array<AheadMasks, 3 * kDrawnCodes> table{};
+  for (std::size_t i = 0; i < M.band_count; ++i)
+    for (unsigned q = 0; q < kDrawnCodes; ++q) {
+      const ShareChoice& c = M.bands[i].choice;
+      if (c.by == Selector::kParity) throw "a drawing member draws at every level";
+      table[i * kDrawnCodes + q] = MasksOf(c.rules[c.by == Selector::kOneBit ? (q & 1u) : q]);
+    }
+  return table;
+}
+
+template <const LayerModulatedTraits& M>
+struct LayerKernel {
+  static constexpr unsigned kBits = 1;
+  static constexpr bool kStarts = false;
+  static constexpr bool kDraws = DrawsSplitBits<M>();
+  static constexpr bool kCurves = M.ltr.curve != Curve::kNone || M.rtl.curve != Curve::kNone;
+  static constexpr std::array<std::uint8_t, kInputLevels> kSplitBand = SplitBandOfLevel<M>();
+  static_assert((kLayerTile & (kLayerTile - 1)) == 0, "the tile column is a mask");
+
+  const std::int16_t* ltr;  // curve terms
+  const std::int16_t* rtl;
+  const decltype(ScreeningTables::layers)* layers;
+  std::size_t tile_row = 0;
+
+  void SetRow(std::size_t y) { tile_row = y % kLayerTile; }
+  template <bool kLtr>
+  serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+    const auto level = static_cast<std::size_t>(v);
+    int s = v + held;
+    if constexpr (M.layer) s += (*layers)[level][tile_row][x & (kLayerTile - 1)];
+    const int light = -static_cast<int>(s > kThreshold);
+    int e = s - (kWhite & light);
+    if constexpr (kCurves) e += (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + level];
+    int ahead;
+    if constexpr (kDraws) {
+      static constexpr std::array<AheadMasks, 3 * kDrawnCodes> kMasks = AheadMaskTable<M>();
+      const AheadMasks& m = kMasks[kSplitBand[level] * kDrawnCodes + ((word >> 1) & (kDrawnCodes - 1))];
+      const int part = (serpentine_lockstep::DivTrunc<2>(e) & m.half) | (serpentine_lockstep::DivTrunc<3>(e) & m.third);
+      ahead = (e & m.whole) + ((part ^ m.negate) - m.negate);
+    } else {
+      static_assert(M.band_count == 1);
+      ahead = serpentine_lockstep::AheadShare<M.bands[0].choice>(0, e);
+    }
+    return {static_cast<unsigned>(light + 1), ahead, e - ahead};
+  }
+};
+
+template <const LayerModulatedTraits& M>
+void FastBand(Engine& engine, const Band& band) {
+  CurveTermTable ltr, rtl;
+  if constexpr (LayerKernel<M>::kCurves) {
+    BuildCurveTermTable<M.ltr>(engine, ltr);
+    BuildCurveTermTable<M.rtl>(engine, rtl);
+  }
+  serpentine_lockstep::RunBand(LayerKernel<M>{ltr.data(), rtl.data(), &engine.tables.layers}, engine, band);
+}
+
 template <const LayerModulatedTraits& M>
 int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
         HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, 1);
   const JobSpec spec{.bits = 1, .reseed = Reseed::kStartOfJob, .needs_pixels = false, .max_planes = 255};
-  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) { DiffusePlane<M>(engine, band, p); });
+  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
+    if (ForceScalar() || band.w == 0 || band.h == 0) {
+      for (unsigned p = 0; p < band.planes; ++p) DiffusePlane<M>(engine, band, p);
+      return;
+    }
+    FastBand<M>(engine, band);
+  });
 }
 
 }  // namespace

@@ -6,11 +6,14 @@
 // every second column, and the bias matrix, added to each next row as it is loaded, breaks up
 // the regular textures diffusion forms in flat areas.
 #include <algorithm>
+#include <array>
 
+#include "frame/dispatch.h"
 #include "frame/job.h"
 #include "tablediffusion/curve_term.h"
 #include "tablediffusion/error_shares.h"
 #include "tablediffusion/integer_diffusion.h"
+#include "tablediffusion/serpentine_lockstep.h"
 
 namespace halftone {
 namespace {
@@ -59,23 +62,23 @@ struct Levels {
   }
 };
 
-// The two codes around input level v and the split between them; s at or below the split
-// takes the darker code. Returns the error.
-inline int QuantiseRestricted(const Levels& lv, int v, int s, std::uint8_t* out, std::size_t x) {
+// The two codes around input level v (the darker one and the next lighter) and the split
+// between them; s at or below the split takes the darker code.
+struct LevelPair {
   unsigned dark;
   int split;
-  if (v <= lv.L1) {
-    dark = 3;
-    split = lv.t1;
-  } else if (v <= lv.L2) {
-    dark = 2;
-    split = lv.t2;
-  } else {
-    dark = 1;
-    // required: the top level splits at the middle midpoint, so white turns light sooner.
-    split = v == kTopLevel ? lv.t2 : lv.t3;
-  }
-  const unsigned code = s <= split ? dark : dark - 1;
+};
+inline LevelPair PairFor(const Levels& lv, int v) {
+  if (v <= lv.L1) return {3, lv.t1};
+  if (v <= lv.L2) return {2, lv.t2};
+  // required: the top level splits at the middle midpoint, so white turns light sooner.
+  return {1, v == kTopLevel ? lv.t2 : lv.t3};
+}
+
+// Returns the error.
+inline int QuantiseRestricted(const Levels& lv, int v, int s, std::uint8_t* out, std::size_t x) {
+  const LevelPair pair = PairFor(lv, v);
+  const unsigned code = s <= pair.split ? pair.dark : pair.dark - 1;
   if (code != 0) PutCode2(out, x, code);
   return s - lv.level[code];
 }
@@ -156,13 +159,134 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const Levels& lv
   }
 }
 
+// The fast path: DiffusePlane's pixels as kernels of the lockstep frame. Levels, midpoints
+// and the curve terms of the band are folded into tables per input level and column parity.
+
+constexpr std::size_t kInputLevels = kCurveLength;
+
+// The level pair of an input level with the column's curve term folded into the levels:
+// e = s - level + curve = s - offset.
+struct RestrictedEntry {
+  std::int16_t split;
+  std::int16_t dark_offset;
+  std::int16_t light_offset;
+  std::uint16_t dark;  // code of the darker level; the lighter is dark - 1
+};
+using RestrictedTable = std::array<RestrictedEntry, 2 * kInputLevels>;  // [parity * 256 + v]
+
+template <CurveTerm T>
+void BuildRestrictedTable(const Engine& engine, const Levels& lv, RestrictedTable& table) {
+  for (std::size_t parity = 0; parity < 2; ++parity)
+    for (int v = 0; v < static_cast<int>(kInputLevels); ++v) {
+      const LevelPair pair = PairFor(lv, v);
+      const int curve = CurveBias<T>(engine, v, parity);
+      table[parity * kInputLevels + static_cast<std::size_t>(v)] = {
+          static_cast<std::int16_t>(pair.split), static_cast<std::int16_t>(lv.level[pair.dark] - curve),
+          static_cast<std::int16_t>(lv.level[pair.dark - 1] - curve), static_cast<std::uint16_t>(pair.dark)};
+    }
+}
+
+using BiasMatrix = decltype(ScreeningTables::bias);
+
+// A row's entries before error arrives (the reference's start_value), tile by tile of the
+// matrix so no column needs a modulo.
+template <const LevelRestrictedTraits& M>
+void FillStartRow(const BiasMatrix& matrix, std::int16_t* row, const std::uint8_t* in, std::size_t y, std::size_t w) {
+  if constexpr (M.period == 0) {
+    static_assert(M.rows_hold_input, "a member without matrix or input in its rows starts from bare error");
+    for (std::size_t x = 0; x < w; ++x) row[x] = in[x];
+  } else {
+    const std::int16_t* noise = matrix[y % M.period].data();
+    for (std::size_t x0 = 0; x0 < w; x0 += M.period) {
+      const std::size_t n = std::min(M.period, w - x0);
+      for (std::size_t j = 0; j < n; ++j)
+        row[x0 + j] = Store16((M.rows_hold_input ? in[x0 + j] : 0) + noise[j]);
+    }
+  }
+}
+
+constexpr bool DrawsSplitBits(const LevelRestrictedTraits& m) {
+  return m.split_ltr.by == Selector::kOneBit || m.split_rtl.by == Selector::kOneBit;
+}
+
+// Kaocosyx13 and Kaocosyx14: rows hold input, noise and error; the level pair by table.
+template <const LevelRestrictedTraits& M>
+struct FourLevelKernel {
+  static_assert(M.bits == 2 && M.rows_hold_input);
+  static constexpr unsigned kBits = 2;
+  static constexpr bool kStarts = true;
+  static constexpr bool kDraws = DrawsSplitBits(M);
+  const RestrictedEntry* ltr;
+  const RestrictedEntry* rtl;
+  const BiasMatrix* matrix;
+
+  void SetRow(std::size_t) {}
+  void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t y, std::size_t w) const {
+    FillStartRow<M>(*matrix, row, in, y, w);
+  }
+  template <bool kLtr>
+  serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+    const RestrictedEntry& t = (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
+    const int dark = -static_cast<int>(held <= t.split);
+    const int e = held - (t.light_offset ^ ((t.light_offset ^ t.dark_offset) & dark));
+    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>((word >> 1) & 1u, e);
+    return {static_cast<unsigned>(t.dark - 1 - dark), ahead, e - ahead};
+  }
+};
+
+// Kaocosyx1 and Kaocosyx10: rows hold noise and error, the input level is added at the pixel.
+template <const LevelRestrictedTraits& M>
+struct BilevelKernel {
+  static_assert(M.bits == 1 && !M.rows_hold_input);
+  static constexpr unsigned kBits = 1;
+  static constexpr bool kStarts = M.period != 0;
+  static constexpr bool kDraws = DrawsSplitBits(M);
+  const std::int16_t* ltr;  // curve terms
+  const std::int16_t* rtl;
+  const BiasMatrix* matrix;
+
+  void SetRow(std::size_t) {}
+  void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t y, std::size_t w) const {
+    FillStartRow<M>(*matrix, row, in, y, w);
+  }
+  template <bool kLtr>
+  serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+    const int s = v + held;
+    const int light = -static_cast<int>(s > kBilevelThreshold);
+    const int e = s - (kWhite & light) + (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
+    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>((word >> 1) & 1u, e);
+    return {static_cast<unsigned>(light + 1), ahead, e - ahead};
+  }
+};
+
+template <const LevelRestrictedTraits& M>
+void FastBand(Engine& engine, const Band& band, const Levels& lv) {
+  if constexpr (M.bits == 2) {
+    RestrictedTable ltr, rtl;
+    BuildRestrictedTable<M.ltr>(engine, lv, ltr);
+    BuildRestrictedTable<M.rtl>(engine, lv, rtl);
+    serpentine_lockstep::RunBand(FourLevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
+  } else {
+    CurveTermTable ltr, rtl;
+    BuildCurveTermTable<M.ltr>(engine, ltr);
+    BuildCurveTermTable<M.rtl>(engine, rtl);
+    serpentine_lockstep::RunBand(BilevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
+  }
+}
+
 template <const LevelRestrictedTraits& M>
 int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
         HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, M.bits);
   const Levels lv = Levels::From(engine.levels);
   const JobSpec spec{.bits = M.bits, .reseed = Reseed::kEveryCall, .needs_pixels = false, .max_planes = 255};
-  return RunJobBand(engine, engine.rows, band, spec, [&](unsigned p) { DiffusePlane<M>(engine, band, p, lv); });
+  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
+    if (ForceScalar() || band.w == 0 || band.h == 0) {
+      for (unsigned p = 0; p < band.planes; ++p) DiffusePlane<M>(engine, band, p, lv);
+      return;
+    }
+    FastBand<M>(engine, band, lv);
+  });
 }
 
 }  // namespace

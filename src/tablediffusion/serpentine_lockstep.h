@@ -1,0 +1,214 @@
+// The fast path of the table-driven serpentine diffusions on 16-bit rows (level_restricted.cpp,
+// layer_modulated.cpp): the same pixels in the same order per plane, the same draws and the
+// same rows left behind as their readable passes. What changes is how:
+//   - the planes of a band run in lockstep groups, row y of every plane in one loop, each plane
+//     on its own working rows, carry entries and slice of the random stream drawn ahead, so
+//     their dependency chains overlap;
+//   - the value carried along the row stays in a register;
+//   - decisions are compares and per-level tables built once per band call, and splits are a
+//     multiply and shifts (exact truncating division), without a branch on the error;
+//   - where the next row's entry starts from input and bias-matrix noise, those are laid into
+//     the next row before the scan, out of the error's dependency chain;
+//   - the dots of a byte are gathered in a register and stored once.
+// A member supplies a kernel (what one pixel does); this file is the frame around it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "diffusion/random_split_fast.h"
+#include "frame/band.h"
+#include "frame/engine.h"
+#include "tablediffusion/error_shares.h"
+
+namespace halftone::serpentine_lockstep {
+
+using random_split::DivTrunc;
+using random_split::ForEachLane;
+
+// The ahead share of error e under a member's share choice, branch-free. `bit` is the drawn
+// split bit (ignored by a choice that draws nothing). Rules are fractions num/den of e,
+// truncated toward zero, with den 1 to 4.
+template <ShareRule R>
+constexpr int AheadOf(int e) {
+  static_assert(R.rounding == Rounding::kTrunc, "flooring shares are not in these families");
+  const int share = DivTrunc<R.den>(R.num * e);
+  return R.to_ahead ? share : e - share;
+}
+template <ShareChoice C>
+inline int AheadShare(unsigned bit, int e) {
+  if constexpr (C.by == Selector::kParity) {
+    static_assert(C.rules[0].num == C.rules[1].num && C.rules[0].den == C.rules[1].den &&
+                      C.rules[0].to_ahead == C.rules[1].to_ahead,
+                  "a parity choice here is the same rule at every column");
+    return AheadOf<C.rules[0]>(e);
+  } else {
+    static_assert(C.by == Selector::kOneBit, "two-bit choices take a table of their own");
+    const int a0 = AheadOf<C.rules[0]>(e), a1 = AheadOf<C.rules[1]>(e);
+    return a0 ^ ((a0 ^ a1) & -static_cast<int>(bit));
+  }
+}
+
+// What a kernel decides for one pixel: its code (0 writes nothing) and the two shares.
+struct PixelOut {
+  unsigned code;
+  int ahead;
+  int down;
+};
+
+// One plane of a lockstep group: its working rows, its carry entries and its slice of the
+// band's drawn words (null when the member draws nothing).
+struct Lane {
+  std::int16_t* a;
+  std::int16_t* b;
+  std::int16_t* carry;
+  const std::uint32_t* words;
+  unsigned p;
+};
+
+// A kernel provides:
+//   kBits      output bits a pixel (1 or 2);
+//   kStarts    true when a row's entries start from a value (input, matrix noise) that the
+//              error is added to, laid in by FillStart(row, in, y, w); false: bare error;
+//   kDraws     true when every pixel takes one draw of the random stream;
+//   SetRow(y)  per-row state;
+//   Step<kLtr>(v, held, x, word) the pixel's code and shares, from its input level v and the
+//              value its row entry holds after the error that arrived.
+template <class Kernel, unsigned kLanes>
+class Scan {
+ public:
+  Scan(const Kernel& kernel, const Band& band, const Lane* lanes) : k_(kernel), band_(band) {
+    for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
+  }
+
+  void Run() {
+    const std::size_t w = band_.w, h = band_.h;
+    for (unsigned l = 0; l < kLanes; ++l) {
+      std::int16_t* a = lanes_[l].a;
+      std::int16_t* carry = lanes_[l].carry;
+      if constexpr (Kernel::kStarts) {
+        k_.FillStart(a, band_.In(0, lanes_[l].p), 0, w);
+        for (std::size_t x = 0; x < w; ++x) a[x] = Store16(a[x] + carry[x]);
+      } else {
+        for (std::size_t x = 0; x < w; ++x) a[x] = carry[x];
+      }
+      for (std::size_t x = 0; x < w; ++x) carry[x] = 0;
+    }
+    for (std::size_t y = 0; y + 1 < h; ++y) {
+      if ((y & 1) == 0)
+        Row<true, false>(y);
+      else
+        Row<false, false>(y);
+    }
+    if (((h - 1) & 1) == 0)
+      Row<true, true>(h - 1);
+    else
+      Row<false, true>(h - 1);
+  }
+
+ private:
+  static constexpr unsigned kBits = Kernel::kBits;
+  static constexpr unsigned kPerByte = 8 / kBits;
+
+  static unsigned Shift(std::size_t x) {
+    return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits;
+  }
+
+  // Row y, scanned left to right (kLtr) or right to left; kLast for the band's last row, whose
+  // right-to-left down shares go bare into the carry and whose left-to-right ones go bare into B.
+  template <bool kLtr, bool kLast>
+  void Row(std::size_t y) {
+    const std::size_t w = band_.w;
+    k_.SetRow(y);
+    std::int16_t* cur[kLanes];
+    std::int16_t* down[kLanes];
+    const std::uint8_t* in[kLanes];
+    std::uint8_t* out[kLanes];
+    const std::uint32_t* words[kLanes];
+    int held[kLanes];
+    unsigned acc[kLanes];
+    const std::size_t x0 = kLtr ? 0 : w - 1;
+    for (unsigned l = 0; l < kLanes; ++l) {
+      cur[l] = kLtr ? lanes_[l].a : lanes_[l].b;
+      down[l] = (kLast && !kLtr) ? lanes_[l].carry : (kLtr ? lanes_[l].b : lanes_[l].a);
+      in[l] = band_.In(y, lanes_[l].p);
+      out[l] = band_.Out(y, lanes_[l].p);
+      words[l] = lanes_[l].words;
+      held[l] = cur[l][x0];
+      acc[l] = 0;
+      if constexpr (Kernel::kStarts && !kLast) k_.FillStart(down[l], band_.In(y + 1, lanes_[l].p), y + 1, w);
+    }
+
+    // One pixel of lane l at scan position i; kEnd for the row's last pixel, whose ahead
+    // share is dropped.
+    auto pixel = [&]<bool kEnd>(unsigned l, std::size_t i, std::size_t x) {
+      const int v = in[l][x];
+      cur[l][x] = static_cast<std::int16_t>(held[l]);
+      const PixelOut o = k_.template Step<kLtr>(v, held[l], x, Kernel::kDraws ? words[l][i] : 0u);
+      acc[l] |= o.code << Shift(x);
+      if constexpr (Kernel::kStarts && !kLast)
+        down[l][x] = Store16(down[l][x] + o.down);
+      else
+        down[l][x] = Store16(o.down);
+      if constexpr (!kEnd) held[l] = Store16(cur[l][kLtr ? x + 1 : x - 1] + o.ahead);
+    };
+
+    for (std::size_t i = 0; i + 1 < w; ++i) {
+      const std::size_t x = kLtr ? i : w - 1 - i;
+      ForEachLane<kLanes>([&](unsigned l) { pixel.template operator()<false>(l, i, x); });
+      if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
+        ForEachLane<kLanes>([&](unsigned l) {
+          out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
+          acc[l] = 0;
+        });
+      }
+    }
+    const std::size_t x = kLtr ? w - 1 : 0;
+    for (unsigned l = 0; l < kLanes; ++l) {
+      pixel.template operator()<true>(l, w - 1, x);
+      out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
+      if constexpr (Kernel::kDraws) lanes_[l].words += w;
+    }
+  }
+
+  Kernel k_;
+  const Band& band_;
+  Lane lanes_[kLanes];
+};
+
+// Every plane of a band (w, h >= 1). The random stream the planes would draw one after the
+// other is drawn ahead, each plane reading its own slice; every plane but the last runs on its
+// own working rows, the last on the shared ones, so they end the band as the sequential passes
+// leave them. Groups of planes run in lockstep, the groups on the engine's threads.
+template <class Kernel>
+void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
+  const unsigned planes = band.planes;
+  const std::size_t per_plane = Kernel::kDraws ? band.w * band.h : 0;
+  const std::uint32_t* words = nullptr;
+  if constexpr (Kernel::kDraws) {
+    std::uint32_t* drawn = engine.draws.Reserve(per_plane * planes);
+    engine.random.DrawWords(drawn, per_plane * planes);
+    words = drawn;
+  }
+  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count());
+  const unsigned groups = (planes + group - 1) / group;
+  engine.threads.ForEachPlane(groups, [&](unsigned g) {
+    Lane lanes[random_split::kMaxLockstep];
+    const unsigned first = g * group;
+    const unsigned n = planes - first < group ? planes - first : group;
+    for (unsigned l = 0; l < n; ++l) {
+      const unsigned p = first + l;
+      const bool last = p + 1 == planes;
+      lanes[l] = {last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
+                  engine.rows.carry(p, band.w), Kernel::kDraws ? words + per_plane * p : nullptr, p};
+    }
+    switch (n) {
+      case 1: Scan<Kernel, 1>(kernel, band, lanes).Run(); break;
+      case 2: Scan<Kernel, 2>(kernel, band, lanes).Run(); break;
+      case 3: Scan<Kernel, 3>(kernel, band, lanes).Run(); break;
+      default: Scan<Kernel, 4>(kernel, band, lanes).Run(); break;
+    }
+  });
+}
+
+}  // namespace halftone::serpentine_lockstep

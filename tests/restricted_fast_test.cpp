@@ -1,0 +1,216 @@
+// The fast level-restricted and level-modulated diffusions against their readable passes: the
+// branch-free splits over every error a pixel can carry, and whole multi-band jobs (dots, carry
+// and shared working rows after every band, the random register) on awkward sizes, plane
+// counts, narrower later bands, and random or extreme curves, level values, bias matrix and
+// layer table, on one thread and two.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "frame/dispatch.h"
+#include "frame/engine.h"
+#include "tablediffusion/integer_diffusion.h"
+#include "tablediffusion/serpentine_lockstep.h"
+#include "test_support.h"
+
+namespace halftone {
+namespace {
+
+using namespace halftone_test;
+
+// A pixel's error: a 16-bit row value, plus input and a curve term, minus a level.
+constexpr int kLowestError = -32768 - 255;
+constexpr int kHighestError = 32767 + 255 + 255;
+
+template <ShareChoice C>
+void ExpectAheadSharesMatch(const char* name) {
+  for (unsigned bit = 0; bit < 2; ++bit) {
+    const ShareRule& rule = C.by == Selector::kParity ? C.rules[0] : C.rules[bit];
+    for (int e = kLowestError; e <= kHighestError; ++e)
+      ASSERT_EQ(serpentine_lockstep::AheadShare<C>(bit, e), Apply(rule, e).ahead) << name << " bit " << bit << " e " << e;
+  }
+}
+
+TEST(RestrictedFast, BranchFreeSplitsMatchTheRulesForEveryError) {
+  // The rules these members split by: halves, thirds, two thirds, quarters, three quarters,
+  // whole error ahead or down, chosen by a drawn bit or fixed.
+  constexpr ShareRule kHalfAhead{1, 2, Rounding::kTrunc, true};
+  constexpr ShareRule kThirdDown{1, 3, Rounding::kTrunc, false};
+  constexpr ShareRule kTwoThirdsAhead{2, 3, Rounding::kTrunc, true};
+  constexpr ShareRule kQuarterAhead{1, 4, Rounding::kTrunc, true};
+  constexpr ShareRule kThreeQuartersDown{3, 4, Rounding::kTrunc, false};
+  ExpectAheadSharesMatch<Always(kHalfAhead)>("half");
+  ExpectAheadSharesMatch<Always(kThirdDown)>("third down");
+  ExpectAheadSharesMatch<Always(kTwoThirdsAhead)>("two thirds");
+  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kAllDown, kAllAhead, kAllDown, kAllAhead}}>("whole");
+  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kThreeQuartersDown, kThirdDown, kThreeQuartersDown, kThirdDown}}>(
+      "three quarters or third down");
+  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kQuarterAhead, kTwoThirdsAhead, kQuarterAhead, kTwoThirdsAhead}}>(
+      "quarter or two thirds ahead");
+}
+
+using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
+struct Member {
+  const char* name;
+  unsigned bits;
+  Call call;
+};
+
+std::vector<Member> Members() {
+  std::vector<Member> m;
+  const std::pair<const char*, LevelRestrictedMember> restricted[] = {
+      {"matrix four-level", LevelRestrictedMember::kMatrixFourLevel},
+      {"random four-level", LevelRestrictedMember::kRandomFourLevel},
+      {"matrix bilevel", LevelRestrictedMember::kMatrixBilevel},
+      {"random bilevel", LevelRestrictedMember::kRandomBilevel}};
+  for (const auto& [name, member] : restricted) {
+    const unsigned bits = member == LevelRestrictedMember::kMatrixFourLevel ||
+                                  member == LevelRestrictedMember::kRandomFourLevel
+                              ? 2
+                              : 1;
+    m.push_back({name, bits, [member](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                      HalftoneFlags f) { return LevelRestrictedDiffusion(e, member, s, d, w, h, f); }});
+  }
+  for (const auto& [name, member] : {std::pair{"layer tiles", LayerModulatedMember::kLayerTiles},
+                                     std::pair{"curve bias", LayerModulatedMember::kCurveBias}})
+    m.push_back({name, 1, [member](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                   HalftoneFlags f) { return LayerModulatedDiffusion(e, member, s, d, w, h, f); }});
+  return m;
+}
+
+// What a job leaves behind after a band.
+struct Snapshot {
+  std::vector<std::uint8_t> dots;
+  std::vector<std::int16_t> carry, a, b;
+  std::uint32_t next_word;
+  bool operator==(const Snapshot&) const = default;
+};
+
+struct BandSize {
+  std::size_t w, h;
+};
+
+// Engine state drawn from `seed`: level values in order or not, curves small or full range,
+// bias matrix and layer table zero, small, or anywhere in 16 bits (errors then wrap).
+void LoadState(Engine& e, unsigned seed) {
+  std::mt19937 gen(seed);
+  for (auto& l : e.levels.L) l = static_cast<std::uint8_t>(gen());
+  if (seed % 2 == 0) e.levels.L = {0, 85, 170, 255, 0, 0, 0, 0, 0};
+  for (auto& slot : e.curves.slots)
+    for (auto& c : slot) c = static_cast<std::uint8_t>(gen() % (seed % 3 == 0 ? 256 : 24));
+  e.curves.curve_a = 3;
+  e.curves.curve_b = 5;
+  const unsigned tables = seed % 3;  // 0: unloaded, 1: small terms, 2: full 16-bit range
+  if (tables == 0) return;
+  auto term = [&] {
+    return static_cast<std::int16_t>(tables == 1 ? static_cast<int>(gen() % 129) - 64 : static_cast<int>(gen() & 0xFFFF) - 32768);
+  };
+  for (auto& row : e.tables.bias)
+    for (auto& c : row) c = term();
+  for (auto& tile : e.tables.layers)
+    for (auto& row : tile)
+      for (auto& c : row) c = term();
+}
+
+std::vector<Snapshot> RunJob(const Member& m, bool fast, int threads, const std::vector<BandSize>& bands,
+                             unsigned planes, unsigned seed) {
+  SetForceScalar(fast ? 0 : 1);
+  auto e = MakeEngine(1000 + seed);
+  e->threads.SetCount(threads);
+  LoadState(*e, seed);
+  std::mt19937 gen(seed * 7 + 1);
+  std::vector<Snapshot> out;
+  for (std::size_t i = 0; i < bands.size(); ++i) {
+    const auto [w, h] = bands[i];
+    auto src = MakeBand(w, h, planes, [&](std::size_t, std::size_t, unsigned) {
+      const unsigned k = gen() % 8;
+      return k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF;
+    });
+    std::vector<std::uint8_t> dst(DotStride(w, m.bits) * planes * h + 4, kCanary);
+    const unsigned phase = i == 0 ? 1 : (i + 1 == bands.size() ? 3 : 0);
+    EXPECT_EQ(m.call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}), 0);
+    Snapshot s;
+    s.dots = dst;
+    if (e->rows.live()) {
+      s.carry.assign(e->rows.carry_all(), e->rows.carry_all() + e->rows.width() * planes);
+      s.a.assign(e->rows.a(), e->rows.a() + e->rows.width());
+      s.b.assign(e->rows.b(), e->rows.b() + e->rows.width());
+    }
+    s.next_word = e->random.NextStateWord();
+    out.push_back(s);
+  }
+  SetForceScalar(-1);
+  return out;
+}
+
+void ExpectJobsMatch(const std::vector<BandSize>& bands, unsigned planes, unsigned seed, const std::string& what) {
+  const auto members = Members();
+  for (std::size_t k = 0; k < members.size(); ++k) {
+    const unsigned s = seed + 1000 * static_cast<unsigned>(k);
+    const auto ref = RunJob(members[k], false, 1, bands, planes, s);
+    for (int threads : {1, 2}) {
+      const auto fast = RunJob(members[k], true, threads, bands, planes, s);
+      ASSERT_EQ(ref.size(), fast.size());
+      for (std::size_t i = 0; i < ref.size(); ++i) {
+        ASSERT_EQ(ref[i].dots, fast[i].dots) << members[k].name << " " << what << " threads " << threads << " band " << i;
+        ASSERT_TRUE(ref[i] == fast[i]) << members[k].name << " rows or draws, " << what << " threads " << threads
+                                       << " band " << i;
+      }
+    }
+  }
+}
+
+TEST(RestrictedFast, WholeJobsMatchTheReferenceOnAwkwardSizes) {
+  unsigned seed = 0;
+  for (const std::size_t w : {1u, 2u, 3u, 7u, 8u, 9u, 17u, 64u, 241u})
+    for (const unsigned planes : {1u, 2u, 3u, 4u, 5u, 9u}) {
+      ++seed;
+      // Odd and even heights, a one-row band and a narrower band in the middle of the job.
+      const std::vector<BandSize> bands = {{w, seed % 2 ? 3u : 4u}, {w, 1}, {w, 2}, {w > 1 ? w - 1 : 1, 5}, {w, 6}};
+      ExpectJobsMatch(bands, planes, seed, "w " + std::to_string(w) + " planes " + std::to_string(planes));
+    }
+}
+
+TEST(RestrictedFast, WideBandsAcrossMatrixTilesMatchTheReference) {
+  // Widths and heights past the 240 and 256 periods of the bias matrix and the 16-row tiles.
+  unsigned seed = 500;
+  for (const std::size_t w : {255u, 257u, 481u}) {
+    ++seed;
+    ExpectJobsMatch({{w, 17}, {w, 260}, {w, 0}, {w, 33}}, 1, seed, "w " + std::to_string(w) + " one plane");
+  }
+  for (const std::size_t w : {256u, 523u}) {
+    ++seed;
+    ExpectJobsMatch({{w, 17}, {w, 0}, {w, 34}}, 4, seed, "w " + std::to_string(w) + " four planes");
+  }
+}
+
+TEST(RestrictedFast, ExtremeInputsMatchTheReference) {
+  // Flat 0 and 255 (full error, the top level's split) and alternating extremes.
+  const auto members = Members();
+  for (const unsigned level : {0u, 255u, 256u})
+    for (std::size_t k = 0; k < members.size(); ++k) {
+      std::vector<std::uint8_t> ref_dots, fast_dots;
+      for (const bool fast : {false, true}) {
+        SetForceScalar(fast ? 0 : 1);
+        auto e = MakeEngine(77);
+        LoadState(*e, 2 + static_cast<unsigned>(k));
+        const std::size_t w = 77, h = 9;
+        const unsigned planes = 3;
+        auto src = MakeBand(w, h, planes, [&](std::size_t x, std::size_t y, unsigned) {
+          return level == 256 ? ((x + y) % 2 ? 255u : 0u) : level;
+        });
+        std::vector<std::uint8_t> dst(DotStride(w, members[k].bits) * planes * h, kCanary);
+        ASSERT_EQ(members[k].call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, 1)}), 0);
+        (fast ? fast_dots : ref_dots) = dst;
+      }
+      SetForceScalar(-1);
+      EXPECT_EQ(ref_dots, fast_dots) << members[k].name << " level " << level;
+    }
+}
+
+}  // namespace
+}  // namespace halftone
