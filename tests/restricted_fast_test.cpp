@@ -53,6 +53,18 @@ TEST(RestrictedFast, BranchFreeSplitsMatchTheRulesForEveryError) {
       "quarter or two thirds ahead");
 }
 
+TEST(RestrictedFast, MaskedSplitsMatchTheRulesForEveryError) {
+  // The rules a split picked by level band and drawn value can be.
+  const ShareRule rules[] = {kAllAhead, kAllDown, {1, 2, Rounding::kTrunc, true}, {1, 2, Rounding::kTrunc, false},
+                             {1, 3, Rounding::kTrunc, true}, {1, 3, Rounding::kTrunc, false}};
+  for (const ShareRule& rule : rules) {
+    const serpentine_lockstep::AheadMasks masks = serpentine_lockstep::MasksOf(rule);
+    for (int e = kLowestError; e <= kHighestError; ++e)
+      ASSERT_EQ(serpentine_lockstep::AheadByMasks(masks, e), Apply(rule, e).ahead)
+          << rule.num << "/" << rule.den << (rule.to_ahead ? " ahead" : " down") << " e " << e;
+  }
+}
+
 using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
 struct Member {
   const char* name;

@@ -138,28 +138,15 @@ constexpr std::array<std::uint8_t, kInputLevels> SplitBandOfLevel() {
   return band;
 }
 
-// An ahead share as masks over the candidate terms, so one table entry per split band and drawn
-// value replaces the rule: ahead = (e & whole) + ((part ^ negate) - negate), where part is e/2
-// or e/3 truncated as `half` or `third` selects, and negate turns a down share into e minus it.
-struct AheadMasks {
-  int whole, half, third, negate;
-};
-constexpr AheadMasks MasksOf(const ShareRule& r) {
-  if (r.num != 1 || r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 3)
-    throw "only unit fractions 1, 1/2 and 1/3, truncated";
-  if (r.den == 1) return {r.to_ahead ? -1 : 0, 0, 0, 0};
-  const int half = r.den == 2 ? -1 : 0, third = r.den == 3 ? -1 : 0;
-  return r.to_ahead ? AheadMasks{0, half, third, 0} : AheadMasks{-1, half, third, -1};
-}
 // [split band * 4 + drawn value]
 template <const LayerModulatedTraits& M>
-constexpr std::array<AheadMasks, 3 * kDrawnCodes> AheadMaskTable() {
-  std::array<AheadMasks, 3 * kDrawnCodes> table{};
+constexpr std::array<serpentine_lockstep::AheadMasks, 3 * kDrawnCodes> AheadMaskTable() {
+  std::array<serpentine_lockstep::AheadMasks, 3 * kDrawnCodes> table{};
   for (std::size_t i = 0; i < M.band_count; ++i)
     for (unsigned q = 0; q < kDrawnCodes; ++q) {
       const ShareChoice& c = M.bands[i].choice;
       if (c.by == Selector::kParity) throw "a drawing member draws at every level";
-      table[i * kDrawnCodes + q] = MasksOf(c.rules[c.by == Selector::kOneBit ? (q & 1u) : q]);
+      table[i * kDrawnCodes + q] = serpentine_lockstep::MasksOf(c.rules[c.by == Selector::kOneBit ? (q & 1u) : q]);
     }
   return table;
 }
@@ -180,24 +167,24 @@ struct LayerKernel {
 
   void SetRow(std::size_t y) { tile_row = y % kLayerTile; }
   template <bool kLtr>
-  serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
     const auto level = static_cast<std::size_t>(v);
     int s = v + held;
     if constexpr (M.layer) s += (*layers)[level][tile_row][x & (kLayerTile - 1)];
-    const int light = -static_cast<int>(s > kThreshold);
-    int e = s - (kWhite & light);
-    if constexpr (kCurves) e += (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + level];
+    int biased = s;
+    if constexpr (kCurves) biased += (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + level];
+    const bool dot = s <= kThreshold;
+    const int e = dot ? biased : biased - kWhite;
     int ahead;
     if constexpr (kDraws) {
-      static constexpr std::array<AheadMasks, 3 * kDrawnCodes> kMasks = AheadMaskTable<M>();
-      const AheadMasks& m = kMasks[kSplitBand[level] * kDrawnCodes + ((word >> 1) & (kDrawnCodes - 1))];
-      const int part = (serpentine_lockstep::DivTrunc<2>(e) & m.half) | (serpentine_lockstep::DivTrunc<3>(e) & m.third);
-      ahead = (e & m.whole) + ((part ^ m.negate) - m.negate);
+      static constexpr std::array<serpentine_lockstep::AheadMasks, 3 * kDrawnCodes> kMasks = AheadMaskTable<M>();
+      ahead = serpentine_lockstep::AheadByMasks(
+          kMasks[kSplitBand[level] * kDrawnCodes + ((word >> 1) & (kDrawnCodes - 1))], e);
     } else {
       static_assert(M.band_count == 1);
       ahead = serpentine_lockstep::AheadShare<M.bands[0].choice>(0, e);
     }
-    return {static_cast<unsigned>(light + 1), ahead, e - ahead};
+    return {dot, ahead, e - ahead};
   }
 };
 

@@ -225,7 +225,7 @@ struct FourLevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
     const RestrictedEntry& t = (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
     const int dark = -static_cast<int>(held <= t.split);
     const int e = held - (t.light_offset ^ ((t.light_offset ^ t.dark_offset) & dark));
@@ -250,12 +250,13 @@ struct BilevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
     const int s = v + held;
-    const int light = -static_cast<int>(s > kBilevelThreshold);
-    const int e = s - (kWhite & light) + (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
+    const int biased = s + (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
+    const bool dot = s <= kBilevelThreshold;
+    const int e = dot ? biased : biased - kWhite;
     const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>((word >> 1) & 1u, e);
-    return {static_cast<unsigned>(light + 1), ahead, e - ahead};
+    return {dot, ahead, e - ahead};
   }
 };
 

@@ -45,8 +45,28 @@ inline int AheadShare(unsigned bit, int e) {
   } else {
     static_assert(C.by == Selector::kOneBit, "two-bit choices take a table of their own");
     const int a0 = AheadOf<C.rules[0]>(e), a1 = AheadOf<C.rules[1]>(e);
+    // A mask, not a select: compilers turn the select into a branch on the random bit.
     return a0 ^ ((a0 ^ a1) & -static_cast<int>(bit));
   }
+}
+
+// The ahead share of a rule picked at run time among several (by input-level band and drawn
+// value), as masks over the candidate terms so one table entry replaces the rule:
+// ahead = (e & whole) + ((part ^ negate) - negate), where part is e/2 or e/3 truncated as
+// `half` or `third` selects, and negate makes a down share's rest e minus it.
+struct AheadMasks {
+  int whole, half, third, negate;
+};
+constexpr AheadMasks MasksOf(const ShareRule& r) {
+  if (r.num != 1 || r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 3)
+    throw "only the whole error, halves and thirds, truncated";
+  if (r.den == 1) return {r.to_ahead ? -1 : 0, 0, 0, 0};
+  const int half = r.den == 2 ? -1 : 0, third = r.den == 3 ? -1 : 0;
+  return r.to_ahead ? AheadMasks{0, half, third, 0} : AheadMasks{-1, half, third, -1};
+}
+inline int AheadByMasks(const AheadMasks& m, int e) {
+  const int part = (DivTrunc<2>(e) & m.half) | (DivTrunc<3>(e) & m.third);
+  return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
 
 // What a kernel decides for one pixel: its code (0 writes nothing) and the two shares.
@@ -145,7 +165,8 @@ class Scan {
       const int v = in[l][x];
       cur[l][x] = static_cast<std::int16_t>(held[l]);
       const PixelOut o = k_.template Step<kLtr>(v, held[l], x, Kernel::kDraws ? words[l][i] : 0u);
-      acc[l] |= o.code << Shift(x);
+      // The dots of a byte shift in from the side the scan comes from.
+      acc[l] = kLtr ? (acc[l] << kBits) | o.code : (acc[l] >> kBits) | (o.code << (8 - kBits));
       if constexpr (Kernel::kStarts && !kLast)
         down[l][x] = Store16(down[l][x] + o.down);
       else
@@ -166,6 +187,8 @@ class Scan {
     const std::size_t x = kLtr ? w - 1 : 0;
     for (unsigned l = 0; l < kLanes; ++l) {
       pixel.template operator()<true>(l, w - 1, x);
+      // A forward row's last byte may be partial: its dots move up to the byte's high end.
+      if constexpr (kLtr) acc[l] <<= Shift(x);
       out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
       if constexpr (Kernel::kDraws) lanes_[l].words += w;
     }
