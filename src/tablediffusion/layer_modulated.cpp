@@ -167,7 +167,7 @@ struct LayerKernel {
 
   void SetRow(std::size_t y) { tile_row = y % kLayerTile; }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned drawn) const {
     const auto level = static_cast<std::size_t>(v);
     int s = v + held;
     if constexpr (M.layer) s += (*layers)[level][tile_row][x & (kLayerTile - 1)];
@@ -179,7 +179,7 @@ struct LayerKernel {
     if constexpr (kDraws) {
       static constexpr std::array<serpentine_lockstep::AheadMasks, 3 * kDrawnCodes> kMasks = AheadMaskTable<M>();
       ahead = serpentine_lockstep::AheadByMasks(
-          kMasks[kSplitBand[level] * kDrawnCodes + ((word >> 1) & (kDrawnCodes - 1))], e);
+          kMasks[kSplitBand[level] * kDrawnCodes + (drawn & (kDrawnCodes - 1))], e);
     } else {
       static_assert(M.band_count == 1);
       ahead = serpentine_lockstep::AheadShare<M.bands[0].choice>(0, e);

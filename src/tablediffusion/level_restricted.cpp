@@ -225,11 +225,11 @@ struct FourLevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned drawn) const {
     const RestrictedEntry& t = (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
     const int dark = -static_cast<int>(held <= t.split);
     const int e = held - (t.light_offset ^ ((t.light_offset ^ t.dark_offset) & dark));
-    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>((word >> 1) & 1u, e);
+    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>(drawn & 1u, e);
     return {static_cast<unsigned>(t.dark - 1 - dark), ahead, e - ahead};
   }
 };
@@ -250,12 +250,12 @@ struct BilevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, std::uint32_t word) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned drawn) const {
     const int s = v + held;
     const int biased = s + (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
     const bool dot = s <= kBilevelThreshold;
     const int e = dot ? biased : biased - kWhite;
-    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>((word >> 1) & 1u, e);
+    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>(drawn & 1u, e);
     return {dot, ahead, e - ahead};
   }
 };

@@ -77,12 +77,12 @@ struct PixelOut {
 };
 
 // One plane of a lockstep group: its working rows, its carry entries and its slice of the
-// band's drawn words (null when the member draws nothing).
+// band's drawn split bits (null when the member draws nothing).
 struct Lane {
   std::int16_t* a;
   std::int16_t* b;
   std::int16_t* carry;
-  const std::uint32_t* words;
+  const std::uint8_t* drawn;
   unsigned p;
 };
 
@@ -90,9 +90,10 @@ struct Lane {
 //   kBits      output bits a pixel (1 or 2);
 //   kStarts    true when a row's entries start from a value (input, matrix noise) that the
 //              error is added to, laid in by FillStart(row, in, y, w); false: bare error;
-//   kDraws     true when every pixel takes one draw of the random stream;
+//   kDraws     true when every pixel takes one draw of the random stream (its split bits,
+//              bits 1-8 of the draw, reach Step as `drawn`);
 //   SetRow(y)  per-row state;
-//   Step<kLtr>(v, held, x, word) the pixel's code and shares, from its input level v and the
+//   Step<kLtr>(v, held, x, drawn) the pixel's code and shares, from its input level v and the
 //              value its row entry holds after the error that arrived.
 template <class Kernel, unsigned kLanes>
 class Scan {
@@ -144,7 +145,7 @@ class Scan {
     std::int16_t* down[kLanes];
     const std::uint8_t* in[kLanes];
     std::uint8_t* out[kLanes];
-    const std::uint32_t* words[kLanes];
+    const std::uint8_t* drawn[kLanes];
     int held[kLanes];
     unsigned acc[kLanes];
     const std::size_t x0 = kLtr ? 0 : w - 1;
@@ -153,7 +154,7 @@ class Scan {
       down[l] = (kLast && !kLtr) ? lanes_[l].carry : (kLtr ? lanes_[l].b : lanes_[l].a);
       in[l] = band_.In(y, lanes_[l].p);
       out[l] = band_.Out(y, lanes_[l].p);
-      words[l] = lanes_[l].words;
+      drawn[l] = lanes_[l].drawn;
       held[l] = cur[l][x0];
       acc[l] = 0;
       if constexpr (Kernel::kStarts && !kLast) k_.FillStart(down[l], band_.In(y + 1, lanes_[l].p), y + 1, w);
@@ -164,7 +165,7 @@ class Scan {
     auto pixel = [&]<bool kEnd>(unsigned l, std::size_t i, std::size_t x) {
       const int v = in[l][x];
       cur[l][x] = static_cast<std::int16_t>(held[l]);
-      const PixelOut o = k_.template Step<kLtr>(v, held[l], x, Kernel::kDraws ? words[l][i] : 0u);
+      const PixelOut o = k_.template Step<kLtr>(v, held[l], x, Kernel::kDraws ? drawn[l][i] : 0u);
       // The dots of a byte shift in from the side the scan comes from.
       acc[l] = kLtr ? (acc[l] << kBits) | o.code : (acc[l] >> kBits) | (o.code << (8 - kBits));
       if constexpr (Kernel::kStarts && !kLast)
@@ -190,7 +191,7 @@ class Scan {
       // A forward row's last byte may be partial: its dots move up to the byte's high end.
       if constexpr (kLtr) acc[l] <<= Shift(x);
       out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
-      if constexpr (Kernel::kDraws) lanes_[l].words += w;
+      if constexpr (Kernel::kDraws) lanes_[l].drawn += w;
     }
   }
 
@@ -203,16 +204,32 @@ class Scan {
 // other is drawn ahead, each plane reading its own slice; every plane but the last runs on its
 // own working rows, the last on the shared ones, so they end the band as the sequential passes
 // leave them. Groups of planes run in lockstep, the groups on the engine's threads.
+// Draws per chunk while the band's stream is drawn ahead: small enough to stay in the first
+// level cache.
+inline constexpr std::size_t kDrawChunk = 2048;
+
+// The band's n draws, kept as their split bits, one byte a draw (a quarter of the memory the
+// words take, which the scan of a 4-plane band otherwise streams through twice). The engine's
+// draw buffer holds the bytes and, behind them, one chunk of words.
+inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n) {
+  const std::size_t byte_words = (n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
+  std::uint32_t* buffer = engine.draws.Reserve(byte_words + kDrawChunk);
+  auto* bits = reinterpret_cast<std::uint8_t*>(buffer);
+  std::uint32_t* chunk = buffer + byte_words;
+  for (std::size_t done = 0; done < n; done += kDrawChunk) {
+    const std::size_t m = n - done < kDrawChunk ? n - done : kDrawChunk;
+    engine.random.DrawWords(chunk, m);
+    for (std::size_t j = 0; j < m; ++j) bits[done + j] = static_cast<std::uint8_t>(chunk[j] >> 1);
+  }
+  return bits;
+}
+
 template <class Kernel>
 void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = Kernel::kDraws ? band.w * band.h : 0;
-  const std::uint32_t* words = nullptr;
-  if constexpr (Kernel::kDraws) {
-    std::uint32_t* drawn = engine.draws.Reserve(per_plane * planes);
-    engine.random.DrawWords(drawn, per_plane * planes);
-    words = drawn;
-  }
+  const std::uint8_t* drawn = nullptr;
+  if constexpr (Kernel::kDraws) drawn = DrawSplitBits(engine, per_plane * planes);
   const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count());
   const unsigned groups = (planes + group - 1) / group;
   engine.threads.ForEachPlane(groups, [&](unsigned g) {
@@ -223,7 +240,7 @@ void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
       const unsigned p = first + l;
       const bool last = p + 1 == planes;
       lanes[l] = {last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
-                  engine.rows.carry(p, band.w), Kernel::kDraws ? words + per_plane * p : nullptr, p};
+                  engine.rows.carry(p, band.w), Kernel::kDraws ? drawn + per_plane * p : nullptr, p};
     }
     switch (n) {
       case 1: Scan<Kernel, 1>(kernel, band, lanes).Run(); break;
