@@ -11,6 +11,7 @@
 #include "frame/plane_threads.h"
 #include "frame/random_bits.h"
 #include "golden_jobs.h"
+#include "test_support.h"
 
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"  // the counting new below is malloc-based
@@ -70,8 +71,9 @@ TEST(PlaneThreads, EveryPlaneOnceWhateverTheCount) {
 class NoAllocationPerBand : public testing::TestWithParam<int> {};
 
 TEST_P(NoAllocationPerBand, AfterTheFirstBand) {
-  const std::filesystem::path host =
-      std::filesystem::temp_directory_path() / ("halftone-alloc-" + std::to_string(std::rand()));
+  // A folder of its own: ctest runs the two parameters at once.
+  const halftone_test::TempFolder folder;
+  const std::filesystem::path host = folder.path() / "host";
   ASSERT_EQ(golden::LoadFixedTables(host), 0);
   ASSERT_EQ(halftone_set_threads(GetParam()), GetParam());
   constexpr std::size_t kW = 301, kH = 8;
@@ -96,8 +98,6 @@ TEST_P(NoAllocationPerBand, AfterTheFirstBand) {
   }
   halftone_set_threads(1);
   halftone_set_host_folder(nullptr);
-  std::error_code ec;
-  std::filesystem::remove_all(host, ec);
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, NoAllocationPerBand, testing::Values(1, 2));
