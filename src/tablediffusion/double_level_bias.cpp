@@ -117,6 +117,7 @@ struct LevelBiasFast : double_fast::PlainFast {
 };
 
 struct QuarterColumnFast : LevelBiasFast<QuarterColumnTraits> {
+  static constexpr unsigned kLockstep = 2;  // four lanes ran slower (suiruiskao5/4planes)
   static Real Bias(int v) { return Real::Load(&kQuarterColumnBias[v]); }
   static Real Scale(Real e, int v, std::size_t x, std::uint32_t) {
     return e * Real::Load(&kQuarterColumnWeights[x & 1][v]);

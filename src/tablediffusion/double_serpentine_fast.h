@@ -227,34 +227,54 @@ void RunLockstep(const Fast& fast, const Band& band, const Lane* lanes, unsigned
 // Planes in a lockstep group at most.
 inline constexpr unsigned kMaxLockstep = random_split::kMaxLockstep;
 
-// Every plane of a band: draws the band's words ahead where the member draws (plane p's slice
-// at p * h * (w - 1), the order the sequential scan draws them), gives each plane its own
-// working rows (the last plane the shared ones) and runs the planes in lockstep groups, the
-// groups on the engine's threads.
+// Widest group a member runs well in: a member may ask for narrower groups with `kLockstep`
+// (measured with halftone_bench, not derived).
 template <class Fast>
-void AheadDownBand(const Fast& fast, Engine& engine, const Band& band) {
+constexpr unsigned LockstepWidth() {
+  if constexpr (requires { Fast::kLockstep; })
+    return Fast::kLockstep;
+  else
+    return kMaxLockstep;
+}
+
+// Splits a band's planes into lockstep groups of at most `widest`, each plane on its own working
+// rows (the last plane on the shared ones, so they end the band as the sequential scan leaves
+// them) with its slice of `words` (per_plane words each), and runs `group(lanes, n)` for every
+// group on the engine's threads.
+template <class Group>
+void ForEachLockstepGroup(Engine& engine, const Band& band, const std::uint32_t* words, std::size_t per_plane,
+                          unsigned widest, Group&& group) {
   const unsigned planes = band.planes;
   DoubleJobBuffers& rows = engine.double_rows;
-  const std::size_t per_plane = Fast::kDrawsPerPixel ? band.h * (band.w - 1) : 0;
-  std::uint32_t* words = nullptr;
-  if (per_plane != 0) {
-    words = engine.draws.Reserve(per_plane * planes);
-    engine.random.DrawWords(words, per_plane * planes);
-  }
-  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count(), kMaxLockstep);
-  const unsigned groups = (planes + group - 1) / group;
+  const unsigned size = random_split::LockstepGroupSize(planes, engine.threads.count(), widest);
+  const unsigned groups = (planes + size - 1) / size;
   engine.threads.ForEachPlane(groups, [&](unsigned g) {
     Lane lanes[kMaxLockstep];
-    const unsigned first = g * group;
-    const unsigned n = planes - first < group ? planes - first : group;
+    const unsigned first = g * size;
+    const unsigned n = planes - first < size ? planes - first : size;
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
       const bool last = p + 1 == planes;
       lanes[l] = {last ? rows.a() : rows.lane_a(p), last ? rows.b() : rows.lane_b(p), rows.carry(p, band.w),
-                  words + per_plane * p, p};
+                  words == nullptr ? nullptr : words + per_plane * p, p};
     }
-    RunLockstep(fast, band, lanes, n);
+    group(lanes, n);
   });
+}
+
+// Every plane of a band: draws the band's words ahead where the member draws (plane p's slice
+// at p * h * (w - 1), the order the sequential scan draws them) and runs the planes in lockstep
+// groups.
+template <class Fast>
+void AheadDownBand(const Fast& fast, Engine& engine, const Band& band) {
+  const std::size_t per_plane = Fast::kDrawsPerPixel ? band.h * (band.w - 1) : 0;
+  std::uint32_t* words = nullptr;
+  if (per_plane != 0) {
+    words = engine.draws.Reserve(per_plane * band.planes);
+    engine.random.DrawWords(words, per_plane * band.planes);
+  }
+  ForEachLockstepGroup(engine, band, words, per_plane, LockstepWidth<Fast>(),
+                       [&](const Lane* lanes, unsigned n) { RunLockstep(fast, band, lanes, n); });
 }
 
 }  // namespace halftone::double_fast
