@@ -119,20 +119,20 @@ struct LevelBiasFast : double_fast::PlainFast {
 struct QuarterColumnFast : LevelBiasFast<QuarterColumnTraits> {
   static constexpr unsigned kLockstep = 2;  // four lanes ran slower (suiruiskao5/4planes)
   static Real Bias(int v) { return Real::Load(&kQuarterColumnBias[v]); }
-  static Real Scale(Real e, int v, std::size_t x, std::uint32_t) {
-    return e * Real::Load(&kQuarterColumnWeights[x & 1][v]);
+  static Real Scale(Real e, const double_fast::Px& px) {
+    return e * Real::Load(&kQuarterColumnWeights[px.x & 1][px.v]);
   }
 };
 
 struct HalfColumnFast : LevelBiasFast<HalfColumnTraits> {
   static Real Bias(int v) { return Real::Load(&kHalfColumnBias[v]); }
-  static Real Scale(Real e, int v, std::size_t, std::uint32_t) { return e * Real::Load(&kHalfColumnWeights[v]); }
+  static Real Scale(Real e, const double_fast::Px& px) { return e * Real::Load(&kHalfColumnWeights[px.v]); }
 };
 
 // (e + e) / 3.0: the sum before the selection, the division after it.
 struct EveryColumnFast : LevelBiasFast<EveryColumnTraits> {
   static Real Bias(int v) { return Real::Load(&kEveryColumnBias[v]); }
-  static Real Scale(Real e, int, std::size_t, std::uint32_t) { return e + e; }
+  static Real Scale(Real e, const double_fast::Px&) { return e + e; }
   static Real Finish(Real n) { return n / Real::Of(EveryColumnTraits::kThirds); }
 };
 
@@ -146,7 +146,7 @@ struct ModulatedFast : LevelBiasFast<ModulatedTraits> {
   // rounded double for every e, and the multiply is several times quicker than the divide.
   static constexpr double kTimesHalf = 0.5;
   static_assert(ModulatedTraits::kHalf * kTimesHalf == 1.0);
-  static Real Scale(Real e, int, std::size_t, std::uint32_t) { return e * Real::Of(kTimesHalf); }
+  static Real Scale(Real e, const double_fast::Px&) { return e * Real::Of(kTimesHalf); }
 };
 
 template <class Traits, class Fast>

@@ -72,8 +72,8 @@ struct RandomSplitFast : double_fast::PlainFast {
   static constexpr double kMultiplier[2] = {1.0, kTwo};
   static bool BiasAt(std::size_t, bool) { return false; }
   static double_fast::Real Bias(int) { return double_fast::Real::Of(0.0); }
-  static double_fast::Real Scale(double_fast::Real e, int, std::size_t, std::uint32_t word) {
-    return e * double_fast::Real::Load(&kMultiplier[(word >> 1) & 1u]);
+  static double_fast::Real Scale(double_fast::Real e, const double_fast::Px& px) {
+    return e * double_fast::Real::Load(&kMultiplier[(px.word >> 1) & 1u]);
   }
   static double_fast::Real Finish(double_fast::Real n) { return n / double_fast::Real::Of(kThirds); }
 };

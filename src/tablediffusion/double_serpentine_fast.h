@@ -80,6 +80,15 @@ struct PlainFast {
   static Real Finish(Real n) { return n; }
 };
 
+// What a share may depend on besides the error: the pixel, its row and its drawn word.
+struct Px {
+  int v;
+  std::size_t x;
+  std::uint32_t word;
+  const std::uint8_t* in;  // the pixel's row
+  std::size_t w;
+};
+
 // One plane of a lockstep group.
 struct Lane {
   double* a;                   // working row A (errors arriving at left-to-right rows)
@@ -95,7 +104,7 @@ struct Lane {
 //   Real Sum(v, c, y, x)             the value to threshold, as the reference's Sum
 //   bool BiasAt(x, forward)          as the reference
 //   Real Bias(v)                     as the reference
-//   Real Scale(e, v, x, word)        the reference's ahead share up to its last operation,
+//   Real Scale(e, px)                the reference's ahead share up to its last operation,
 //   Real Finish(n)                   and that operation (a division, or nothing): the scan
 //                                    selects between the dark and the paper outcome before it,
 //                                    so a division is done once
@@ -172,10 +181,9 @@ class AheadDownLockstep {
           e_dark = e_dark + bias;
           e_paper = e_paper + bias;
         }
-        const std::uint32_t word = Fast::kDrawsPerPixel ? words[l][i] : 0u;
+        const Px px{v, x, Fast::kDrawsPerPixel ? words[l][i] : 0u, in[l], w};
         const Real e = Select(dark, e_dark, e_paper);
-        const Real ahead =
-            fast_.Finish(Select(dark, fast_.Scale(e_dark, v, x, word), fast_.Scale(e_paper, v, x, word)));
+        const Real ahead = fast_.Finish(Select(dark, fast_.Scale(e_dark, px), fast_.Scale(e_paper, px)));
         (e - ahead).Store(down[l] + x);
         c[l] = Real::Load(cur[l] + next) + ahead;
       });
@@ -203,7 +211,7 @@ class AheadDownLockstep {
       if constexpr (Fast::kQuarterAtRowEnd) {
         (e - e * row_end_ahead).Store(down[l] + x);
       } else {
-        (e - fast_.Finish(fast_.Scale(e, v, x, 0u))).Store(down[l] + x);
+        (e - fast_.Finish(fast_.Scale(e, Px{v, x, 0u, in[l], w}))).Store(down[l] + x);
       }
       out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
     }
