@@ -2,8 +2,12 @@
 // fixed column phases, and pass a level-keyed share along the row; and the sibling that adds a
 // per-level modulation tile to the sum instead. The bias keeps the midtones from settling into
 // regular dot rows; it is zero at pure black and pure white, so solid areas stay solid.
+#include <array>
+
+#include "frame/dispatch.h"
 #include "tablediffusion/double_diffusion.h"
 #include "tablediffusion/double_serpentine.h"
+#include "tablediffusion/double_serpentine_fast.h"
 #include "tablediffusion/double_tables.h"
 
 namespace halftone {
@@ -22,17 +26,13 @@ struct QuarterColumnTraits : PlainRowTraits {
 
   bool BiasAt(std::size_t x, bool forward) const { return x % kPeriod == (forward ? kForwardPhase : kBackwardPhase); }
   double Bias(int v) const { return kQuarterColumnBias[v]; }
-  double Ahead(double e, int v, std::size_t x, bool) const {
+  static constexpr double Weight(int v, std::size_t x) {
     const bool odd = (x & 1) != 0;
-    double w;
-    if (v > kShadowTop && v < kHighlightFrom)
-      w = odd ? kLightOdd : kEven;
-    else if (v <= kShadowTop && !odd)
-      w = kEven;
-    else
-      w = kOdd;
-    return e * w;
+    if (v > kShadowTop && v < kHighlightFrom) return odd ? kLightOdd : kEven;
+    if (v <= kShadowTop && !odd) return kEven;
+    return kOdd;
   }
+  double Ahead(double e, int v, std::size_t x, bool) const { return e * Weight(v, x); }
 };
 
 // Every second column (even x left to right, odd x right to left); the share by level only.
@@ -46,18 +46,13 @@ struct HalfColumnTraits : PlainRowTraits {
 
   bool BiasAt(std::size_t x, bool forward) const { return ((x & 1) == 0) == forward; }
   double Bias(int v) const { return kHalfColumnBias[v]; }
-  double Ahead(double e, int v, std::size_t, bool) const {
-    double w;
-    if (v >= kLightFrom) {
-      w = kLight;
-    } else if (v < kDarkBelow) {
-      // required: a branch for light levels inside the dark case; it can never be taken.
-      w = v >= kDeadBranchFrom ? kDeadBranch : kDark;
-    } else {
-      w = kMid;
-    }
-    return e * w;
+  static constexpr double Weight(int v) {
+    if (v >= kLightFrom) return kLight;
+    // required: a branch for light levels inside the dark case; it can never be taken.
+    if (v < kDarkBelow) return v >= kDeadBranchFrom ? kDeadBranch : kDark;
+    return kMid;
   }
+  double Ahead(double e, int v, std::size_t, bool) const { return e * Weight(v); }
 };
 
 // Bias at every pixel; two thirds ahead. No white guard: white input takes dots when enough
@@ -91,28 +86,97 @@ struct ModulatedTraits {
   double Ahead(double e, int, std::size_t, bool) const { return e / kHalf; }
 };
 
+// Fast forms of the members (double_serpentine_fast.h): the same steps, the level-keyed row
+// shares read from tables built from the reference's own choice.
+using WeightsByLevel = std::array<double, kLevels>;
+
+constexpr std::array<WeightsByLevel, 2> QuarterColumnWeights() {
+  std::array<WeightsByLevel, 2> t{};
+  for (std::size_t parity = 0; parity < 2; ++parity)
+    for (int v = 0; v < kLevels; ++v) t[parity][v] = QuarterColumnTraits::Weight(v, parity);
+  return t;
+}
+constexpr WeightsByLevel HalfColumnWeights() {
+  WeightsByLevel t{};
+  for (int v = 0; v < kLevels; ++v) t[v] = HalfColumnTraits::Weight(v);
+  return t;
+}
+constexpr std::array<WeightsByLevel, 2> kQuarterColumnWeights = QuarterColumnWeights();
+constexpr WeightsByLevel kHalfColumnWeights = HalfColumnWeights();
+
+using double_fast::Real;
+
 template <class Traits>
-int RunAheadDown(Engine& engine, const Band& band, Reseed reseed, Traits traits) {
-  return RunJobBand(engine, engine.double_rows, band, DoubleJobSpec(reseed),
-                    [&](unsigned p) { DiffuseAheadDownPlane(traits, engine.double_rows, band, p); });
+struct LevelBiasFast : double_fast::PlainFast {
+  static constexpr bool kWhiteGuard = Traits::kWhiteGuard;
+  static constexpr bool kReversedEndTest = Traits::kReversedEndTest;
+  static constexpr bool kQuarterAtRowEnd = Traits::kQuarterAtRowEnd;
+  static constexpr bool kDrawsPerPixel = false;
+  Traits traits;
+  bool BiasAt(std::size_t x, bool forward) const { return traits.BiasAt(x, forward); }
+};
+
+struct QuarterColumnFast : LevelBiasFast<QuarterColumnTraits> {
+  static constexpr unsigned kLockstep = 2;  // four lanes ran slower (suiruiskao5/4planes)
+  static Real Bias(int v) { return Real::Load(&kQuarterColumnBias[v]); }
+  static Real Scale(Real e, const double_fast::Px& px) {
+    return e * Real::Load(&kQuarterColumnWeights[px.x & 1][px.v]);
+  }
+};
+
+struct HalfColumnFast : LevelBiasFast<HalfColumnTraits> {
+  static Real Bias(int v) { return Real::Load(&kHalfColumnBias[v]); }
+  static Real Scale(Real e, const double_fast::Px& px) { return e * Real::Load(&kHalfColumnWeights[px.v]); }
+};
+
+// (e + e) / 3.0: the sum before the selection, the division after it.
+struct EveryColumnFast : LevelBiasFast<EveryColumnTraits> {
+  static Real Bias(int v) { return Real::Load(&kEveryColumnBias[v]); }
+  static Real Scale(Real e, const double_fast::Px&) { return e + e; }
+  static Real Finish(Real n) { return n / Real::Of(EveryColumnTraits::kThirds); }
+};
+
+struct ModulatedFast : LevelBiasFast<ModulatedTraits> {
+  const decltype(ScreeningTables::layers_double)& tiles;
+  Real Sum(int v, Real c, std::size_t y, std::size_t x) const {
+    return Real::Level(v) + c + Real::Load(&tiles[v][y % kLayerTile][x % kLayerTile]);
+  }
+  static Real Bias(int) { return Real::Of(0.0); }
+  // Halving by multiplication: e / 2.0 and e * 0.5 are the same real number, so the same
+  // rounded double for every e, and the multiply is several times quicker than the divide.
+  static constexpr double kTimesHalf = 0.5;
+  static_assert(ModulatedTraits::kHalf * kTimesHalf == 1.0);
+  static Real Scale(Real e, const double_fast::Px&) { return e * Real::Of(kTimesHalf); }
+};
+
+template <class Traits, class Fast>
+int RunAheadDown(Engine& engine, const Band& band, Reseed reseed, Traits traits, Fast fast) {
+  return RunJobBandPlanes(engine, engine.double_rows, band, DoubleJobSpec(reseed), [&] {
+    if (ForceScalar()) {
+      for (unsigned p = 0; p < band.planes; ++p) DiffuseAheadDownPlane(traits, engine.double_rows, band, p);
+    } else {
+      double_fast::AheadDownBand(fast, engine, band);
+    }
+  });
 }
 
 }  // namespace
 
 int QuarterColumnBias(Engine& engine, const Band& band) {
-  return RunAheadDown(engine, band, Reseed::kEveryCall, QuarterColumnTraits{});
+  return RunAheadDown(engine, band, Reseed::kEveryCall, QuarterColumnTraits{}, QuarterColumnFast{});
 }
 
 int HalfColumnBias(Engine& engine, const Band& band) {
-  return RunAheadDown(engine, band, Reseed::kEveryCall, HalfColumnTraits{});
+  return RunAheadDown(engine, band, Reseed::kEveryCall, HalfColumnTraits{}, HalfColumnFast{});
 }
 
 int EveryColumnBias(Engine& engine, const Band& band) {
-  return RunAheadDown(engine, band, Reseed::kStartOfJob, EveryColumnTraits{});
+  return RunAheadDown(engine, band, Reseed::kStartOfJob, EveryColumnTraits{}, EveryColumnFast{});
 }
 
 int Modulated(Engine& engine, const Band& band) {
-  return RunAheadDown(engine, band, Reseed::kStartOfJob, ModulatedTraits{engine.tables.layers_double});
+  const auto& tiles = engine.tables.layers_double;
+  return RunAheadDown(engine, band, Reseed::kStartOfJob, ModulatedTraits{tiles}, ModulatedFast{{{}, ModulatedTraits{tiles}}, tiles});
 }
 
 }  // namespace halftone

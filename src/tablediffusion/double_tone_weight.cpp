@@ -6,8 +6,10 @@
 // averaging over three pixels lets the weights change smoothly across a tone edge.
 #include <vector>
 
+#include "frame/dispatch.h"
 #include "tablediffusion/double_diffusion.h"
 #include "tablediffusion/double_serpentine.h"
+#include "tablediffusion/double_serpentine_fast.h"
 
 namespace halftone {
 namespace {
@@ -25,24 +27,56 @@ struct ToneWeightTraits : PlainRowTraits {
   static constexpr bool kQuarterAtRowEnd = true;
   double* weights;
 
+  // The weight of pixel x of a row of w input levels.
+  static double WeightAt(const std::uint8_t* in, std::size_t w, std::size_t x) {
+    const int left = in[x > 0 ? x - 1 : x];
+    const int right = in[x + 1 < w ? x + 1 : x];
+    const int mean = (left + in[x] + right) / kToneSpan;
+    const bool odd = (x & 1) != 0;
+    if (mean <= kShadowTop) return odd ? kShadowWeight : kMidWeight;
+    if (mean < kHighlightFrom) return odd ? kMidWeight : kShadowWeight;
+    return odd ? kHighlightWeight : kShadowWeight;
+  }
   // The per-row routine: weights for every pixel of the row, from its input alone.
   void StartRow(const DoubleRow& r) {
-    for (std::size_t x = 0; x < r.w; ++x) {
-      const int left = r.in[x > 0 ? x - 1 : x];
-      const int right = r.in[x + 1 < r.w ? x + 1 : x];
-      const int mean = (left + r.in[x] + right) / kToneSpan;
-      const bool odd = (x & 1) != 0;
-      if (mean <= kShadowTop)
-        weights[x] = odd ? kShadowWeight : kMidWeight;
-      else if (mean < kHighlightFrom)
-        weights[x] = odd ? kMidWeight : kShadowWeight;
-      else
-        weights[x] = odd ? kHighlightWeight : kShadowWeight;
-    }
+    for (std::size_t x = 0; x < r.w; ++x) weights[x] = WeightAt(r.in, r.w, x);
   }
   bool BiasAt(std::size_t, bool) const { return false; }
   double Bias(int) const { return 0.0; }
   double Ahead(double e, int, std::size_t x, bool) const { return e * weights[x]; }
+};
+
+// The fast form (double_serpentine_fast.h): each plane's weights formed pixel by pixel from the
+// same three levels, by table instead of comparisons, rather than in the one shared fourth row.
+constexpr int kMeans = 256;
+struct ToneWeights {
+  double w[2][kMeans];  // [column parity][mean level]
+};
+constexpr ToneWeights MakeToneWeights() {
+  ToneWeights t{};
+  for (int mean = 0; mean < kMeans; ++mean) {
+    t.w[0][mean] = mean <= kShadowTop ? kMidWeight : kShadowWeight;
+    t.w[1][mean] = mean <= kShadowTop ? kShadowWeight : (mean < kHighlightFrom ? kMidWeight : kHighlightWeight);
+  }
+  return t;
+}
+constexpr ToneWeights kToneWeights = MakeToneWeights();
+
+struct ToneWeightFast : double_fast::PlainFast {
+  static constexpr bool kWhiteGuard = ToneWeightTraits::kWhiteGuard;
+  static constexpr bool kReversedEndTest = ToneWeightTraits::kReversedEndTest;
+  static constexpr bool kQuarterAtRowEnd = ToneWeightTraits::kQuarterAtRowEnd;
+  static constexpr bool kDrawsPerPixel = false;
+  static constexpr unsigned kLockstep = 2;  // four lanes ran slower (suiruiskao6/4planes)
+  static bool BiasAt(std::size_t, bool) { return false; }
+  static double_fast::Real Bias(int) { return double_fast::Real::Of(0.0); }
+  static double_fast::Real Scale(double_fast::Real e, const double_fast::Px& px) {
+    const std::size_t x = px.x;
+    const int left = px.in[x > 0 ? x - 1 : x];
+    const int right = px.in[x + 1 < px.w ? x + 1 : x];
+    const int mean = (left + px.v + right) / kToneSpan;
+    return e * double_fast::Real::Load(&kToneWeights.w[x & 1][mean]);
+  }
 };
 
 }  // namespace
@@ -53,8 +87,17 @@ int ToneWeightRow(Engine& engine, const Band& band) {
   // A job begun by another member of the family has no fourth row yet.
   if (band.starts_job() || fourth.size() < band.w) fourth.assign(band.w, 0.0);
   ToneWeightTraits traits{{}, fourth.data()};
-  const int rc = RunJobBand(engine, engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall),
-                            [&](unsigned p) { DiffuseAheadDownPlane(traits, engine.double_rows, band, p); });
+  const int rc = RunJobBandPlanes(engine, engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall), [&] {
+    if (ForceScalar()) {
+      for (unsigned p = 0; p < band.planes; ++p) DiffuseAheadDownPlane(traits, engine.double_rows, band, p);
+    } else {
+      double_fast::AheadDownBand(ToneWeightFast{}, engine, band);
+      // The fourth row as the sequential scan leaves it: the last plane's last row.
+      const std::size_t y = band.h - 1;
+      if (band.planes > 0)
+        traits.StartRow(DoubleRow{band.In(y, band.planes - 1), nullptr, nullptr, nullptr, band.w, y, true, true});
+    }
+  });
   if (band.ends_job()) std::vector<double>().swap(fourth);
   return rc;
 }
