@@ -227,7 +227,8 @@ inline void ForEachLane(Fn&& fn) {
 // One plane of a lockstep group.
 struct FastLane {
   PlaneRows rows;
-  const std::uint32_t* words;  // the plane's slice of the band's drawn words
+  RandomBitSource random;  // positioned at the start of the plane's slice of the band's stream
+  std::uint32_t* words;    // room for one row's draws (w + 1 words)
   unsigned p;
 };
 
@@ -238,10 +239,14 @@ class LockstepScan {
       : decide_(decide), band_(band), curve_a_(curves.a().data()), curve_b_(curves.b().data()) {
     for (unsigned l = 0; l < kLanes; ++l) {
       rows_[l] = lanes[l].rows;
+      random_[l] = lanes[l].random;
       words_[l] = lanes[l].words;
       p_[l] = lanes[l].p;
     }
   }
+
+  // The generator of lane l, after the draws of the rows scanned so far.
+  const RandomBitSource& random(unsigned l) const { return random_[l]; }
 
   void Run() {
     const std::size_t w = band_.w, h = band_.h;
@@ -307,7 +312,10 @@ class LockstepScan {
     int v[kLanes];
     unsigned acc[kLanes];
     const std::size_t x0 = kLtr ? 0 : w - 1;
+    // The row's draws: one a pixel but the last, one more at an inner row's end where it draws.
+    constexpr std::size_t kRowEndDraws = (kLast || kScan.inner_row_end.draw == EndDraw::kNone) ? 0 : 1;
     for (unsigned l = 0; l < kLanes; ++l) {
+      random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
       cur[l] = kLtr ? rows_[l].a : rows_[l].b;
       next[l] = kLtr ? rows_[l].b : rows_[l].a;
       carry[l] = rows_[l].carry;
@@ -356,20 +364,13 @@ class LockstepScan {
         // The pixel ending the band: its dot only.
         const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : v[l];
         acc[l] |= decide_.Decide(vd, s).code << shift;
-        words_[l] = words[l] + (w - 1);
       } else {
         const Outcome o = decide_.Decide(v[l], s);
         acc[l] |= o.code << shift;
         const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
-        const std::uint32_t* wd = words[l] + (w - 1);
-        unsigned bit = 0;
-        if constexpr (kScan.inner_row_end.draw == EndDraw::kIgnored) {
-          ++wd;
-        } else if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) {
-          bit = (*wd++ >> 1) & 1u;
-        }
+        unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
+        if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words[l][w - 1] >> 1) & 1u;
         next[l][x] = Store16(in_below[l][x] + ShareOf(kScan.inner_row_end.below[bit], e));
-        words_[l] = wd;
       }
       out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
     }
@@ -380,19 +381,43 @@ class LockstepScan {
   const std::uint8_t* curve_a_;
   const std::uint8_t* curve_b_;
   PlaneRows rows_[kLanes];
-  const std::uint32_t* words_[kLanes];
+  RandomBitSource random_[kLanes];
+  std::uint32_t* words_[kLanes];
   unsigned p_[kLanes];
 };
 
+// Runs a group of n lanes; each lane's generator is left after its plane's draws.
+template <class Pass, class Decider, unsigned kLanes>
+void RunLockstepOf(const Decider& decide, const Band& band, FastLane* lanes, const ToneCurveSet& curves) {
+  LockstepScan<Pass, Decider, kLanes> scan(decide, band, lanes, curves);
+  scan.Run();
+  for (unsigned l = 0; l < kLanes; ++l) lanes[l].random = scan.random(l);
+}
 template <class Pass, class Decider>
-void RunLockstep(const Decider& decide, const Band& band, const FastLane* lanes, unsigned n,
-                 const ToneCurveSet& curves) {
+void RunLockstep(const Decider& decide, const Band& band, FastLane* lanes, unsigned n, const ToneCurveSet& curves) {
   switch (n) {
-    case 1: LockstepScan<Pass, Decider, 1>(decide, band, lanes, curves).Run(); break;
-    case 2: LockstepScan<Pass, Decider, 2>(decide, band, lanes, curves).Run(); break;
-    case 3: LockstepScan<Pass, Decider, 3>(decide, band, lanes, curves).Run(); break;
-    default: LockstepScan<Pass, Decider, 4>(decide, band, lanes, curves).Run(); break;
+    case 1: RunLockstepOf<Pass, Decider, 1>(decide, band, lanes, curves); break;
+    case 2: RunLockstepOf<Pass, Decider, 2>(decide, band, lanes, curves); break;
+    case 3: RunLockstepOf<Pass, Decider, 3>(decide, band, lanes, curves); break;
+    default: RunLockstepOf<Pass, Decider, 4>(decide, band, lanes, curves); break;
   }
+}
+
+// Where each plane's slice of a band's random stream starts: plane p's generator is the
+// engine's jumped p slices on. The engine's generator is left after all planes' slices, as the
+// sequential scan leaves it. Returns the planes' starting generators.
+inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::size_t per_plane) {
+  RandomBitSource* starts = engine.draws.Starts(planes);
+  starts[0] = engine.random;
+  if (planes == 1) return starts;  // the single lane hands its generator back itself
+  const RandomJump slice(per_plane);
+  for (unsigned p = 1; p < planes; ++p) {
+    starts[p] = starts[p - 1];
+    starts[p].Skip(slice);
+  }
+  engine.random = starts[planes - 1];
+  engine.random.Skip(slice);
+  return starts;
 }
 
 // Planes run in lockstep groups of at most this many.
@@ -419,8 +444,9 @@ constexpr unsigned LockstepWidth() {
 }
 
 // Every plane of a band of a job. The reference runs the planes one after the other on the
-// generator itself. The fast path draws the band's random stream ahead, gives each plane its
-// slice and its own working rows (the last plane the shared ones, so they end the band as the
+// generator itself. The fast path starts a copy of the generator where each plane's slice of
+// the band's stream begins (drawing a row at a time, so the stream never leaves the cache),
+// gives each plane its own working rows (the last plane the shared ones, so they end the band as the
 // sequential scan leaves them) and runs the planes in lockstep groups, the groups on the
 // engine's threads. A one-row band whose pass reads row B's stale content stays sequential:
 // that content is whatever the plane before left.
@@ -434,8 +460,9 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
     return;
   }
   const std::size_t per_plane = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
-  std::uint32_t* words = engine.draws.Reserve(per_plane * planes);
-  engine.random.DrawWords(words, per_plane * planes);
+  const std::size_t row_room = band.w + 1;
+  std::uint32_t* words = engine.draws.Reserve(row_room * planes);
+  const RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
   const auto decide = FastDecider(pass);
   const unsigned group = LockstepGroupSize(planes, engine.threads.count(), LockstepWidth<Pass>());
   const unsigned groups = (planes + group - 1) / group;
@@ -448,9 +475,10 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
       const bool last = p + 1 == planes;
       lanes[l] = {{last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
                    engine.rows.carry(p, band.w)},
-                  words + per_plane * p, p};
+                  starts[p], words + row_room * p, p};
     }
     RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
+    if (planes == 1) engine.random = lanes[0].random;
   });
 }
 
@@ -462,12 +490,11 @@ void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRo
     ScanPlane(pass, band, 0, rows, engine.random, engine.curves);
     return;
   }
-  const std::size_t n = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
-  std::uint32_t* words = engine.draws.Reserve(n);
-  engine.random.DrawWords(words, n);
+  std::uint32_t* words = engine.draws.Reserve(band.w + 1);
   const auto decide = FastDecider(pass);
-  const FastLane lane{rows, words, 0};
+  FastLane lane{rows, engine.random, words, 0};
   RunLockstep<Pass>(decide, band, &lane, 1, engine.curves);
+  engine.random = lane.random;
 }
 
 }  // namespace halftone::random_split

@@ -91,8 +91,9 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
 }
 
 // ---- Fast path -------------------------------------------------------------------------------
-// The same scan with the band's split bits drawn ahead (plane p reads words p*w*h onwards, in the
-// order DiffusePlane draws them), each plane on its own working rows (the last plane on the
+// The same scan with each plane drawing its split bits a row at a time from its own copy of the
+// generator, started where the plane's words begin in the band's stream (plane p reads words
+// p*w*h onwards, in the order DiffusePlane draws them), each plane on its own working rows (the last plane on the
 // shared ones, which it leaves as DiffusePlane would), the planes of a group in lockstep, the
 // value carried along the row in a register, and the decision and split without branches.
 // Mirror any change to DiffusePlane here.
@@ -104,7 +105,8 @@ struct SpineLane {
   std::int16_t* a;
   std::int16_t* b;
   std::int16_t* carry;
-  const std::uint32_t* words;
+  RandomBitSource random;  // positioned at the start of the plane's words
+  std::uint32_t* words;    // room for one row's split bits (w words)
   unsigned p;
 };
 
@@ -117,7 +119,14 @@ class SpineLockstep {
     for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
   }
 
-  void Run() {
+  // Scans the group's planes; each lane's generator is handed back after its plane's draws.
+  void Run(SpineLane* lanes) {
+    RunRows();
+    for (unsigned l = 0; l < kLanes; ++l) lanes[l].random = lanes_[l].random;
+  }
+
+ private:
+  void RunRows() {
     const std::size_t w = band_.w, h = band_.h;
     for (unsigned l = 0; l < kLanes; ++l) LoadFirstRow(lanes_[l].a, lanes_[l].carry, band_.In(0, lanes_[l].p), w);
     for (std::size_t y = 0; y < h; ++y) {
@@ -136,7 +145,6 @@ class SpineLockstep {
     }
   }
 
- private:
   template <bool kLtr, bool kLast>
   void Row(std::size_t y) {
     const std::size_t w = band_.w;
@@ -156,7 +164,8 @@ class SpineLockstep {
       in[l] = band_.In(y, lanes_[l].p);
       below[l] = kLast ? nullptr : band_.In(y + 1, lanes_[l].p);
       out[l] = band_.Out(y, lanes_[l].p);
-      words[l] = lanes_[l].words + y * w;
+      lanes_[l].random.DrawWords(lanes_[l].words, w);
+      words[l] = lanes_[l].words;
       v[l] = cur[l][kLtr ? 0 : w - 1];
       acc[l] = 0;
     }
@@ -209,8 +218,8 @@ class SpineLockstep {
 void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
-  std::uint32_t* words = engine.draws.Reserve(per_plane * planes);
-  engine.random.DrawWords(words, per_plane * planes);
+  std::uint32_t* words = engine.draws.Reserve(band.w * planes);
+  const RandomBitSource* starts = random_split::PlaneStreamStarts(engine, planes, per_plane);
   random_split::ClampedDecisionTable decide;
   // The raw sample counts only through its sides of L1 and L2.
   decide.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
@@ -229,14 +238,15 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
       const unsigned p = first + l;
       const bool last = p + 1 == planes;
       lanes[l] = {last ? rows.a() : rows.lane_a(p), last ? rows.b() : rows.lane_b(p), rows.carry(p, band.w),
-                  words + per_plane * p, p};
+                  starts[p], words + band.w * p, p};
     }
     switch (n) {
-      case 1: SpineLockstep<1>(decide, band, lanes, engine.curves).Run(); break;
-      case 2: SpineLockstep<2>(decide, band, lanes, engine.curves).Run(); break;
-      case 3: SpineLockstep<3>(decide, band, lanes, engine.curves).Run(); break;
-      default: SpineLockstep<4>(decide, band, lanes, engine.curves).Run(); break;
+      case 1: SpineLockstep<1>(decide, band, lanes, engine.curves).Run(lanes); break;
+      case 2: SpineLockstep<2>(decide, band, lanes, engine.curves).Run(lanes); break;
+      case 3: SpineLockstep<3>(decide, band, lanes, engine.curves).Run(lanes); break;
+      default: SpineLockstep<4>(decide, band, lanes, engine.curves).Run(lanes); break;
     }
+    if (planes == 1) engine.random = lanes[0].random;  // a lone plane's generator ends the band's stream
   });
 }
 

@@ -5,10 +5,13 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <thread>
 #include <vector>
+
+#include "frame/random_bits.h"
 
 namespace halftone {
 
@@ -56,8 +59,9 @@ class PlaneThreads {
   std::atomic<unsigned> next_{0};
 };
 
-// The random stream of a band drawn ahead: every plane reads its own slice, in the order the
-// sequential scan would have drawn it.
+// Room for the random draws of planes scanned side by side: each plane draws from its own copy
+// of the generator, started where the plane's slice of the band's stream begins, a row at a
+// time into its own few words of this buffer.
 class DrawBuffer {
  public:
   // Room for n words; grows only, so bands of a job's usual size never allocate.
@@ -65,9 +69,15 @@ class DrawBuffer {
     if (words_.size() < n) words_.resize(n);
     return words_.data();
   }
+  // Room for the starting generators of n planes; grows only.
+  RandomBitSource* Starts(std::size_t n) {
+    if (starts_.size() < n) starts_.resize(n);
+    return starts_.data();
+  }
 
  private:
   std::vector<std::uint32_t> words_;
+  std::vector<RandomBitSource> starts_;
 };
 
 }  // namespace halftone

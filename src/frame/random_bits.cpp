@@ -23,6 +23,68 @@ void RandomBitSource::Seed(std::uint32_t seed) {
   for (int i = 0; i < kDiscardedDraws; ++i) NextStateWord();
 }
 
+namespace {
+
+constexpr std::size_t kJumpTerms = RandomJump::kTerms;
+constexpr std::size_t kJumpNear = RandomBitSource::kDegree - RandomBitSource::kSeparation;  // x^31 = x^28 + 1
+
+// p * q modulo x^31 - x^28 - 1, coefficients mod 2^32.
+RandomJump::Coefficients MulMod(const RandomJump::Coefficients& p, const RandomJump::Coefficients& q) {
+  std::uint32_t prod[2 * kJumpTerms - 1] = {};
+  for (std::size_t i = 0; i < kJumpTerms; ++i)
+    for (std::size_t j = 0; j < kJumpTerms; ++j) prod[i + j] += p[i] * q[j];
+  // From the top down: x^d = x^(d-3) + x^(d-31), and a term landing at 31 or above is folded
+  // again on a later step.
+  for (std::size_t d = 2 * kJumpTerms - 2; d >= kJumpTerms; --d) {
+    prod[d - (kJumpTerms - kJumpNear)] += prod[d];
+    prod[d - kJumpTerms] += prod[d];
+  }
+  RandomJump::Coefficients r;
+  for (std::size_t i = 0; i < kJumpTerms; ++i) r[i] = prod[i];
+  return r;
+}
+
+// p * x modulo x^31 - x^28 - 1.
+RandomJump::Coefficients MulX(const RandomJump::Coefficients& p) {
+  RandomJump::Coefficients r;
+  const std::uint32_t top = p[kJumpTerms - 1];
+  for (std::size_t i = kJumpTerms - 1; i > 0; --i) r[i] = p[i - 1];
+  r[0] = top;
+  r[kJumpNear] += top;
+  return r;
+}
+
+}  // namespace
+
+static_assert(RandomJump::kTerms == RandomBitSource::kDegree, "a jump combines the words of one register");
+
+RandomJump::RandomJump(std::uint64_t draws) : draws_(draws) {
+  c_[0] = 1;  // x^0
+  for (int bit = 63; bit >= 0; --bit) {
+    c_ = MulMod(c_, c_);
+    if ((draws >> bit) & 1u) c_ = MulX(c_);
+  }
+}
+
+void RandomBitSource::Skip(const RandomJump& jump) {
+  constexpr std::size_t kDeg = kDegree, kBack = kDegree - kSeparation;
+  // The register oldest word first, then the 30 words after it, so that word n + j is the
+  // same combination of words j .. j + 30 for every j.
+  std::uint32_t s[2 * kDeg - 1];
+  for (std::size_t k = 0; k < kDeg; ++k) s[k] = state_[(static_cast<std::size_t>(front_) + k) % kDeg];
+  for (std::size_t k = kDeg; k < 2 * kDeg - 1; ++k) s[k] = s[k - kDeg] + s[k - (kDeg - kBack)];
+  const RandomJump::Coefficients& c = jump.coefficients();
+  const std::size_t n = static_cast<std::size_t>(jump.draws() % kDeg);
+  const std::size_t front = (static_cast<std::size_t>(front_) + n) % kDeg;
+  for (std::size_t j = 0; j < kDeg; ++j) {
+    std::uint32_t word = 0;
+    for (std::size_t i = 0; i < kDeg; ++i) word += c[i] * s[i + j];
+    state_[(front + j) % kDeg] = word;
+  }
+  front_ = static_cast<int>(front);
+  rear_ = static_cast<int>((front + kBack) % kDeg);
+}
+
 void RandomBitSource::DrawWords(std::uint32_t* out, std::size_t n) {
   constexpr std::size_t kDeg = kDegree, kBack = kDegree - kSeparation;  // the newer term, 3 draws back
   // The register oldest word first: the word at the front pointer was written kDegree draws ago.

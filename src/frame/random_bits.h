@@ -7,6 +7,27 @@
 
 namespace halftone {
 
+// A jump of the generator by a fixed number of draws, as a linear map of the register. Each
+// word is the word 31 draws back plus the word 3 back, over Z/2^32, so the word n draws ahead
+// is a fixed combination of the 31 register words: the coefficients of x^n modulo
+// x^31 - x^28 - 1 (the recurrence's characteristic polynomial), found by square-and-multiply.
+// Lets planes scanned side by side each start their own copy of the generator where their
+// slice of the band's stream begins, without drawing the stream ahead.
+class RandomJump {
+ public:
+  static constexpr int kTerms = 31;  // RandomBitSource::kDegree
+  using Coefficients = std::array<std::uint32_t, kTerms>;
+
+  explicit RandomJump(std::uint64_t draws);
+  std::uint64_t draws() const { return draws_; }
+  // c with word n = sum c[i] * word i, words counted from the oldest in the register.
+  const Coefficients& coefficients() const { return c_; }
+
+ private:
+  std::uint64_t draws_;
+  Coefficients c_{};
+};
+
 // Additive lagged-Fibonacci generator of degree 31 and separation 3 (trinomial x^31 + x^3 + 1),
 // the layout and draw of the classic BSD random() of type 3. Seeding uses the multiplier
 // 1103515145, which fixes the sequence the dots depend on.
@@ -46,6 +67,9 @@ class RandomBitSource {
   // register ends as after n single draws. Word i is word i-31 plus word i-3, so a run of
   // draws is one flat loop without the register's wrap-around.
   void DrawWords(std::uint32_t* out, std::size_t n);
+
+  // Advances the register as jump.draws() single draws would, in 31 x 31 multiply-adds.
+  void Skip(const RandomJump& jump);
 
   // The 31-bit result of a draw.
   std::uint32_t Next() { return NextStateWord() >> 1; }
