@@ -407,6 +407,7 @@ void RunLockstep(const Decider& decide, const Band& band, FastLane* lanes, unsig
 // engine's jumped p slices on. The engine's generator is left after all planes' slices, as the
 // sequential scan leaves it. Returns the planes' starting generators.
 inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::size_t per_plane) {
+  if (planes == 0) return nullptr;  // no plane draws; the generator stays where it is
   RandomBitSource* starts = engine.draws.Starts(planes);
   starts[0] = engine.random;
   if (planes == 1) return starts;  // the single lane hands its generator back itself
