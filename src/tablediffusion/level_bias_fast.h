@@ -99,29 +99,36 @@ constexpr bool AllRulesHaveMulShift(const LevelBiasTraits& m) {
 // What a pixel needs from its input level, for one scan direction and column parity.
 struct LevelEntry {
   std::int16_t biased;  // the level plus the bias byte added at this column, if any
+  std::int16_t room;    // the first quantiser threshold less the level
   std::uint8_t draws;   // 1: the pixel draws one word
-  std::uint8_t rules;   // rule index for bit 0 in the low nibble, for bit 1 in the high one
+  std::uint8_t pair;    // the pair of split rules, for bit 0 and bit 1 of the word
+  std::uint16_t unused;
 };
-inline constexpr unsigned kRuleBits = 4;
-inline constexpr unsigned kRuleMask = (1u << kRuleBits) - 1;
 
 enum : unsigned { kForward = 0, kBackward = 1 };
+inline constexpr unsigned kMaxRulePairs = 16;
 
 struct FastTables {
   std::array<std::array<std::array<LevelEntry, 256>, 2>, 2> entry{};  // [direction][x & 1][level]
-  std::array<MulShift, kRuleMask + 1> rule{};
+  std::array<std::array<MulShift, 2>, kMaxRulePairs> pair{};          // [pair][bit]
 };
+
+constexpr bool SameRule(const ShareRule& a, const ShareRule& b) {
+  return a.num == b.num && a.den == b.den && a.rounding == b.rounding && a.to_ahead == b.to_ahead;
+}
 
 template <const LevelBiasTraits& M>
 FastTables BuildTables() {
+  constexpr int kFirstThreshold = M.bits == 1 ? kBilevelThreshold : kFourThreshold[0];
   FastTables t;
-  ShareRule seen[kRuleMask + 1];
+  ShareRule seen[kMaxRulePairs][2];
   unsigned count = 0;
-  auto index_of = [&](const ShareRule& r) {
+  auto pair_of = [&](const ShareRule& bit0, const ShareRule& bit1) {
     for (unsigned i = 0; i < count; ++i)
-      if (seen[i].num == r.num && seen[i].den == r.den && seen[i].rounding == r.rounding) return i;
-    seen[count] = r;
-    t.rule[count] = MulShiftOf(r);
+      if (SameRule(seen[i][0], bit0) && SameRule(seen[i][1], bit1)) return i;
+    seen[count][0] = bit0;
+    seen[count][1] = bit1;
+    t.pair[count] = {MulShiftOf(bit0), MulShiftOf(bit1)};
     return count++;
   };
   for (unsigned dir : {kForward, kBackward})
@@ -129,16 +136,15 @@ FastTables BuildTables() {
       for (int v = 0; v < 256; ++v) {
         const ShareChoice& choice = BandOf(M, v, dir == kForward).choice;
         const bool by_bit = choice.by == Selector::kOneBit;
-        const unsigned r0 = index_of(choice.rules[by_bit ? 0 : parity]);
-        const unsigned r1 = index_of(choice.rules[by_bit ? 1 : parity]);
+        const unsigned pair = pair_of(choice.rules[by_bit ? 0 : parity], choice.rules[by_bit ? 1 : parity]);
         int biased = v;
         if constexpr (M.bias != nullptr) {
           if (dir == kForward ? M.bias_ltr_even && parity == 0 : M.bias_rtl_odd && parity == 1)
             biased += (*M.bias)[static_cast<std::size_t>(v)];
         }
-        t.entry[dir][parity][static_cast<std::size_t>(v)] = {static_cast<std::int16_t>(biased),
-                                                             static_cast<std::uint8_t>(by_bit),
-                                                             static_cast<std::uint8_t>(r0 | r1 << kRuleBits)};
+        t.entry[dir][parity][static_cast<std::size_t>(v)] = {
+            static_cast<std::int16_t>(biased), static_cast<std::int16_t>(kFirstThreshold - v),
+            static_cast<std::uint8_t>(by_bit), static_cast<std::uint8_t>(pair), 0};
       }
   return t;
 }
@@ -170,112 +176,151 @@ inline std::size_t CountBelow(const std::uint8_t* row, std::size_t w, int limit)
   return n;
 }
 
-// The quantiser as compares: the dot code and the output level of a corrected value s.
+// The quantiser as sign masks. `over_first` is the first threshold less the corrected value,
+// shifted down to its sign: -1 when the value lies above that threshold. The masks of the other
+// thresholds follow from it by their distance, so every compare hangs off one subtraction.
 template <unsigned kBits>
 struct FastQuantiser {
   static_assert(kBits == 1 || kBits == 2);
-  // Four output levels evenly spaced, so the level is white less one step per code.
+  // Four output levels evenly spaced, as are the thresholds between them.
   static constexpr int kStep = kFourLevelValue[1] - kFourLevelValue[0];
+  static constexpr int kGap = kFourThreshold[1] - kFourThreshold[0];
   static_assert(kFourLevelValue[0] == 0 && kFourLevelValue[2] == 2 * kStep && kFourLevelValue[3] == 3 * kStep &&
-                kFourLevelValue[3] == kWhite);
+                kFourLevelValue[3] == kWhite && kFourThreshold[2] - kFourThreshold[1] == kGap);
+  static constexpr int kMaxCode = kBits == 1 ? 1 : 3;
 
-  static unsigned Code(int s) {
-    if constexpr (kBits == 1)
-      return static_cast<unsigned>(s <= kBilevelThreshold);
-    else
-      return static_cast<unsigned>(s <= kFourThreshold[0]) + static_cast<unsigned>(s <= kFourThreshold[1]) +
-             static_cast<unsigned>(s <= kFourThreshold[2]);
-  }
-  static int Level(unsigned code) {
-    if constexpr (kBits == 1)
-      return kWhite & (static_cast<int>(code) - 1);
-    else
-      return kWhite - kStep * static_cast<int>(code);
+  // The output level and the dot code of a value whose first-threshold room is `room`
+  // (threshold - value).
+  struct Result {
+    std::int64_t level;
+    std::int64_t code;
+  };
+  static Result Decide(std::int64_t room) {
+    constexpr int kSign = 63;
+    if constexpr (kBits == 1) {
+      const std::int64_t over = room >> kSign;
+      return {over & kWhite, kMaxCode + over};
+    } else {
+      const std::int64_t over0 = room >> kSign, over1 = (room + kGap) >> kSign, over2 = (room + 2 * kGap) >> kSign;
+      return {(over0 & kStep) + ((over1 & kStep) + (over2 & kStep)), kMaxCode + over0 + (over1 + over2)};
+    }
   }
 };
 
 // One plane of a lockstep group.
 struct FastLane {
-  std::int16_t* a;
-  std::int16_t* b;
   std::int16_t* carry;
   const std::uint32_t* words;  // the plane's slice of the band's drawn words
   unsigned p;
 };
 
+// A group of planes scanned in lockstep. Their working rows are interleaved by lane (cell of
+// lane l at column x at x * kLanes + l) so that one pointer and the column reach every lane;
+// the dots of all lanes gather in one word, a byte per lane.
 template <const LevelBiasTraits& M, unsigned kLanes>
 class LockstepDiffusion {
  public:
-  LockstepDiffusion(const FastTables& tables, const Band& band, const FastLane* lanes)
-      : tables_(tables), band_(band) {
+  // `rows` holds 2 * kLanes * w cells; `shared_a`/`shared_b`, when set, receive the last
+  // lane's working rows at the end, as the sequential pass leaves them.
+  LockstepDiffusion(const FastTables& tables, const Band& band, const FastLane* lanes, std::int16_t* rows,
+                    std::int16_t* shared_a, std::int16_t* shared_b)
+      : tables_(tables), band_(band), rows_a_(rows), rows_b_(rows + kLanes * band.w), shared_a_(shared_a),
+        shared_b_(shared_b) {
     for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
   }
 
   void Run() {
     const std::size_t w = band_.w, h = band_.h;
-    for (FastLane& lane : lanes_)
+    for (unsigned l = 0; l < kLanes; ++l)
       for (std::size_t x = 0; x < w; ++x) {
-        lane.a[x] = lane.carry[x];
-        lane.carry[x] = 0;
+        rows_a_[x * kLanes + l] = lanes_[l].carry[x];
+        lanes_[l].carry[x] = 0;
       }
-    if (w == 0) return;
-    for (std::size_t y = 0; y < h; ++y) {
-      if ((y & 1) == 0)
-        Row<true, false>(y);
-      else if (y + 1 < h)
-        Row<false, false>(y);
-      else
-        Row<false, true>(y);
+    if (w != 0) {
+      // Only the last two rows leave what ends up in the shared rows.
+      for (std::size_t y = 0; y < h; ++y) {
+        const bool keep = y + 2 >= h;
+        if ((y & 1) == 0) {
+          if (keep)
+            Row<true, false, true>(y);
+          else
+            Row<true, false, false>(y);
+        } else if (y + 1 == h) {
+          Row<false, true, true>(y);
+        } else if (keep) {
+          Row<false, false, true>(y);
+        } else {
+          Row<false, false, false>(y);
+        }
+      }
+    }
+    if (shared_a_ != nullptr) {
+      for (std::size_t x = 0; x < w; ++x) shared_a_[x] = rows_a_[x * kLanes + kLanes - 1];
+      // With no rows, the sequential pass never touches B.
+      if (h != 0)
+        for (std::size_t x = 0; x < w; ++x) shared_b_[x] = rows_b_[x * kLanes + kLanes - 1];
     }
   }
 
  private:
   static constexpr unsigned kBits = M.bits;
   static constexpr unsigned kPerByte = 8 / kBits;
+  static constexpr unsigned kByteBits = 8;
+  static constexpr std::uint64_t kByteMask = 0xFF;
   using Quantiser = FastQuantiser<kBits>;
-
-  static unsigned Shift(std::size_t x) {
-    return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits;
-  }
+  static_assert(kLanes * kByteBits <= 64, "a byte per lane in the dot word");
 
   // Row y: forward rows quantise A and write the next row's errors into B (a forward last row
-  // too); backward rows quantise B and write into A, or into the carry row on the band's last row.
-  template <bool kLtr, bool kLast>
+  // too); backward rows quantise B and write into A, or into the carry row on the band's last
+  // row. kKeep: the corrected values are written back into the row read.
+  template <bool kLtr, bool kLast, bool kKeep>
   void Row(std::size_t y) {
     const std::size_t w = band_.w;
     const auto& by_parity = tables_.entry[kLtr ? kForward : kBackward];
-    const MulShift* rules = tables_.rule.data();
-    std::int16_t* cur[kLanes];
-    std::int16_t* next[kLanes];
+    const auto* pairs = tables_.pair.data();
+    std::int16_t* const cur = kLtr ? rows_a_ : rows_b_;
+    std::int16_t* const next = kLtr ? rows_b_ : rows_a_;
+    std::int16_t* carry[kLanes];
     const std::uint8_t* in[kLanes];
-    std::uint8_t* out[kLanes];
     const std::uint32_t* words[kLanes];
-    int carried[kLanes];
-    unsigned acc[kLanes];
+    std::int64_t carried[kLanes];
     for (unsigned l = 0; l < kLanes; ++l) {
-      cur[l] = kLtr ? lanes_[l].a : lanes_[l].b;
-      next[l] = kLtr ? lanes_[l].b : (kLast ? lanes_[l].carry : lanes_[l].a);
+      carry[l] = lanes_[l].carry;
       in[l] = band_.In(y, lanes_[l].p);
-      out[l] = band_.Out(y, lanes_[l].p);
       words[l] = lanes_[l].words;
-      carried[l] = cur[l][kLtr ? 0 : w - 1];
-      acc[l] = 0;
+      carried[l] = cur[(kLtr ? 0 : w - 1) * kLanes + l];
     }
+    // Dots of the byte being gathered: lane l in bits 8l..8l+7. Forward rows shift codes in
+    // from the low end, backward rows from the high end, so both end a byte in pixel order.
+    std::uint64_t dots = 0;
+    auto flush = [&](std::size_t x) {
+      for (unsigned l = 0; l < kLanes; ++l) {
+        std::uint8_t* out = band_.Out(y, lanes_[l].p) + x / kPerByte;
+        *out = static_cast<std::uint8_t>(*out | ((dots >> (l * kByteBits)) & kByteMask));
+      }
+      dots = 0;
+    };
 
-    // One pixel of lane l at column x: dot, split, down share; returns the ahead share.
+    // One pixel of lane l at column x: dot and down share; returns the ahead share.
     auto pixel = [&](unsigned l, std::size_t x, const LevelEntry* entries) {
-      const int v = in[l][x];
-      const LevelEntry en = entries[v];
-      const unsigned bit = (*words[l] >> 1) & 1u;
+      const LevelEntry en = entries[in[l][x]];
+      const std::uint32_t word = *words[l];
       words[l] += en.draws;
-      const MulShift& rule = rules[(en.rules >> (bit * kRuleBits)) & kRuleMask];
-      const int c = carried[l];
-      const unsigned code = Quantiser::Code(c + v);
-      acc[l] |= code << Shift(x);
-      const int e = c + en.biased - Quantiser::Level(code);
-      const int ahead = AheadShare(e, rule);
-      cur[l][x] = static_cast<std::int16_t>(c);
-      next[l][x] = Store16(e - ahead);
+      const MulShift& rule = pairs[en.pair][(word >> 1) & 1u];
+      const std::int64_t c = carried[l];
+      const auto q = Quantiser::Decide(en.room - c);
+      const std::uint64_t code = static_cast<std::uint64_t>(q.code);
+      if constexpr (kLtr)
+        dots |= code << (l * kByteBits);
+      else
+        dots |= code << (l * kByteBits + kByteBits - kBits);
+      const std::int64_t e = c + en.biased - q.level;
+      const std::int64_t ahead = (e * rule.mul + ((e >> 63) & rule.neg_add)) >> kMulShiftBits;
+      if constexpr (kKeep) cur[x * kLanes + l] = static_cast<std::int16_t>(c);
+      if constexpr (kLast)
+        carry[l][x] = Store16(static_cast<int>(e - ahead));
+      else
+        next[x * kLanes + l] = Store16(static_cast<int>(e - ahead));
       return ahead;
     };
 
@@ -283,46 +328,51 @@ class LockstepDiffusion {
       const std::size_t x = kLtr ? i : w - 1 - i;
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const LevelEntry* entries = by_parity[x & 1].data();
+      dots = kLtr ? dots << kBits : dots >> kBits;
       random_split::ForEachLane<kLanes>([&](unsigned l) {
-        const int ahead = pixel(l, x, entries);
-        carried[l] = Store16(cur[l][along] + ahead);
+        const std::int64_t ahead = pixel(l, x, entries);
+        carried[l] = static_cast<std::int16_t>(cur[along * kLanes + l] + ahead);
       });
-      if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
-        random_split::ForEachLane<kLanes>([&](unsigned l) {
-          out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
-          acc[l] = 0;
-        });
-      }
+      if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) flush(x);
     }
     // The row's end: its ahead share has no pixel to go to.
     const std::size_t x = kLtr ? w - 1 : 0;
     const LevelEntry* entries = by_parity[x & 1].data();
+    dots = kLtr ? dots << kBits : dots >> kBits;
     for (unsigned l = 0; l < kLanes; ++l) {
       pixel(l, x, entries);
-      out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
       lanes_[l].words = words[l];
     }
+    // A forward row's last byte may be partial: its pixels go to the high end.
+    if constexpr (kLtr) dots <<= (kPerByte - 1 - (x & (kPerByte - 1))) * kBits;
+    flush(x);
   }
 
   const FastTables& tables_;
   const Band& band_;
+  std::int16_t* rows_a_;
+  std::int16_t* rows_b_;
+  std::int16_t* shared_a_;
+  std::int16_t* shared_b_;
   FastLane lanes_[kLanes];
 };
 
 template <const LevelBiasTraits& M>
-void RunLockstep(const FastTables& tables, const Band& band, const FastLane* lanes, unsigned n) {
+void RunLockstep(const FastTables& tables, const Band& band, const FastLane* lanes, unsigned n, std::int16_t* rows,
+                 std::int16_t* shared_a, std::int16_t* shared_b) {
   switch (n) {
-    case 1: LockstepDiffusion<M, 1>(tables, band, lanes).Run(); break;
-    case 2: LockstepDiffusion<M, 2>(tables, band, lanes).Run(); break;
-    case 3: LockstepDiffusion<M, 3>(tables, band, lanes).Run(); break;
-    default: LockstepDiffusion<M, 4>(tables, band, lanes).Run(); break;
+    case 1: LockstepDiffusion<M, 1>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
+    case 2: LockstepDiffusion<M, 2>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
+    case 3: LockstepDiffusion<M, 3>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
+    default: LockstepDiffusion<M, 4>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
   }
 }
 
 // Every plane of a band. The band's random stream is drawn ahead: a count of the drawing
-// levels over each plane's rows gives where its slice starts. Each plane gets its own working
-// rows (the last plane the shared ones, so they end the band as the sequential pass leaves
-// them); the planes run in lockstep groups, the groups on the engine's threads.
+// levels over each plane's rows gives where its slice starts. Each plane works on private rows;
+// the last plane's are copied into the shared ones at the end, so they end the band as the
+// sequential pass leaves them. The planes run in lockstep groups, the groups on the engine's
+// threads.
 template <const LevelBiasTraits& M>
 void DiffuseBandFast(Engine& engine, const Band& band) {
   static_assert(DrawsBelowLimitOnly(M, true) && DrawsBelowLimitOnly(M, false), "draws keyed by a level limit");
@@ -349,13 +399,11 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
     FastLane lanes[random_split::kMaxLockstep];
     const unsigned first = g * group;
     const unsigned n = planes - first < group ? planes - first : group;
-    for (unsigned l = 0; l < n; ++l) {
-      const unsigned p = first + l;
-      const bool last = p + 1 == planes;
-      lanes[l] = {last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
-                  engine.rows.carry(p, w), words + start[p], p};
-    }
-    RunLockstep<M>(tables, band, lanes, n);
+    for (unsigned l = 0; l < n; ++l) lanes[l] = {engine.rows.carry(first + l, w), words + start[first + l], first + l};
+    // The group's interleaved working rows take the private rows of its planes (2 w cells each).
+    const bool has_last = first + n == planes;
+    RunLockstep<M>(tables, band, lanes, n, engine.rows.lane_a(first), has_last ? engine.rows.a() : nullptr,
+                   has_last ? engine.rows.b() : nullptr);
   });
 }
 
