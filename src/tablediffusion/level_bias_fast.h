@@ -25,6 +25,14 @@
 #include "frame/engine.h"
 #include "tablediffusion/level_bias_traits.h"
 
+// The pixel step of a lockstep row is written once and used twice (inside the row and at its
+// end); it must inline into both or the lanes' state leaves the registers.
+#if defined(__GNUC__)
+#define HALFTONE_LEVEL_BIAS_INLINE __attribute__((always_inline))
+#else
+#define HALFTONE_LEVEL_BIAS_INLINE
+#endif
+
 namespace halftone::level_bias {
 
 // A split rule as one multiply and shift: ahead = (e * mul + (e < 0 ? neg_add : 0)) >> 32.
@@ -61,10 +69,11 @@ constexpr MulShift MulShiftOf(const ShareRule& r) {
   return {r.num * unit, r.rounding == Rounding::kTrunc ? (r.den - 1) * unit : 0};
 }
 
-inline int AheadShare(int e, const MulShift& m) {
-  const std::int64_t e64 = e;
-  return static_cast<int>((e64 * m.mul + ((e64 >> 63) & m.neg_add)) >> kMulShiftBits);
+inline std::int64_t AheadShare(std::int64_t e, std::int64_t mul, std::int64_t neg_add) {
+  constexpr int kSign = 63;
+  return (e * mul + ((e >> kSign) & neg_add)) >> kMulShiftBits;
 }
+inline int AheadShare(int e, const MulShift& m) { return static_cast<int>(AheadShare(e, m.mul, m.neg_add)); }
 
 // The level band a pixel's input level falls in on a forward or backward row.
 constexpr const LevelBand& BandOf(const LevelBiasTraits& m, int v, bool forward) {
@@ -101,17 +110,26 @@ struct LevelEntry {
   std::int16_t biased;  // the level plus the bias byte added at this column, if any
   std::int16_t room;    // the first quantiser threshold less the level
   std::uint8_t draws;   // 1: the pixel draws one word
-  std::uint8_t pair;    // the pair of split rules, for bit 0 and bit 1 of the word
+  std::uint8_t rules;   // index into FastTables::rule_words of the pair of split rules
   std::uint16_t unused;
 };
 
 enum : unsigned { kForward = 0, kBackward = 1 };
 inline constexpr unsigned kMaxRulePairs = 16;
 
+// The split rules as flat 64-bit words: pair k holds {mul, neg_add} for bit 0 at 4k and for
+// bit 1 at 4k + 2, so a pixel's rule sits at its entry's index plus its prepared word.
+inline constexpr unsigned kRuleWords = 2;  // words of one MulShift
+inline constexpr unsigned kPairWords = 2 * kRuleWords;
+
 struct FastTables {
   std::array<std::array<std::array<LevelEntry, 256>, 2>, 2> entry{};  // [direction][x & 1][level]
-  std::array<std::array<MulShift, 2>, kMaxRulePairs> pair{};          // [pair][bit]
+  std::array<std::int64_t, kPairWords * kMaxRulePairs> rule_words{};
 };
+
+// A drawn word as a pixel uses it: its split bit (bit 1 of the word) as the word offset of
+// that bit's rule within a pair.
+inline std::uint32_t PreparedWord(std::uint32_t word) { return ((word >> 1) & 1u) * kRuleWords; }
 
 constexpr bool SameRule(const ShareRule& a, const ShareRule& b) {
   return a.num == b.num && a.den == b.den && a.rounding == b.rounding && a.to_ahead == b.to_ahead;
@@ -128,7 +146,9 @@ FastTables BuildTables() {
       if (SameRule(seen[i][0], bit0) && SameRule(seen[i][1], bit1)) return i;
     seen[count][0] = bit0;
     seen[count][1] = bit1;
-    t.pair[count] = {MulShiftOf(bit0), MulShiftOf(bit1)};
+    const MulShift m0 = MulShiftOf(bit0), m1 = MulShiftOf(bit1);
+    const std::int64_t words[kPairWords] = {m0.mul, m0.neg_add, m1.mul, m1.neg_add};
+    for (unsigned k = 0; k < kPairWords; ++k) t.rule_words[count * kPairWords + k] = words[k];
     return count++;
   };
   for (unsigned dir : {kForward, kBackward})
@@ -144,7 +164,7 @@ FastTables BuildTables() {
         }
         t.entry[dir][parity][static_cast<std::size_t>(v)] = {
             static_cast<std::int16_t>(biased), static_cast<std::int16_t>(kFirstThreshold - v),
-            static_cast<std::uint8_t>(by_bit), static_cast<std::uint8_t>(pair), 0};
+            static_cast<std::uint8_t>(by_bit), static_cast<std::uint8_t>(pair * kPairWords), 0};
       }
   return t;
 }
@@ -189,20 +209,20 @@ struct FastQuantiser {
                 kFourLevelValue[3] == kWhite && kFourThreshold[2] - kFourThreshold[1] == kGap);
   static constexpr int kMaxCode = kBits == 1 ? 1 : 3;
 
-  // The output level and the dot code of a value whose first-threshold room is `room`
-  // (threshold - value).
+  // The output level and the dot code, less kMaxCode, of a value whose first-threshold room
+  // is `room` (threshold - value).
   struct Result {
     std::int64_t level;
-    std::int64_t code;
+    std::int64_t code_less_max;
   };
   static Result Decide(std::int64_t room) {
     constexpr int kSign = 63;
     if constexpr (kBits == 1) {
       const std::int64_t over = room >> kSign;
-      return {over & kWhite, kMaxCode + over};
+      return {over & kWhite, over};
     } else {
-      const std::int64_t over0 = room >> kSign, over1 = (room + kGap) >> kSign, over2 = (room + 2 * kGap) >> kSign;
-      return {(over0 & kStep) + ((over1 & kStep) + (over2 & kStep)), kMaxCode + over0 + (over1 + over2)};
+      const std::int64_t over = (room >> kSign) + ((room + kGap) >> kSign) + ((room + 2 * kGap) >> kSign);
+      return {-kStep * over, over};
     }
   }
 };
@@ -277,7 +297,7 @@ class LockstepDiffusion {
   void Row(std::size_t y) {
     const std::size_t w = band_.w;
     const auto& by_parity = tables_.entry[kLtr ? kForward : kBackward];
-    const auto* pairs = tables_.pair.data();
+    const std::int64_t* rules = tables_.rule_words.data();
     std::int16_t* const cur = kLtr ? rows_a_ : rows_b_;
     std::int16_t* const next = kLtr ? rows_b_ : rows_a_;
     std::int16_t* carry[kLanes];
@@ -292,7 +312,15 @@ class LockstepDiffusion {
     }
     // Dots of the byte being gathered: lane l in bits 8l..8l+7. Forward rows shift codes in
     // from the low end, backward rows from the high end, so both end a byte in pixel order.
+    // Every pixel adds kMaxCode once per column for all lanes, then its (non-positive) code
+    // less kMaxCode; the sum is exact, so no lane borrows from another.
     std::uint64_t dots = 0;
+    constexpr unsigned kCodeShift = kLtr ? 0 : kByteBits - kBits;
+    constexpr std::uint64_t kColumnMax = [] {
+      std::uint64_t m = 0;
+      for (unsigned l = 0; l < kLanes; ++l) m |= std::uint64_t{Quantiser::kMaxCode} << (l * kByteBits + kCodeShift);
+      return m;
+    }();
     auto flush = [&](std::size_t x) {
       for (unsigned l = 0; l < kLanes; ++l) {
         std::uint8_t* out = band_.Out(y, lanes_[l].p) + x / kPerByte;
@@ -302,20 +330,15 @@ class LockstepDiffusion {
     };
 
     // One pixel of lane l at column x: dot and down share; returns the ahead share.
-    auto pixel = [&](unsigned l, std::size_t x, const LevelEntry* entries) {
+    auto pixel = [&](unsigned l, std::size_t x, const LevelEntry* entries) HALFTONE_LEVEL_BIAS_INLINE {
       const LevelEntry en = entries[in[l][x]];
-      const std::uint32_t word = *words[l];
+      const std::int64_t* rule = rules + (en.rules + *words[l]);
       words[l] += en.draws;
-      const MulShift& rule = pairs[en.pair][(word >> 1) & 1u];
       const std::int64_t c = carried[l];
       const auto q = Quantiser::Decide(en.room - c);
-      const std::uint64_t code = static_cast<std::uint64_t>(q.code);
-      if constexpr (kLtr)
-        dots |= code << (l * kByteBits);
-      else
-        dots |= code << (l * kByteBits + kByteBits - kBits);
+      dots += static_cast<std::uint64_t>(q.code_less_max) << (l * kByteBits + kCodeShift);
       const std::int64_t e = c + en.biased - q.level;
-      const std::int64_t ahead = (e * rule.mul + ((e >> 63) & rule.neg_add)) >> kMulShiftBits;
+      const std::int64_t ahead = AheadShare(e, rule[0], rule[1]);
       if constexpr (kKeep) cur[x * kLanes + l] = static_cast<std::int16_t>(c);
       if constexpr (kLast)
         carry[l][x] = Store16(static_cast<int>(e - ahead));
@@ -328,7 +351,7 @@ class LockstepDiffusion {
       const std::size_t x = kLtr ? i : w - 1 - i;
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const LevelEntry* entries = by_parity[x & 1].data();
-      dots = kLtr ? dots << kBits : dots >> kBits;
+      dots = (kLtr ? dots << kBits : dots >> kBits) + kColumnMax;
       random_split::ForEachLane<kLanes>([&](unsigned l) {
         const std::int64_t ahead = pixel(l, x, entries);
         carried[l] = static_cast<std::int16_t>(cur[along * kLanes + l] + ahead);
@@ -338,7 +361,7 @@ class LockstepDiffusion {
     // The row's end: its ahead share has no pixel to go to.
     const std::size_t x = kLtr ? w - 1 : 0;
     const LevelEntry* entries = by_parity[x & 1].data();
-    dots = kLtr ? dots << kBits : dots >> kBits;
+    dots = (kLtr ? dots << kBits : dots >> kBits) + kColumnMax;
     for (unsigned l = 0; l < kLanes; ++l) {
       pixel(l, x, entries);
       lanes_[l].words = words[l];
@@ -390,6 +413,7 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
   // One word more than drawn: a pixel reads its word before knowing whether it draws.
   std::uint32_t* words = engine.draws.Reserve(total + 1);
   engine.random.DrawWords(words, total);
+  for (std::size_t k = 0; k < total; ++k) words[k] = PreparedWord(words[k]);
   words[total] = 0;
 
   const FastTables& tables = TablesOf<M>();
