@@ -158,7 +158,9 @@ FastTables BuildTables() {
         const bool by_bit = choice.by == Selector::kOneBit;
         const unsigned pair = pair_of(choice.rules[by_bit ? 0 : parity], choice.rules[by_bit ? 1 : parity]);
         int biased = v;
-        if constexpr (M.bias != nullptr) {
+        // Members with a bias table add it in at least one direction (a table's address is
+        // not a constant expression under every build, so the flags decide).
+        if constexpr (M.bias_ltr_even || M.bias_rtl_odd) {
           if (dir == kForward ? M.bias_ltr_even && parity == 0 : M.bias_rtl_odd && parity == 1)
             biased += (*M.bias)[static_cast<std::size_t>(v)];
         }
