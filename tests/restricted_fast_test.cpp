@@ -200,6 +200,23 @@ TEST(RestrictedFast, WideBandsAcrossMatrixTilesMatchTheReference) {
   }
 }
 
+TEST(RestrictedFast, ColumnsAroundByteEdgesAndGroupSizesMatchTheReference) {
+  // Widths on either side of whole bytes of dots and of 16-column steps, for full four-lane
+  // groups, a narrower last group and (two threads) two-lane groups.
+  unsigned seed = 700;
+  for (const std::size_t w : {4u, 5u, 15u, 16u, 31u, 32u, 33u, 47u, 49u, 63u})
+    for (const unsigned planes : {4u, 7u, 8u}) {
+      ++seed;
+      ExpectJobsMatch({{w, 3}, {w, 2}, {w, 5}}, planes, seed, "w " + std::to_string(w) + " planes " + std::to_string(planes));
+    }
+}
+
+TEST(RestrictedFast, RowsLongerThanADrawChunkMatchTheReference) {
+  // A row whose draws span two chunks of the drawn stream, forward and backward.
+  const std::size_t w = serpentine_lockstep::kDrawChunk + 37;
+  ExpectJobsMatch({{w, 3}, {w, 2}}, 2, 900, "w " + std::to_string(w));
+}
+
 TEST(RestrictedFast, ExtremeInputsMatchTheReference) {
   // Flat 0 and 255 (full error, the top level's split) and alternating extremes.
   const auto members = Members();
