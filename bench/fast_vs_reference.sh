@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Every registry method's rate with its readable reference pass (HALFTONE_FORCE_SCALAR=1) and
+# with its fast path, in one session, medians of several repetitions, printed as a Markdown
+# table of Mpx/s (4 planes / 1 plane) from CPU time and from wall time. On a shared machine
+# CPU time is the steadier of the two; on an idle one they agree.
+#   bench/fast_vs_reference.sh [FILTER] [REPETITIONS]   (defaults: every method, 5)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+FILTER=${1:-.}
+REPS=${2:-5}
+BUILD=${BUILD:-build-bench}
+WORK=$(mktemp -d)
+trap 'rm -rf "$WORK"' EXIT
+
+cmake -S . -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DHALFTONE_BUILD_BENCH=ON -DHALFTONE_BUILD_TESTS=OFF >/dev/null
+cmake --build "$BUILD" -j2 --target halftone_bench >/dev/null
+
+run() {  # run OUT [ENV...]
+  local out=$1
+  shift
+  env "$@" "$BUILD/bench/halftone_bench" --benchmark_filter="$FILTER" --benchmark_min_time=0.2 \
+    --benchmark_repetitions="$REPS" --benchmark_report_aggregates_only=true \
+    --benchmark_out="$out" --benchmark_out_format=json >/dev/null 2>&1
+}
+run "$WORK/ref.json" HALFTONE_FORCE_SCALAR=1
+run "$WORK/fast.json" HALFTONE_FORCE_SCALAR=0
+echo "load average: $(cut -d' ' -f1-3 /proc/loadavg)"
+
+python3 - "$WORK/ref.json" "$WORK/fast.json" <<'PY'
+import json, sys
+
+def medians(path):
+    rates = {}
+    for b in json.load(open(path))["benchmarks"]:
+        if b.get("aggregate_name") != "median":
+            continue
+        method, layout = b["run_name"].split("/")[:2]
+        # items_per_second counts wall time; the same pixels over the CPU time give the CPU rate.
+        cpu = b["items_per_second"] * b["real_time"] / b["cpu_time"] / 1e6
+        wall = b["items_per_second"] / 1e6
+        rates[(method, layout)] = (cpu, wall)
+    return rates
+
+ref, fast = medians(sys.argv[1]), medians(sys.argv[2])
+methods = list(dict.fromkeys(m for m, _ in fast))
+
+def cell(rates, m, layout, k):
+    r = rates.get((m, layout))
+    return f"{r[k]:.0f}" if r else "-"
+
+print("| method | 4 planes ref -> fast (CPU) | 1 plane ref -> fast (CPU) | 4 planes / 1 plane fast (wall) |")
+print("|---|---:|---:|---:|")
+for m in methods:
+    print(f"| {m} | {cell(ref, m, '4planes', 0)} -> {cell(fast, m, '4planes', 0)} "
+          f"| {cell(ref, m, '1plane', 0)} -> {cell(fast, m, '1plane', 0)} "
+          f"| {cell(fast, m, '4planes', 1)} / {cell(fast, m, '1plane', 1)} |")
+PY
