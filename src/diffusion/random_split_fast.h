@@ -134,14 +134,46 @@ struct FastSplit {
     }(std::make_integer_sequence<unsigned, kCodes>{});
     return r;
   }
+  // Per-code constants of a linear column: masks for whole and half shares, and num times
+  // den's reciprocal rounded up (see Linear).
+  template <const ColumnForm& kCol>
+  struct LinearConstants {
+    static constexpr std::int64_t kTwoTo32 = std::int64_t{1} << 32;
+    static constexpr std::int64_t kReciprocal = kTwoTo32 / kCol.den + 1;
+    struct Tables {
+      int whole[kCodes];
+      int half[kCodes];
+      int nonzero[kCodes];
+      std::int64_t mul[kCodes];
+    };
+    static constexpr Tables Make() {
+      Tables t{};
+      for (unsigned c = 0; c < kCodes; ++c) {
+        t.whole[c] = kCol.num[c] == kCol.den ? -1 : 0;
+        t.half[c] = 2 * kCol.num[c] == kCol.den ? -1 : 0;
+        t.nonzero[c] = kCol.num[c] != 0 ? -1 : 0;
+        t.mul[c] = kCol.num[c] * kReciprocal;
+      }
+      return t;
+    }
+    static constexpr Tables kTables = Make();
+  };
+
   template <const ColumnForm& kCol>
   static int Linear(unsigned code, int e) {
+    using K = LinearConstants<kCol>;
     if constexpr (kCodes == 2 && kCol.num[0] == 0 && kCol.num[1] == kCol.den) {
       return e & -static_cast<int>(code);
     } else if constexpr (kCodes == 2 && kCol.num[1] == 0 && kCol.num[0] == kCol.den) {
       return e & (static_cast<int>(code) - 1);
+    } else if constexpr (kCol.den <= 2) {
+      // All, half or none of e, picked by masks: no multiply on the chain through e.
+      return (DivTrunc2(e) & K::kTables.half[code]) | (e & K::kTables.whole[code]);
     } else {
-      return DivTrunc<kCol.den>(kCol.num[code] * e);
+      // (num * e) / den truncated toward zero as the high word of e times num/den rounded up,
+      // one added for negative e: the rounding error is below 2^-15 for a 16-bit e, so the
+      // high word is floor(num * e / den), one less where that is exact and e negative.
+      return static_cast<int>((std::int64_t{e} * K::kTables.mul[code]) >> 32) - ((e >> 31) & K::kTables.nonzero[code]);
     }
   }
 
