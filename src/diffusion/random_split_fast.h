@@ -106,7 +106,8 @@ constexpr RowForm FormOf(const Split* splits, unsigned codes) {
     r.below.kind = ColumnKind::kComplement;
   if (r.below.kind == ColumnKind::kLinear && r.along.kind != ColumnKind::kLinear && Complements(splits, codes, false))
     r.along.kind = ColumnKind::kComplement;
-  if (r.along.kind != ColumnKind::kLinear && r.below.kind != ColumnKind::kLinear) {
+  // A column neither linear nor the other's complement makes the whole row generic.
+  if (r.along.kind == ColumnKind::kGeneric || r.below.kind == ColumnKind::kGeneric) {
     r.along.kind = ColumnKind::kGeneric;
     r.below.kind = ColumnKind::kGeneric;
   }
