@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <vector>
 
 #include "diffusion/four_level.h"
 #include "diffusion/random_split.h"
+#include "diffusion/random_split_fast.h"
 #include "frame/dispatch.h"
 #include "frame/engine.h"
 #include "frame/random_bits.h"
@@ -160,6 +162,168 @@ TEST(RandomSplitFast2, BandWithoutPlanesDrawsNothing) {
     EXPECT_EQ(dst, std::vector<std::uint8_t>(64, kCanary));
   }
   SetForceScalar(-1);
+}
+
+// The branch-free shares against ShareOf for every 16-bit error and every code, in each kind of
+// row, for split tables of each divisor: whole (masks), halves (masks), thirds and quarters (one
+// multiply), a column that is the rest of the other, and one-bit draws.
+namespace shares {
+using random_split::EndDraw;
+using random_split::RowKind;
+using random_split::ScanTraits;
+using random_split::Share;
+using random_split::SplitTable;
+
+constexpr SplitTable kQuarterSplits = {
+    .inner_ltr = {{Share::kThreeQuarters, Share::kQuarter}, {Share::kAll, Share::kNone},
+                  {Share::kQuarter, Share::kThreeQuarters}, {Share::kNone, Share::kAll}},
+    .inner_rtl = {{Share::kAll, Share::kNone}, {Share::kQuarter, Share::kThreeQuarters},
+                  {Share::kNone, Share::kAll}, {Share::kThreeQuarters, Share::kQuarter}},
+    .last = {{Share::kHalf, Share::kHalf}, {Share::kAll, Share::kNone},
+             {Share::kNone, Share::kAll}, {Share::kHalf, Share::kHalf}},
+};
+constexpr SplitTable kThirdSplits = {
+    .inner_ltr = {{Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll},
+                  {Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone}},
+    .inner_rtl = {{Share::kTwoThirds, Share::kRestAfterThird}, {Share::kNone, Share::kAll},
+                  {Share::kThird, Share::kTwoThirds}, {Share::kAll, Share::kNone}},
+    .last = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone},
+             {Share::kThird, Share::kRestAfterThird}, {Share::kNone, Share::kAll}},
+};
+constexpr SplitTable kWholeSplits = {
+    .inner_ltr = {{Share::kNone, Share::kAll}, {Share::kAll, Share::kNone},
+                  {Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
+    .inner_rtl = {{Share::kAll, Share::kAll}, {Share::kNone, Share::kNone},
+                  {Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
+    .last = {{Share::kNone, Share::kNone}, {Share::kAll, Share::kNone},
+             {Share::kNone, Share::kAll}, {Share::kAll, Share::kAll}},
+};
+constexpr SplitTable kOneBitSplits = {
+    .inner_ltr = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone}},
+    .inner_rtl = {{Share::kHalf, Share::kHalf}, {Share::kNone, Share::kAll}},
+    .last = {{Share::kQuarter, Share::kThreeQuarters}, {Share::kThreeQuarters, Share::kQuarter}},
+};
+constexpr random_split::RowEndRule kEnd = {EndDraw::kNone, {Share::kNone, Share::kNone}};
+constexpr ScanTraits kHalvesScan = {2, false, random_split::kHalvesThenThirds, kEnd, false};
+constexpr ScanTraits kQuartersScan = {2, false, kQuarterSplits, kEnd, false};
+constexpr ScanTraits kThirdsScan = {2, false, kThirdSplits, kEnd, false};
+constexpr ScanTraits kWholeScan = {2, false, kWholeSplits, kEnd, false};
+constexpr ScanTraits kOneBitScan = {1, false, kOneBitSplits, kEnd, false};
+
+template <const ScanTraits& kTraits>
+struct SplitsOnly {
+  static constexpr const ScanTraits& kScan = kTraits;
+};
+
+template <const ScanTraits& kTraits, RowKind kRow>
+void CheckRowShares(const char* name) {
+  using Fast = random_split::FastSplit<SplitsOnly<kTraits>, kRow>;
+  const random_split::Split* splits = kRow == RowKind::kInnerLtr   ? kTraits.splits.inner_ltr
+                                      : kRow == RowKind::kInnerRtl ? kTraits.splits.inner_rtl
+                                                                   : kTraits.splits.last;
+  for (unsigned c = 0; c < Fast::kCodes; ++c)
+    for (int e = -32768; e <= 32767; ++e) {
+      int along = 0, below = 0, along_m = 0, below_m = 0;
+      Fast::Shares(c, e, along, below);
+      Fast::template Shares<true>(c, e, along_m, below_m);
+      ASSERT_EQ(along, random_split::ShareOf(splits[c].along, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(below, random_split::ShareOf(splits[c].below, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(along_m, along) << name << " by masks, row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(below_m, below) << name << " by masks, row " << int(kRow) << " code " << c << " e " << e;
+    }
+}
+
+template <const ScanTraits& kTraits>
+void CheckShares(const char* name) {
+  CheckRowShares<kTraits, RowKind::kInnerLtr>(name);
+  CheckRowShares<kTraits, RowKind::kInnerRtl>(name);
+  CheckRowShares<kTraits, RowKind::kLast>(name);
+}
+}  // namespace shares
+
+TEST(RandomSplitFast2, SharesMatchTheReferenceForEveryErrorAndCode) {
+  using random_split::ColumnKind;
+  // The tables reach each way of forming a column.
+  static_assert(random_split::FormOf(shares::kWholeSplits.inner_ltr, 4).along.den == 1);
+  static_assert(random_split::FormOf(random_split::kHalvesThenThirds.inner_ltr, 4).along.den == 2);
+  static_assert(random_split::FormOf(shares::kQuarterSplits.inner_ltr, 4).below.den == 4);
+  static_assert(random_split::FormOf(shares::kThirdSplits.inner_ltr, 4).along.den == 3);
+  // Along alone is linear here; below neither linear nor along's complement.
+  static_assert(random_split::FormOf(shares::kThirdSplits.inner_rtl, 4).along.kind == ColumnKind::kGeneric);
+  static_assert(random_split::FormOf(shares::kThirdSplits.last, 4).below.kind == ColumnKind::kComplement);
+  shares::CheckShares<shares::kHalvesScan>("halves");
+  shares::CheckShares<shares::kQuartersScan>("quarters");
+  shares::CheckShares<shares::kThirdsScan>("thirds");
+  shares::CheckShares<shares::kWholeScan>("whole");
+  shares::CheckShares<shares::kOneBitScan>("one bit");
+}
+
+// A lone plane runs its own row loop: whole output bytes unrolled and a partial byte at either
+// end, the scanned row stored back only in a band's last two rows. Every routine of the family
+// on one plane, fast against reference, at every width up to a few bytes of each dot size and
+// around larger byte counts, on band heights 1 to 5 (row A's and B's contents, the carry and
+// the generator are compared after each band), and the same jobs on two planes.
+TEST(RandomSplitFast2, OnePlaneRowsMatchTheReferenceAtEveryByteSplit) {
+  using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
+  struct Routine {
+    const char* name;
+    unsigned bits;
+    Call call;
+  };
+  std::vector<Routine> routines = {
+      {"spine", 2, [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                      HalftoneFlags f) { return SerpentineFourLevel(e, s, d, w, h, f); }}};
+  for (const GroupedMethod m : {GroupedMethod::kLevelValues, GroupedMethod::kFixedLevels, GroupedMethod::kSmallDotOnly,
+                                GroupedMethod::kMediumDotOnly, GroupedMethod::kLargeDotOnly})
+    routines.push_back({"grouped", 2, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                          HalftoneFlags f) { return GroupedFourLevel(e, s, d, w, h, f, m); }});
+  for (const BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
+                                BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
+                                BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
+    routines.push_back({"bilevel", 1, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                          HalftoneFlags f) { return BilevelRandomSplit(e, s, d, w, h, f, m); }});
+  for (const EightLevelMethod m : {EightLevelMethod::kLevelValues, EightLevelMethod::kFixedLevels})
+    routines.push_back({"eight", 4, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                        HalftoneFlags f) { return EightLevel(e, s, d, w, h, f, m); }});
+  std::vector<std::size_t> widths;
+  for (std::size_t w = 1; w <= 18; ++w) widths.push_back(w);
+  for (const std::size_t w : {31u, 32u, 33u, 63u, 64u, 65u}) widths.push_back(w);
+  unsigned seed = 500;
+  for (std::size_t k = 0; k < routines.size(); ++k)
+    for (const std::size_t w : widths)
+      for (const unsigned planes : {1u, 2u}) {
+        ++seed;
+        const std::vector<std::size_t> hs = {seed % 2 ? 2u : 1u, 3u, 4u, 1u, 5u, 2u};
+        const auto ref = RunJob(routines[k].call, routines[k].bits, false, 1, w, hs, planes, seed);
+        const auto fast = RunJob(routines[k].call, routines[k].bits, true, 1, w, hs, planes, seed);
+        ASSERT_EQ(ref.size(), fast.size());
+        for (std::size_t i = 0; i < ref.size(); ++i)
+          ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
+                                         << " band " << i;
+      }
+}
+
+// The single-plane form (nothing carried: its last row's downward shares go nowhere) at every
+// width of a few output bytes.
+TEST(RandomSplitFast2, SinglePlaneFormAtEveryByteSplit) {
+  for (std::size_t w = 1; w <= 19; ++w)
+    for (const std::size_t h : {1u, 2u, 3u, 4u}) {
+      std::mt19937 gen(static_cast<unsigned>(w * 16 + h));
+      std::vector<std::uint8_t> src(w * h);
+      for (auto& v : src) {
+        const unsigned k = gen() % 4;
+        v = static_cast<std::uint8_t>(k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF);
+      }
+      std::vector<std::uint8_t> ref(DotStride(w, 1) * h + 4, kCanary), fast = ref;
+      auto e1 = MakeEngine(5), e2 = MakeEngine(5);
+      SetForceScalar(1);
+      ASSERT_EQ(BilevelSinglePlane(*e1, src.data(), ref.data(), w, h), 0);
+      SetForceScalar(0);
+      ASSERT_EQ(BilevelSinglePlane(*e2, src.data(), fast.data(), w, h), 0);
+      SetForceScalar(-1);
+      EXPECT_EQ(ref, fast) << w << " x " << h;
+      EXPECT_EQ(e1->random.NextStateWord(), e2->random.NextStateWord()) << w << " x " << h;
+    }
 }
 
 }  // namespace

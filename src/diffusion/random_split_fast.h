@@ -106,7 +106,8 @@ constexpr RowForm FormOf(const Split* splits, unsigned codes) {
     r.below.kind = ColumnKind::kComplement;
   if (r.below.kind == ColumnKind::kLinear && r.along.kind != ColumnKind::kLinear && Complements(splits, codes, false))
     r.along.kind = ColumnKind::kComplement;
-  if (r.along.kind != ColumnKind::kLinear && r.below.kind != ColumnKind::kLinear) {
+  // A column neither linear nor the other's complement makes the whole row generic.
+  if (r.along.kind == ColumnKind::kGeneric || r.below.kind == ColumnKind::kGeneric) {
     r.along.kind = ColumnKind::kGeneric;
     r.below.kind = ColumnKind::kGeneric;
   }
@@ -134,31 +135,68 @@ struct FastSplit {
     }(std::make_integer_sequence<unsigned, kCodes>{});
     return r;
   }
+  // Per-code constants of a linear column: masks for whole and half shares, and num times
+  // den's reciprocal rounded up (see Linear).
   template <const ColumnForm& kCol>
+  struct LinearConstants {
+    static constexpr std::int64_t kTwoTo32 = std::int64_t{1} << 32;
+    static constexpr std::int64_t kReciprocal = kTwoTo32 / kCol.den + 1;
+    struct Tables {
+      int whole[kCodes];
+      int half[kCodes];
+      int nonzero[kCodes];
+      std::int64_t mul[kCodes];
+    };
+    static constexpr Tables Make() {
+      Tables t{};
+      for (unsigned c = 0; c < kCodes; ++c) {
+        t.whole[c] = kCol.num[c] == kCol.den ? -1 : 0;
+        t.half[c] = 2 * kCol.num[c] == kCol.den ? -1 : 0;
+        t.nonzero[c] = kCol.num[c] != 0 ? -1 : 0;
+        t.mul[c] = kCol.num[c] * kReciprocal;
+      }
+      return t;
+    }
+    static constexpr Tables kTables = Make();
+  };
+
+  // kMasks: halves and whole shares by masks rather than a multiply, shorter on the chain
+  // through e but more live values (measured faster on one lane, slower on two).
+  template <const ColumnForm& kCol, bool kMasks>
   static int Linear(unsigned code, int e) {
+    using K = LinearConstants<kCol>;
     if constexpr (kCodes == 2 && kCol.num[0] == 0 && kCol.num[1] == kCol.den) {
       return e & -static_cast<int>(code);
     } else if constexpr (kCodes == 2 && kCol.num[1] == 0 && kCol.num[0] == kCol.den) {
       return e & (static_cast<int>(code) - 1);
-    } else {
+    } else if constexpr (kCol.den <= 2 && kMasks) {
+      // All, half or none of e, picked by masks: no multiply on the chain through e.
+      return (DivTrunc2(e) & K::kTables.half[code]) | (e & K::kTables.whole[code]);
+    } else if constexpr (kCol.den <= 2) {
       return DivTrunc<kCol.den>(kCol.num[code] * e);
+    } else {
+      // (num * e) / den truncated toward zero as the high word of e times num/den rounded up,
+      // one added for negative e: the rounding error is below 2^-15 for a 16-bit e, so the
+      // high word is floor(num * e / den), one less where that is exact and e negative.
+      return static_cast<int>((std::int64_t{e} * K::kTables.mul[code]) >> 32) - ((e >> 31) & K::kTables.nonzero[code]);
     }
   }
 
   // Shares {along, below} of error e for the drawn code.
+  template <bool kMasks = false>
   static void Shares(unsigned code, int e, int& along, int& below) {
     if constexpr (kAlong.kind == ColumnKind::kGeneric) {
       along = Generic<false>(code, e);
       below = Generic<true>(code, e);
     } else if constexpr (kAlong.kind == ColumnKind::kComplement) {
-      below = Linear<kBelow>(code, e);
+      below = Linear<kBelow, kMasks>(code, e);
       along = e - below;
     } else if constexpr (kBelow.kind == ColumnKind::kComplement) {
-      along = Linear<kAlong>(code, e);
+      along = Linear<kAlong, kMasks>(code, e);
       below = e - along;
     } else {
-      along = Linear<kAlong>(code, e);
-      below = Linear<kBelow>(code, e);
+      along = Linear<kAlong, kMasks>(code, e);
+      below = Linear<kBelow, kMasks>(code, e);
     }
   }
 };
@@ -262,6 +300,22 @@ class LockstepScan {
       } else {
         for (std::size_t x = 0; x < w; ++x) a[x] = row0[x];
       }
+    }
+    if constexpr (kLanes == 1) {
+      // Rows 0 .. h-3 of the working row being scanned are rewritten whole by the next row as
+      // its row below, so only the last two rows need their values stored back.
+      for (std::size_t y = 0; y + 1 < h; ++y) {
+        const bool keep = y + 2 >= h;
+        if ((y & 1) == 0)
+          keep ? OneLaneRow<true, false, true>(y) : OneLaneRow<true, false, false>(y);
+        else
+          keep ? OneLaneRow<false, false, true>(y) : OneLaneRow<false, false, false>(y);
+      }
+      if (((h - 1) & 1) == 0)
+        OneLaneRow<true, true, true>(h - 1);
+      else
+        OneLaneRow<false, true, true>(h - 1);
+      return;
     }
     for (std::size_t y = 0; y + 1 < h; ++y) {
       if ((y & 1) == 0)
@@ -374,6 +428,134 @@ class LockstepScan {
       }
       out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
     }
+  }
+
+  // The working state of a lone lane's row, held in locals of OneLaneRow.
+  struct OneLane {
+    std::int16_t* cur;
+    std::int16_t* next;
+    std::int16_t* carry;
+    const std::uint8_t* in;
+    const std::uint8_t* in_below;
+    const std::uint32_t* drawn;  // the draw of pixel x: drawn[x] left to right, drawn[-x] right to left
+    int v;
+    unsigned acc;
+  };
+
+  // One pixel of a lone lane that passes error along the row; `odd` is x & 1.
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  [[gnu::always_inline]] void OneLanePixel(OneLane& st, const Decider& decide, std::size_t x, unsigned shift,
+                                           bool odd) const {
+    using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
+    const std::uint8_t s = st.in[x];
+    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
+    const Outcome o = decide.Decide(st.v, s);
+    st.acc |= o.code << shift;
+    int term = 0;
+    if constexpr (kScan.curve_terms) {
+      if constexpr (kLtr)
+        term = odd ? curve_a_[s] : 0;
+      else
+        term = odd ? 0 : curve_b_[s];
+    }
+    const int e = Store16(o.err + term);
+    const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
+    const unsigned code = (word >> 1) & kCodeMask;
+    int a, b;
+    Splits::template Shares<true>(code, e, a, b);
+    if constexpr (kLast) {
+      if (st.carry) st.carry[x] = Store16(b);
+    } else {
+      st.next[x] = Store16(st.in_below[x] + b);
+    }
+    st.v = Store16(st.cur[kLtr ? x + 1 : x - 1] + a);
+  }
+
+  // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left) within one
+  // output byte, each dot's shift as it falls.
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  [[gnu::always_inline]] void OneLanePartial(OneLane& st, const Decider& decide, std::size_t i0,
+                                             std::size_t count) const {
+    const std::size_t w = band_.w;
+    for (std::size_t i = i0; i < i0 + count; ++i) {
+      const std::size_t x = kLtr ? i : w - 1 - i;
+      OneLanePixel<kLtr, kLast, kKeepCur>(st, decide, x, Shift(x), (x & 1) != 0);
+    }
+  }
+
+  // Output byte k whole, its kPerByte pixels in scan order with constant shifts.
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  [[gnu::always_inline]] void OneLaneByte(OneLane& st, const Decider& decide, std::uint8_t* out,
+                                          std::size_t k) const {
+    const std::size_t base = k * kPerByte;
+    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
+      // A byte starts at an even x, so each column's parity is fixed too.
+      ((OneLanePixel<kLtr, kLast, kKeepCur>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
+                                            (kLtr ? kPerByte - 1 - j : j) * kBits,
+                                            ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
+       ...);
+    }(std::make_integer_sequence<unsigned, kPerByte>{});
+    out[k] = static_cast<std::uint8_t>(out[k] | st.acc);
+    st.acc = 0;
+  }
+
+  // The row of a lone lane: plain local pointers, and the row cut into whole output bytes
+  // (kPerByte pixels unrolled, so each dot's shift and the curve term's parity are constants)
+  // plus a partial byte at either end. kKeepCur stores the scanned row's values back, which
+  // only the last two rows of a band need.
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  void OneLaneRow(std::size_t y) {
+    constexpr std::size_t kRowEndDraws = (kLast || kScan.inner_row_end.draw == EndDraw::kNone) ? 0 : 1;
+    const std::size_t w = band_.w;
+    const Decider& decide = decide_;
+    const unsigned p = p_[0];
+    std::uint8_t* const out = band_.Out(y, p);
+    random_[0].DrawWords(words_[0], w - 1 + kRowEndDraws);
+    OneLane st{kLtr ? rows_[0].a : rows_[0].b,
+               kLtr ? rows_[0].b : rows_[0].a,
+               rows_[0].carry,
+               band_.In(y, p),
+               kLast ? nullptr : band_.In(y + 1, p),
+               kLtr ? words_[0] : words_[0] + (w - 1),
+               0,
+               0};
+    st.v = st.cur[kLtr ? 0 : w - 1];
+
+    if constexpr (kLtr) {
+      // Whole bytes, then the pixels before the row end in its byte.
+      const std::size_t whole = (w - 1) / kPerByte;
+      for (std::size_t k = 0; k < whole; ++k) OneLaneByte<kLtr, kLast, kKeepCur>(st, decide, out, k);
+      OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
+    } else {
+      // The top byte as far as it reaches, whole bytes down to byte 1, then byte 0 but x = 0.
+      const std::size_t top = (w - 1) / kPerByte;
+      if (top == 0) {
+        OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, 0, w - 1);
+      } else {
+        OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, 0, (w - 1) % kPerByte + 1);
+        out[top] = static_cast<std::uint8_t>(out[top] | st.acc);
+        st.acc = 0;
+        for (std::size_t k = top - 1; k > 0; --k) OneLaneByte<kLtr, kLast, kKeepCur>(st, decide, out, k);
+        OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, w - kPerByte, kPerByte - 1);
+      }
+    }
+
+    // The pixel ending the row, as in Row.
+    const std::size_t x = kLtr ? w - 1 : 0;
+    const std::uint8_t s = st.in[x];
+    st.cur[x] = static_cast<std::int16_t>(st.v);
+    if constexpr (kLast) {
+      const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[0].b[x] : st.v;
+      st.acc |= decide.Decide(vd, s).code << Shift(x);
+    } else {
+      const Outcome o = decide.Decide(st.v, s);
+      st.acc |= o.code << Shift(x);
+      const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
+      unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
+      if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words_[0][w - 1] >> 1) & 1u;
+      st.next[x] = Store16(st.in_below[x] + ShareOf(kScan.inner_row_end.below[bit], e));
+    }
+    out[x / kPerByte] = static_cast<std::uint8_t>(out[x / kPerByte] | st.acc);
   }
 
   const Decider& decide_;

@@ -129,6 +129,17 @@ class SpineLockstep {
   void RunRows() {
     const std::size_t w = band_.w, h = band_.h;
     for (unsigned l = 0; l < kLanes; ++l) LoadFirstRow(lanes_[l].a, lanes_[l].carry, band_.In(0, lanes_[l].p), w);
+    if constexpr (kLanes == 1) {
+      // Every row rewrites the whole of the row before as its row below, so only the last
+      // row stores its scanned values back.
+      for (std::size_t y = 0; y < h; ++y) {
+        if (y + 1 < h)
+          (y & 1) == 0 ? OneLaneRow<true, false>(y) : OneLaneRow<false, false>(y);
+        else
+          (y & 1) == 0 ? OneLaneRow<true, true>(y) : OneLaneRow<false, true>(y);
+      }
+      return;
+    }
     for (std::size_t y = 0; y < h; ++y) {
       const bool last = y + 1 >= h;
       if ((y & 1) == 0) {
@@ -206,6 +217,125 @@ class SpineLockstep {
         });
       }
     }
+  }
+
+  // The working state of a lone lane's row, held in locals of OneLaneRow.
+  struct OneLane {
+    std::int16_t* cur;
+    std::int16_t* next;
+    std::int16_t* carry;
+    const std::uint8_t* in;
+    const std::uint8_t* below;
+    const std::uint32_t* drawn;  // the draw of pixel x: drawn[x] left to right, drawn[-x] right to left
+    int v;
+    unsigned acc;
+  };
+  static constexpr unsigned kPerByte = 4;
+  static constexpr unsigned kBits = 2;
+
+  // One pixel of a lone lane; kHasNext is false for the pixel ending the row, whose side share
+  // is dropped. `odd` is x & 1. The last row stores its scanned values back (kLast).
+  template <bool kLtr, bool kLast, bool kHasNext>
+  [[gnu::always_inline]] void OnePixel(OneLane& st, const random_split::ClampedDecisionTable& decide, std::size_t x,
+                                       unsigned shift, bool odd) const {
+    const std::uint8_t r = st.in[x];
+    if constexpr (kLast) st.cur[x] = static_cast<std::int16_t>(st.v);
+    const random_split::Outcome o = decide.Decide(st.v, r);
+    st.acc |= o.code << shift;
+    // Two 16-bit truncations in a row, before and after the curve term, are one.
+    int term = 0;
+    if constexpr (kLtr)
+      term = odd ? curve_a_[r] : 0;
+    else
+      term = odd ? 0 : curve_b_[r];
+    const int err = Store16(o.err + term);
+    const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
+    const unsigned bit = (word >> 1) & 1u;
+    const int third = random_split::DivTrunc3(err);
+    const int rest = err - third;
+    // Bit 1 sends the third down and the rest along. Both sums along the row are formed and
+    // one picked (a conditional move, not a branch on the random bit).
+    const int down = bit ? third : rest;
+    if constexpr (kHasNext) {
+      const int ahead = st.cur[kLtr ? x + 1 : x - 1];
+      const int with_third = ahead + third, with_rest = ahead + rest;
+      st.v = Store16(bit ? with_rest : with_third);
+    }
+    if constexpr (kLtr) {
+      st.next[x] = Store16((kLast ? 0 : st.below[x]) + down);
+    } else if constexpr (!kLast) {
+      st.next[x] = Store16(st.below[x] + down);
+    } else {
+      st.next[x] = 0;
+      st.carry[x] = Store16(down);
+    }
+  }
+
+  static unsigned ShiftOf(std::size_t x) { return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits; }
+
+  // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left), none ending the row.
+  template <bool kLtr, bool kLast>
+  [[gnu::always_inline]] void OnePartial(OneLane& st, const random_split::ClampedDecisionTable& decide,
+                                         std::size_t i0, std::size_t count) const {
+    const std::size_t w = band_.w;
+    for (std::size_t i = i0; i < i0 + count; ++i) {
+      const std::size_t x = kLtr ? i : w - 1 - i;
+      OnePixel<kLtr, kLast, true>(st, decide, x, ShiftOf(x), (x & 1) != 0);
+    }
+  }
+
+  // Output byte k whole, its pixels in scan order with constant shifts and parities.
+  template <bool kLtr, bool kLast>
+  [[gnu::always_inline]] void OneByte(OneLane& st, const random_split::ClampedDecisionTable& decide,
+                                      std::uint8_t* out, std::size_t k) const {
+    const std::size_t base = k * kPerByte;
+    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
+      ((OnePixel<kLtr, kLast, true>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
+                                    (kLtr ? kPerByte - 1 - j : j) * kBits, ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
+       ...);
+    }(std::make_integer_sequence<unsigned, kPerByte>{});
+    out[k] = static_cast<std::uint8_t>(out[k] | st.acc);
+    st.acc = 0;
+  }
+
+  // The row of a lone lane: plain local pointers, whole output bytes unrolled, a partial byte
+  // at either end.
+  template <bool kLtr, bool kLast>
+  void OneLaneRow(std::size_t y) {
+    const std::size_t w = band_.w;
+    const random_split::ClampedDecisionTable& decide = decide_;
+    SpineLane& lane = lanes_[0];
+    std::uint8_t* const out = band_.Out(y, lane.p);
+    lane.random.DrawWords(lane.words, w);
+    OneLane st{kLtr ? lane.a : lane.b,
+               kLtr ? lane.b : lane.a,
+               lane.carry,
+               band_.In(y, lane.p),
+               kLast ? nullptr : band_.In(y + 1, lane.p),
+               kLtr ? lane.words : lane.words + (w - 1),
+               0,
+               0};
+    st.v = st.cur[kLtr ? 0 : w - 1];
+    if constexpr (kLtr) {
+      const std::size_t whole = (w - 1) / kPerByte;
+      for (std::size_t k = 0; k < whole; ++k) OneByte<kLtr, kLast>(st, decide, out, k);
+      OnePartial<kLtr, kLast>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
+    } else {
+      const std::size_t top = (w - 1) / kPerByte;
+      if (top == 0) {
+        OnePartial<kLtr, kLast>(st, decide, 0, w - 1);
+      } else {
+        OnePartial<kLtr, kLast>(st, decide, 0, (w - 1) % kPerByte + 1);
+        out[top] = static_cast<std::uint8_t>(out[top] | st.acc);
+        st.acc = 0;
+        for (std::size_t k = top - 1; k > 0; --k) OneByte<kLtr, kLast>(st, decide, out, k);
+        OnePartial<kLtr, kLast>(st, decide, w - kPerByte, kPerByte - 1);
+      }
+    }
+    const std::size_t x = kLtr ? w - 1 : 0;
+    st.cur[x] = static_cast<std::int16_t>(st.v);
+    OnePixel<kLtr, kLast, false>(st, decide, x, ShiftOf(x), (x & 1) != 0);
+    out[x / kPerByte] = static_cast<std::uint8_t>(out[x / kPerByte] | st.acc);
   }
 
   const random_split::ClampedDecisionTable& decide_;
