@@ -65,16 +65,7 @@ class DiagonalLockstep {
 
   void Run() {
     for (unsigned l = 0; l < kLanes; ++l) LoadCarriedErrors(lanes_[l].a, lanes_[l].carry, band_.w);
-    for (std::size_t y = 0; y + 1 < band_.h; ++y) {
-      if ((y & 1) == 0)
-        Row<true, false>(y);
-      else
-        Row<false, false>(y);
-    }
-    if (((band_.h - 1) & 1) == 0)
-      Row<true, true>(band_.h - 1);
-    else
-      Row<false, true>(band_.h - 1);
+    ScanSerpentineRows(band_.h, [this]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
   }
 
  private:
@@ -124,7 +115,7 @@ class DiagonalLockstep {
     auto pixel = [&](std::size_t i, auto row_end) {
       const std::size_t x = kFwd ? i : w - 1 - i;
       const std::size_t before = kFwd ? x - 1 : x + 1;
-      double_fast::ForEachLane<kLanes>([&](unsigned l) {
+      ForEachLane<kLanes>([&](unsigned l) {
         const int v = in[l][x];
         c[l].Store(cur[l] + x);
         const Real s = Real::Level(v) + c[l];
@@ -155,15 +146,9 @@ class DiagonalLockstep {
 };
 
 void DiagonalBand(Engine& engine, const Band& band) {
-  double_fast::ForEachLockstepGroup(engine, band, nullptr, 0, double_fast::kMaxLockstep,
-                                    [&](const double_fast::Lane* lanes, unsigned n) {
-                                      switch (n) {
-                                        case 1: DiagonalLockstep<1>(band, lanes).Run(); break;
-                                        case 2: DiagonalLockstep<2>(band, lanes).Run(); break;
-                                        case 3: DiagonalLockstep<3>(band, lanes).Run(); break;
-                                        default: DiagonalLockstep<4>(band, lanes).Run(); break;
-                                      }
-                                    });
+  double_fast::ForEachLockstepGroup(engine, band, nullptr, 0, kMaxLockstep, [&](const double_fast::Lane* lanes, unsigned n) {
+    WithLaneCount(n, [&](auto lanes_n) { DiagonalLockstep<decltype(lanes_n)::value>(band, lanes).Run(); });
+  });
 }
 
 }  // namespace

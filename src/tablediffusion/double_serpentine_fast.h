@@ -21,12 +21,10 @@
 #include <emmintrin.h>
 #endif
 
-#include "diffusion/random_split_fast.h"
+#include "frame/lockstep.h"
 #include "tablediffusion/double_serpentine.h"
 
 namespace halftone::double_fast {
-
-using random_split::ForEachLane;
 
 // One double of the fast passes. With SSE2 it lives in the low lane of an XMM register and every
 // operation is the scalar instruction (addsd, subsd, mulsd, divsd), the same IEEE operation as
@@ -122,16 +120,7 @@ class AheadDownLockstep {
   void Run() {
     const std::size_t h = band_.h;
     for (unsigned l = 0; l < kLanes; ++l) LoadCarriedErrors(lanes_[l].a, lanes_[l].carry, band_.w);
-    for (std::size_t y = 0; y + 1 < h; ++y) {
-      if ((y & 1) == 0)
-        Row<true, false>(y);
-      else
-        Row<false, false>(y);
-    }
-    if (((h - 1) & 1) == 0)
-      Row<true, true>(h - 1);
-    else
-      Row<false, true>(h - 1);
+    ScanSerpentineRows(h, [this]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
   }
 
  private:
@@ -224,17 +213,10 @@ class AheadDownLockstep {
 
 template <class Fast>
 void RunLockstep(const Fast& fast, const Band& band, const Lane* lanes, unsigned n) {
-  switch (n) {
-    case 1: AheadDownLockstep<Fast, 1>(fast, band, lanes).Run(); break;
-    case 2: AheadDownLockstep<Fast, 2>(fast, band, lanes).Run(); break;
-    case 3: AheadDownLockstep<Fast, 3>(fast, band, lanes).Run(); break;
-    default: AheadDownLockstep<Fast, 4>(fast, band, lanes).Run(); break;
-  }
+  WithLaneCount(n, [&](auto lanes_n) { AheadDownLockstep<Fast, decltype(lanes_n)::value>(fast, band, lanes).Run(); });
 }
 
 // Planes in a lockstep group at most.
-inline constexpr unsigned kMaxLockstep = random_split::kMaxLockstep;
-
 // Widest group a member runs well in: a member may ask for narrower groups with `kLockstep`
 // (measured with halftone_bench, not derived).
 template <class Fast>
@@ -254,16 +236,11 @@ void ForEachLockstepGroup(Engine& engine, const Band& band, const std::uint32_t*
                           unsigned widest, Group&& group) {
   const unsigned planes = band.planes;
   DoubleJobBuffers& rows = engine.double_rows;
-  const unsigned size = random_split::LockstepGroupSize(planes, engine.threads.count(), widest);
-  const unsigned groups = (planes + size - 1) / size;
-  engine.threads.ForEachPlane(groups, [&](unsigned g) {
+  halftone::ForEachLockstepGroup(engine.threads, planes, widest, [&](unsigned first, unsigned n) {
     Lane lanes[kMaxLockstep];
-    const unsigned first = g * size;
-    const unsigned n = planes - first < size ? planes - first : size;
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
-      const bool last = p + 1 == planes;
-      lanes[l] = {last ? rows.a() : rows.lane_a(p), last ? rows.b() : rows.lane_b(p), rows.carry(p, band.w),
+      lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w),
                   words == nullptr ? nullptr : words + per_plane * p, p};
     }
     group(lanes, n);

@@ -20,9 +20,9 @@
 #include <emmintrin.h>
 #endif
 
-#include "diffusion/random_split_fast.h"
 #include "frame/band.h"
 #include "frame/engine.h"
+#include "frame/lockstep.h"
 #include "tablediffusion/level_bias_traits.h"
 
 // The pixel step of a lockstep row is written once and used twice (inside the row and at its
@@ -361,7 +361,7 @@ class LockstepDiffusion {
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const LevelEntry* entries = by_parity[x & 1].data();
       dots = (kLtr ? dots << kBits : dots >> kBits) + kColumnMax;
-      random_split::ForEachLane<kLanes>([&](unsigned l) {
+      ForEachLane<kLanes>([&](unsigned l) {
         const std::int64_t ahead = pixel(l, x, entries);
         carried[l] = static_cast<std::int16_t>(cur[along * kLanes + l] + ahead);
       });
@@ -392,12 +392,9 @@ class LockstepDiffusion {
 template <const LevelBiasTraits& M>
 void RunLockstep(const FastTables& tables, const Band& band, const FastLane* lanes, unsigned n, std::int16_t* rows,
                  std::int16_t* shared_a, std::int16_t* shared_b) {
-  switch (n) {
-    case 1: LockstepDiffusion<M, 1>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
-    case 2: LockstepDiffusion<M, 2>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
-    case 3: LockstepDiffusion<M, 3>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
-    default: LockstepDiffusion<M, 4>(tables, band, lanes, rows, shared_a, shared_b).Run(); break;
-  }
+  WithLaneCount(n, [&](auto lanes_n) {
+    LockstepDiffusion<M, decltype(lanes_n)::value>(tables, band, lanes, rows, shared_a, shared_b).Run();
+  });
 }
 
 // Every plane of a band. The band's random stream is drawn ahead: a count of the drawing
@@ -426,12 +423,8 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
   words[total] = 0;
 
   const FastTables& tables = TablesOf<M>();
-  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count());
-  const unsigned groups = (planes + group - 1) / group;
-  engine.threads.ForEachPlane(groups, [&](unsigned g) {
-    FastLane lanes[random_split::kMaxLockstep];
-    const unsigned first = g * group;
-    const unsigned n = planes - first < group ? planes - first : group;
+  ForEachLockstepGroup(engine.threads, planes, kMaxLockstep, [&](unsigned first, unsigned n) {
+    FastLane lanes[kMaxLockstep];
     for (unsigned l = 0; l < n; ++l) lanes[l] = {engine.rows.carry(first + l, w), words + start[first + l], first + l};
     // The group's interleaved working rows take the private rows of its planes (2 w cells each).
     const bool has_last = first + n == planes;

@@ -19,12 +19,12 @@
 #include "diffusion/random_split_fast.h"
 #include "frame/band.h"
 #include "frame/engine.h"
+#include "frame/lockstep.h"
 #include "tablediffusion/error_shares.h"
 
 namespace halftone::serpentine_lockstep {
 
 using random_split::DivTrunc;
-using random_split::ForEachLane;
 
 // The ahead share of error e under a member's share choice, branch-free. `bit` is the drawn
 // split bit (ignored by a choice that draws nothing). Rules are fractions num/den of e,
@@ -115,16 +115,7 @@ class Scan {
       }
       for (std::size_t x = 0; x < w; ++x) carry[x] = 0;
     }
-    for (std::size_t y = 0; y + 1 < h; ++y) {
-      if ((y & 1) == 0)
-        Row<true, false>(y);
-      else
-        Row<false, false>(y);
-    }
-    if (((h - 1) & 1) == 0)
-      Row<true, true>(h - 1);
-    else
-      Row<false, true>(h - 1);
+    ScanSerpentineRows(h, [this]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
   }
 
  private:
@@ -230,24 +221,14 @@ void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
   const std::size_t per_plane = Kernel::kDraws ? band.w * band.h : 0;
   const std::uint8_t* drawn = nullptr;
   if constexpr (Kernel::kDraws) drawn = DrawSplitBits(engine, per_plane * planes);
-  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count());
-  const unsigned groups = (planes + group - 1) / group;
-  engine.threads.ForEachPlane(groups, [&](unsigned g) {
-    Lane lanes[random_split::kMaxLockstep];
-    const unsigned first = g * group;
-    const unsigned n = planes - first < group ? planes - first : group;
+  ForEachLockstepGroup(engine.threads, planes, kMaxLockstep, [&](unsigned first, unsigned n) {
+    Lane lanes[kMaxLockstep];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
-      const bool last = p + 1 == planes;
-      lanes[l] = {last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
-                  engine.rows.carry(p, band.w), Kernel::kDraws ? drawn + per_plane * p : nullptr, p};
+      lanes[l] = {LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w),
+                  Kernel::kDraws ? drawn + per_plane * p : nullptr, p};
     }
-    switch (n) {
-      case 1: Scan<Kernel, 1>(kernel, band, lanes).Run(); break;
-      case 2: Scan<Kernel, 2>(kernel, band, lanes).Run(); break;
-      case 3: Scan<Kernel, 3>(kernel, band, lanes).Run(); break;
-      default: Scan<Kernel, 4>(kernel, band, lanes).Run(); break;
-    }
+    WithLaneCount(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
   });
 }
 

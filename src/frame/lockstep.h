@@ -1,0 +1,91 @@
+// What the fast diffusion paths share to run the planes of a band in lockstep: row y of every
+// plane of a group in one loop, so the pixel-to-pixel dependency chains of different planes
+// overlap. A family writes its own row pass; the grouping, the lane unrolling, the choice of
+// working rows and the serpentine row order are the same everywhere and live here.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+
+#include "frame/plane_threads.h"
+
+namespace halftone {
+
+// Planes run in lockstep groups of at most this many (WithLaneCount has a case for each size).
+inline constexpr unsigned kMaxLockstep = 4;
+
+// Planes a group holds: up to `widest` (at most kMaxLockstep) on one thread; with more threads
+// the planes are spread so that every thread gets a group.
+inline unsigned LockstepGroupSize(unsigned planes, int threads, unsigned widest = kMaxLockstep) {
+  if (widest > kMaxLockstep) widest = kMaxLockstep;
+  const unsigned t = threads <= 1 ? 1u : static_cast<unsigned>(threads);
+  unsigned g = (planes + t - 1) / t;
+  if (g == 0) g = 1;
+  return g < widest ? g : widest;
+}
+
+// Calls group(first, n) for every lockstep group of a band's planes (planes first .. first+n-1),
+// the groups spread over the threads.
+template <class Group>
+void ForEachLockstepGroup(PlaneThreads& threads, unsigned planes, unsigned widest, Group&& group) {
+  const unsigned size = LockstepGroupSize(planes, threads.count(), widest);
+  const unsigned groups = (planes + size - 1) / size;
+  threads.ForEachPlane(groups, [&](unsigned g) {
+    const unsigned first = g * size;
+    group(first, planes - first < size ? planes - first : size);
+  });
+}
+
+// Calls fn(std::integral_constant<unsigned, n>{}) for a group of n planes, so the scan is
+// instantiated for each group size and its lanes are counted at compile time.
+template <class Fn>
+inline void WithLaneCount(unsigned n, Fn&& fn) {
+  switch (n) {
+    case 1: fn(std::integral_constant<unsigned, 1>{}); break;
+    case 2: fn(std::integral_constant<unsigned, 2>{}); break;
+    case 3: fn(std::integral_constant<unsigned, 3>{}); break;
+    default: fn(std::integral_constant<unsigned, kMaxLockstep>{}); break;
+  }
+}
+
+// Calls fn(l) for l = 0 .. kN-1 as separate statements, so each lane's state is addressed by a
+// constant and can stay in registers.
+template <unsigned kN, class Fn>
+inline void ForEachLane(Fn&& fn) {
+  [&]<unsigned... l>(std::integer_sequence<unsigned, l...>) {
+    (fn(std::integral_constant<unsigned, l>{}), ...);
+  }(std::make_integer_sequence<unsigned, kN>{});
+}
+
+// The working rows plane p of a band of `planes` scans on: its own, except the last plane,
+// which scans on the shared rows so they end the band as the plane-by-plane scan leaves them.
+template <class Rows>
+inline auto LaneRowA(Rows& rows, unsigned p, unsigned planes) {
+  return p + 1 == planes ? rows.a() : rows.lane_a(p);
+}
+template <class Rows>
+inline auto LaneRowB(Rows& rows, unsigned p, unsigned planes) {
+  return p + 1 == planes ? rows.b() : rows.lane_b(p);
+}
+
+// The serpentine row order of a band of h >= 1 rows: rows 0 .. h-2 alternate left to right
+// (even rows) and right to left, then the band's last row in its own direction. Calls
+// row.template operator()<kLeftToRight, kLastRow>(y), e.g. with a lambda
+// [&]<bool kLtr, bool kLast>(std::size_t y) { ... }.
+template <class RowFn>
+inline void ScanSerpentineRows(std::size_t h, RowFn&& row) {
+  for (std::size_t y = 0; y + 1 < h; ++y) {
+    if ((y & 1) == 0)
+      row.template operator()<true, false>(y);
+    else
+      row.template operator()<false, false>(y);
+  }
+  if (((h - 1) & 1) == 0)
+    row.template operator()<true, true>(h - 1);
+  else
+    row.template operator()<false, true>(h - 1);
+}
+
+}  // namespace halftone
