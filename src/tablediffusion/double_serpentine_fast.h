@@ -216,7 +216,6 @@ void RunLockstep(const Fast& fast, const Band& band, const Lane* lanes, unsigned
   WithLaneCount(n, [&](auto lanes_n) { AheadDownLockstep<Fast, decltype(lanes_n)::value>(fast, band, lanes).Run(); });
 }
 
-// Planes in a lockstep group at most.
 // Widest group a member runs well in: a member may ask for narrower groups with `kLockstep`
 // (measured with halftone_bench, not derived).
 template <class Fast>
