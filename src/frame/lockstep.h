@@ -11,6 +11,16 @@
 
 #include "frame/plane_threads.h"
 
+// The lane loop must vanish into the row loop that calls it, lane bodies included: a lane's
+// state lives in registers only when the whole row is one function. GCC otherwise may keep a
+// lane body that is called four times as a function of its own, at half the speed, so lane
+// bodies are written [&](unsigned l) HALFTONE_LOCKSTEP_INLINE { ... }.
+#if defined(__GNUC__)
+#define HALFTONE_LOCKSTEP_INLINE __attribute__((always_inline))
+#else
+#define HALFTONE_LOCKSTEP_INLINE
+#endif
+
 namespace halftone {
 
 // Planes run in lockstep groups of at most this many (WithLaneCount has a case for each size).
@@ -53,8 +63,8 @@ inline void WithLaneCount(unsigned n, Fn&& fn) {
 // Calls fn(l) for l = 0 .. kN-1 as separate statements, so each lane's state is addressed by a
 // constant and can stay in registers.
 template <unsigned kN, class Fn>
-inline void ForEachLane(Fn&& fn) {
-  [&]<unsigned... l>(std::integer_sequence<unsigned, l...>) {
+HALFTONE_LOCKSTEP_INLINE inline void ForEachLane(Fn&& fn) {
+  [&]<unsigned... l>(std::integer_sequence<unsigned, l...>) HALFTONE_LOCKSTEP_INLINE {
     (fn(std::integral_constant<unsigned, l>{}), ...);
   }(std::make_integer_sequence<unsigned, kN>{});
 }

@@ -361,7 +361,7 @@ class LockstepDiffusion {
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const LevelEntry* entries = by_parity[x & 1].data();
       dots = (kLtr ? dots << kBits : dots >> kBits) + kColumnMax;
-      ForEachLane<kLanes>([&](unsigned l) {
+      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
         const std::int64_t ahead = pixel(l, x, entries);
         carried[l] = static_cast<std::int16_t>(cur[along * kLanes + l] + ahead);
       });

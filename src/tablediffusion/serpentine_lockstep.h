@@ -30,13 +30,13 @@ using random_split::DivTrunc;
 // split bit (ignored by a choice that draws nothing). Rules are fractions num/den of e,
 // truncated toward zero, with den 1 to 4.
 template <ShareRule R>
-constexpr int AheadOf(int e) {
+HALFTONE_LOCKSTEP_INLINE constexpr int AheadOf(int e) {
   static_assert(R.rounding == Rounding::kTrunc, "flooring shares are not in these families");
   const int share = DivTrunc<R.den>(R.num * e);
   return R.to_ahead ? share : e - share;
 }
 template <ShareChoice C>
-inline int AheadShare(unsigned bit, int e) {
+HALFTONE_LOCKSTEP_INLINE inline int AheadShare(unsigned bit, int e) {
   if constexpr (C.by == Selector::kParity) {
     static_assert(C.rules[0].num == C.rules[1].num && C.rules[0].den == C.rules[1].den &&
                       C.rules[0].to_ahead == C.rules[1].to_ahead,
@@ -64,7 +64,7 @@ constexpr AheadMasks MasksOf(const ShareRule& r) {
   const int half = r.den == 2 ? -1 : 0, third = r.den == 3 ? -1 : 0;
   return r.to_ahead ? AheadMasks{0, half, third, 0} : AheadMasks{-1, half, third, -1};
 }
-inline int AheadByMasks(const AheadMasks& m, int e) {
+HALFTONE_LOCKSTEP_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
   const int part = (DivTrunc<2>(e) & m.half) | (DivTrunc<3>(e) & m.third);
   return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
@@ -153,7 +153,7 @@ class Scan {
 
     // One pixel of lane l at scan position i; kEnd for the row's last pixel, whose ahead
     // share is dropped.
-    auto pixel = [&]<bool kEnd>(unsigned l, std::size_t i, std::size_t x) {
+    auto pixel = [&]<bool kEnd>(unsigned l, std::size_t i, std::size_t x) HALFTONE_LOCKSTEP_INLINE {
       const int v = in[l][x];
       cur[l][x] = static_cast<std::int16_t>(held[l]);
       const PixelOut o = k_.template Step<kLtr>(v, held[l], x, Kernel::kDraws ? drawn[l][i] : 0u);
@@ -168,9 +168,9 @@ class Scan {
 
     for (std::size_t i = 0; i + 1 < w; ++i) {
       const std::size_t x = kLtr ? i : w - 1 - i;
-      ForEachLane<kLanes>([&](unsigned l) { pixel.template operator()<false>(l, i, x); });
+      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE { pixel.template operator()<false>(l, i, x); });
       if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
-        ForEachLane<kLanes>([&](unsigned l) {
+        ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
           out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
           acc[l] = 0;
         });
