@@ -5,6 +5,7 @@
 // layer table, on one thread and two.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <random>
@@ -29,28 +30,35 @@ constexpr int kHighestError = 32767 + 255 + 255;
 template <ShareChoice C>
 void ExpectAheadSharesMatch(const char* name) {
   for (unsigned bit = 0; bit < 2; ++bit) {
-    const ShareRule& rule = C.by == Selector::kParity ? C.rules[0] : C.rules[bit];
+    // A copy of the rules: clang 14 crashes indexing the template argument itself at run time.
+    static constexpr std::array<ShareRule, 4> kRules = C.rules;
+    const ShareRule& rule = kRules[C.by == Selector::kParity ? 0 : bit];
     for (int e = kLowestError; e <= kHighestError; ++e)
       ASSERT_EQ(serpentine_lockstep::AheadShare<C>(bit, e), Apply(rule, e).ahead) << name << " bit " << bit << " e " << e;
   }
 }
 
+// The rules these members split by: halves, thirds, two thirds, quarters, three quarters, whole
+// error ahead or down, chosen by a drawn bit or fixed.
+constexpr ShareRule kHalfAhead{1, 2, Rounding::kTrunc, true};
+constexpr ShareRule kThirdDown{1, 3, Rounding::kTrunc, false};
+constexpr ShareRule kTwoThirdsAhead{2, 3, Rounding::kTrunc, true};
+constexpr ShareRule kQuarterAhead{1, 4, Rounding::kTrunc, true};
+constexpr ShareRule kThreeQuartersDown{3, 4, Rounding::kTrunc, false};
+constexpr ShareChoice kHalves = Always(kHalfAhead);
+constexpr ShareChoice kThirdsDown = Always(kThirdDown);
+constexpr ShareChoice kTwoThirds = Always(kTwoThirdsAhead);
+constexpr ShareChoice kWhole{Selector::kOneBit, {kAllDown, kAllAhead, kAllDown, kAllAhead}};
+constexpr ShareChoice kQuartersOrThird{Selector::kOneBit, {kThreeQuartersDown, kThirdDown, kThreeQuartersDown, kThirdDown}};
+constexpr ShareChoice kQuarterOrTwoThirds{Selector::kOneBit, {kQuarterAhead, kTwoThirdsAhead, kQuarterAhead, kTwoThirdsAhead}};
+
 TEST(RestrictedFast, BranchFreeSplitsMatchTheRulesForEveryError) {
-  // The rules these members split by: halves, thirds, two thirds, quarters, three quarters,
-  // whole error ahead or down, chosen by a drawn bit or fixed.
-  constexpr ShareRule kHalfAhead{1, 2, Rounding::kTrunc, true};
-  constexpr ShareRule kThirdDown{1, 3, Rounding::kTrunc, false};
-  constexpr ShareRule kTwoThirdsAhead{2, 3, Rounding::kTrunc, true};
-  constexpr ShareRule kQuarterAhead{1, 4, Rounding::kTrunc, true};
-  constexpr ShareRule kThreeQuartersDown{3, 4, Rounding::kTrunc, false};
-  ExpectAheadSharesMatch<Always(kHalfAhead)>("half");
-  ExpectAheadSharesMatch<Always(kThirdDown)>("third down");
-  ExpectAheadSharesMatch<Always(kTwoThirdsAhead)>("two thirds");
-  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kAllDown, kAllAhead, kAllDown, kAllAhead}}>("whole");
-  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kThreeQuartersDown, kThirdDown, kThreeQuartersDown, kThirdDown}}>(
-      "three quarters or third down");
-  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kQuarterAhead, kTwoThirdsAhead, kQuarterAhead, kTwoThirdsAhead}}>(
-      "quarter or two thirds ahead");
+  ExpectAheadSharesMatch<kHalves>("half");
+  ExpectAheadSharesMatch<kThirdsDown>("third down");
+  ExpectAheadSharesMatch<kTwoThirds>("two thirds");
+  ExpectAheadSharesMatch<kWhole>("whole");
+  ExpectAheadSharesMatch<kQuartersOrThird>("three quarters or third down");
+  ExpectAheadSharesMatch<kQuarterOrTwoThirds>("quarter or two thirds ahead");
 }
 
 TEST(RestrictedFast, MaskedSplitsMatchTheRulesForEveryError) {
@@ -84,13 +92,13 @@ std::vector<Member> Members() {
                                   member == LevelRestrictedMember::kRandomFourLevel
                               ? 2
                               : 1;
-    m.push_back({name, bits, [member](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                      HalftoneFlags f) { return LevelRestrictedDiffusion(e, member, s, d, w, h, f); }});
+    m.push_back({name, bits, [m_ = member](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                      HalftoneFlags f) { return LevelRestrictedDiffusion(e, m_, s, d, w, h, f); }});
   }
   for (const auto& [name, member] : {std::pair{"layer tiles", LayerModulatedMember::kLayerTiles},
                                      std::pair{"curve bias", LayerModulatedMember::kCurveBias}})
-    m.push_back({name, 1, [member](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                   HalftoneFlags f) { return LayerModulatedDiffusion(e, member, s, d, w, h, f); }});
+    m.push_back({name, 1, [m_ = member](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                   HalftoneFlags f) { return LayerModulatedDiffusion(e, m_, s, d, w, h, f); }});
   return m;
 }
 

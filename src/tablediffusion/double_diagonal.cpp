@@ -65,7 +65,7 @@ class DiagonalLockstep {
 
   void Run() {
     for (unsigned l = 0; l < kLanes; ++l) LoadCarriedErrors(lanes_[l].a, lanes_[l].carry, band_.w);
-    ScanSerpentineRows(band_.h, [this]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
+    ScanSerpentineRows(band_.h, [&]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
   }
 
  private:

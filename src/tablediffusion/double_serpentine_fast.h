@@ -120,7 +120,7 @@ class AheadDownLockstep {
   void Run() {
     const std::size_t h = band_.h;
     for (unsigned l = 0; l < kLanes; ++l) LoadCarriedErrors(lanes_[l].a, lanes_[l].carry, band_.w);
-    ScanSerpentineRows(h, [this]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
+    ScanSerpentineRows(h, [&]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
   }
 
  private:

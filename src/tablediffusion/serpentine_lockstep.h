@@ -115,7 +115,7 @@ class Scan {
       }
       for (std::size_t x = 0; x < w; ++x) carry[x] = 0;
     }
-    ScanSerpentineRows(h, [this]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
+    ScanSerpentineRows(h, [&]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
   }
 
  private:
