@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "diffusion/four_level.h"
@@ -296,6 +297,49 @@ TEST(RandomSplitFast2, OnePlaneRowsMatchTheReferenceAtEveryByteSplit) {
         const std::vector<std::size_t> hs = {seed % 2 ? 2u : 1u, 3u, 4u, 1u, 5u, 2u};
         const auto ref = RunJob(routines[k].call, routines[k].bits, false, 1, w, hs, planes, seed);
         const auto fast = RunJob(routines[k].call, routines[k].bits, true, 1, w, hs, planes, seed);
+        ASSERT_EQ(ref.size(), fast.size());
+        for (std::size_t i = 0; i < ref.size(); ++i)
+          ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
+                                         << " band " << i;
+      }
+}
+
+// Four planes on one thread and eight on two (the widest lockstep groups each routine runs,
+// side by side on both threads) of every routine of the family, fast against reference, at every width of a few output bytes and around 32 and 64,
+// on band heights 1 to 5 and 17 (dots, carry, working rows and generator after every band).
+TEST(RandomSplitFast2, FourPlaneGroupsMatchTheReference) {
+  using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
+  struct Routine {
+    const char* name;
+    unsigned bits;
+    Call call;
+  };
+  std::vector<Routine> routines = {
+      {"spine", 2, [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                      HalftoneFlags f) { return SerpentineFourLevel(e, s, d, w, h, f); }}};
+  for (const GroupedMethod m : {GroupedMethod::kLevelValues, GroupedMethod::kFixedLevels, GroupedMethod::kSmallDotOnly,
+                                GroupedMethod::kLargeDotOnly})
+    routines.push_back({"grouped", 2, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                          HalftoneFlags f) { return GroupedFourLevel(e, s, d, w, h, f, m); }});
+  for (const BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
+                                BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
+                                BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
+    routines.push_back({"bilevel", 1, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                          HalftoneFlags f) { return BilevelRandomSplit(e, s, d, w, h, f, m); }});
+  for (const EightLevelMethod m : {EightLevelMethod::kLevelValues, EightLevelMethod::kFixedLevels})
+    routines.push_back({"eight", 4, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
+                                        HalftoneFlags f) { return EightLevel(e, s, d, w, h, f, m); }});
+  std::vector<std::size_t> widths;
+  for (std::size_t w = 1; w <= 19; ++w) widths.push_back(w);
+  for (const std::size_t w : {31u, 32u, 33u, 63u, 64u, 65u}) widths.push_back(w);
+  unsigned seed = 900;
+  for (std::size_t k = 0; k < routines.size(); ++k)
+    for (const std::size_t w : widths)
+      for (const auto& [planes, threads] : {std::pair{4u, 1}, std::pair{8u, 2}}) {
+        ++seed;
+        const std::vector<std::size_t> hs = {seed % 2 ? 2u : 1u, 3u, 4u, 1u, 5u, 17u, 2u};
+        const auto ref = RunJob(routines[k].call, routines[k].bits, false, 1, w, hs, planes, seed);
+        const auto fast = RunJob(routines[k].call, routines[k].bits, true, threads, w, hs, planes, seed);
         ASSERT_EQ(ref.size(), fast.size());
         for (std::size_t i = 0; i < ref.size(); ++i)
           ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
