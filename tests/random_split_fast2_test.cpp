@@ -353,7 +353,7 @@ TEST(RandomSplitFast2, SinglePlaneFormAtEveryByteSplit) {
   for (std::size_t w = 1; w <= 19; ++w)
     for (const std::size_t h : {1u, 2u, 3u, 4u}) {
       std::mt19937 gen(static_cast<unsigned>(w * 16 + h));
-      std::vector<std::uint8_t> src(w * h);
+      std::vector<std::uint8_t> src(RasterStride(w) * h);  // rows padded to 4 bytes, as a host lays them
       for (auto& v : src) {
         const unsigned k = gen() % 4;
         v = static_cast<std::uint8_t>(k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF);

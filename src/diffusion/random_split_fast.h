@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "diffusion/random_split_scan.h"
+#include "frame/lockstep.h"
 
 namespace halftone::random_split {
 
@@ -253,15 +254,6 @@ struct ClampedDecisionTable {
   }
 };
 
-// Calls fn(l) for l = 0 .. kN-1 as separate statements, so each lane's state is addressed by a
-// constant and can stay in registers.
-template <unsigned kN, class Fn>
-inline void ForEachLane(Fn&& fn) {
-  [&]<unsigned... l>(std::integer_sequence<unsigned, l...>) {
-    (fn(std::integral_constant<unsigned, l>{}), ...);
-  }(std::make_integer_sequence<unsigned, kN>{});
-}
-
 // One plane of a lockstep group.
 struct FastLane {
   PlaneRows rows;
@@ -385,7 +377,7 @@ class LockstepScan {
       const std::size_t x = kLtr ? i : w - 1 - i;
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const unsigned shift = Shift(x);
-      ForEachLane<kLanes>([&](unsigned l) {
+      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
         const std::uint8_t s = in[l][x];
         cur[l][x] = static_cast<std::int16_t>(v[l]);
         const Outcome o = decide_.Decide(v[l], s);
@@ -402,7 +394,7 @@ class LockstepScan {
         v[l] = Store16(cur[l][along] + a);
       });
       if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
-        ForEachLane<kLanes>([&](unsigned l) {
+        ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
           out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
           acc[l] = 0;
         });
@@ -603,19 +595,6 @@ inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes,
   return starts;
 }
 
-// Planes run in lockstep groups of at most this many.
-inline constexpr unsigned kMaxLockstep = 4;  // RunLockstep has a case for each size
-
-// Planes a group holds: up to `widest` (at most kMaxLockstep) on one thread; with more threads
-// the planes are spread so that every thread gets a group.
-inline unsigned LockstepGroupSize(unsigned planes, int threads, unsigned widest = kMaxLockstep) {
-  if (widest > kMaxLockstep) widest = kMaxLockstep;
-  const unsigned t = threads <= 1 ? 1u : static_cast<unsigned>(threads);
-  unsigned g = (planes + t - 1) / t;
-  if (g == 0) g = 1;
-  return g < widest ? g : widest;
-}
-
 // Widest group a pass runs well in: a pass whose lanes hold many live values (a decision
 // table and curve terms) may ask for narrower groups with `kLockstep`; measured, not derived.
 template <class Pass>
@@ -647,17 +626,11 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   std::uint32_t* words = engine.draws.Reserve(row_room * planes);
   const RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
   const auto decide = FastDecider(pass);
-  const unsigned group = LockstepGroupSize(planes, engine.threads.count(), LockstepWidth<Pass>());
-  const unsigned groups = (planes + group - 1) / group;
-  engine.threads.ForEachPlane(groups, [&](unsigned g) {
+  ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {
     FastLane lanes[kMaxLockstep];
-    const unsigned first = g * group;
-    const unsigned n = planes - first < group ? planes - first : group;
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
-      const bool last = p + 1 == planes;
-      lanes[l] = {{last ? engine.rows.a() : engine.rows.lane_a(p), last ? engine.rows.b() : engine.rows.lane_b(p),
-                   engine.rows.carry(p, band.w)},
+      lanes[l] = {{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w)},
                   starts[p], words + row_room * p, p};
     }
     RunLockstep<Pass>(decide, band, lanes, n, engine.curves);

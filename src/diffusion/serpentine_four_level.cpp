@@ -185,7 +185,7 @@ class SpineLockstep {
       const bool has_next = i + 1 < w;
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const unsigned shift = static_cast<unsigned>(6 - 2 * (x & 3));
-      random_split::ForEachLane<kLanes>([&](unsigned l) {
+      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
         const std::uint8_t r = in[l][x];
         cur[l][x] = static_cast<std::int16_t>(v[l]);
         const random_split::Outcome o = decide_.Decide(v[l], r);
@@ -211,7 +211,7 @@ class SpineLockstep {
         if (has_next) v[l] = Store16(cur[l][along] + side);
       });
       if ((x & 3) == (kLtr ? 3u : 0u) || !has_next) {
-        random_split::ForEachLane<kLanes>([&](unsigned l) {
+        ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
           out[l][x >> 2] = static_cast<std::uint8_t>(out[l][x >> 2] | acc[l]);
           acc[l] = 0;
         });
@@ -357,18 +357,13 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
                  const unsigned code = DecideFourLevel(lv, v, r);
                  return random_split::Outcome{code, v - lv.Level(code)};
                });
-  const unsigned group = random_split::LockstepGroupSize(planes, engine.threads.count(), kSpineLockstep);
-  const unsigned groups = (planes + group - 1) / group;
   JobBuffers& rows = engine.rows;
-  engine.threads.ForEachPlane(groups, [&](unsigned g) {
-    SpineLane lanes[random_split::kMaxLockstep];
-    const unsigned first = g * group;
-    const unsigned n = planes - first < group ? planes - first : group;
+  ForEachLockstepGroup(engine.threads, planes, kSpineLockstep, [&](unsigned first, unsigned n) {
+    SpineLane lanes[kMaxLockstep];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
-      const bool last = p + 1 == planes;
-      lanes[l] = {last ? rows.a() : rows.lane_a(p), last ? rows.b() : rows.lane_b(p), rows.carry(p, band.w),
-                  starts[p], words + band.w * p, p};
+      lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w), starts[p],
+                  words + band.w * p, p};
     }
     switch (n) {
       case 1: SpineLockstep<1>(decide, band, lanes, engine.curves).Run(lanes); break;
