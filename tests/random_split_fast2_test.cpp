@@ -16,6 +16,7 @@
 #include "frame/dispatch.h"
 #include "frame/engine.h"
 #include "frame/random_bits.h"
+#include "random_split_jobs.h"
 #include "test_support.h"
 
 namespace halftone {
@@ -66,52 +67,27 @@ using halftone_test::Flags;
 using halftone_test::kCanary;
 using halftone_test::MakeBand;
 using halftone_test::MakeEngine;
+using halftone_test::BandSnapshot;
+using halftone_test::JobStyle;
+using halftone_test::RandomSplitRoutines;
+using halftone_test::RunRandomSplitJob;
 
-// A whole job of routines whose fast scans draw per row, fast against reference: dots, carry, both shared working rows and the generator after every band.
 // Widths around the register length and odd ones, one-row bands, many planes, samples that
 // are mostly 0 and 255 with noise between, level sets ascending or not, curves up to 255.
-struct JobResult {
-  std::vector<std::uint8_t> dots;
-  std::vector<std::int16_t> carry, a, b;
-  std::uint32_t next_word = 0;
-  bool operator==(const JobResult&) const = default;
-};
+void PrepareJob(Engine& e, std::mt19937& gen, unsigned seed) {
+  for (auto& l : e.levels.L) l = static_cast<std::uint8_t>(gen());
+  if (seed % 3 == 0) e.levels.L = {255, 170, 85, 0, 0, 0, 0, 0, 0};
+  for (auto& slot : e.curves.slots)
+    for (auto& c : slot) c = static_cast<std::uint8_t>(gen() % (seed % 2 ? 256 : 32));
+  e.curves.curve_a = 4;
+  e.curves.curve_b = 9;
+}
+constexpr JobStyle kStyle{2000, PrepareJob, 4};
 
 template <class Call>
-std::vector<JobResult> RunJob(Call call, unsigned bits, bool fast, int threads, std::size_t w,
-                              const std::vector<std::size_t>& hs, unsigned planes, unsigned seed) {
-  SetForceScalar(fast ? 0 : 1);
-  auto e = MakeEngine(2000 + seed);
-  e->threads.SetCount(threads);
-  std::mt19937 gen(seed);
-  for (auto& l : e->levels.L) l = static_cast<std::uint8_t>(gen());
-  if (seed % 3 == 0) e->levels.L = {255, 170, 85, 0, 0, 0, 0, 0, 0};
-  for (auto& slot : e->curves.slots)
-    for (auto& c : slot) c = static_cast<std::uint8_t>(gen() % (seed % 2 ? 256 : 32));
-  e->curves.curve_a = 4;
-  e->curves.curve_b = 9;
-  std::vector<JobResult> out;
-  for (std::size_t i = 0; i < hs.size(); ++i) {
-    const std::size_t h = hs[i];
-    auto src = MakeBand(w, h, planes, [&](std::size_t, std::size_t, unsigned) {
-      const unsigned k = gen() % 4;
-      return k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF;
-    });
-    std::vector<std::uint8_t> dst(DotStride(w, bits) * planes * h + 4, kCanary);
-    const unsigned phase = i == 0 ? 1 : (i + 1 == hs.size() ? 3 : 0);
-    EXPECT_EQ(call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}), 0);
-    JobResult r;
-    r.dots = dst;
-    if (e->rows.live()) {
-      r.carry.assign(e->rows.carry_all(), e->rows.carry_all() + w * planes);
-      r.a.assign(e->rows.a(), e->rows.a() + w);
-      r.b.assign(e->rows.b(), e->rows.b() + w);
-    }
-    r.next_word = e->random.NextStateWord();
-    out.push_back(r);
-  }
-  SetForceScalar(-1);
-  return out;
+std::vector<BandSnapshot> RunJob(Call call, unsigned bits, bool fast, int threads, std::size_t w,
+                                 const std::vector<std::size_t>& hs, unsigned planes, unsigned seed) {
+  return RunRandomSplitJob(call, bits, kStyle, fast, threads, w, hs, planes, seed);
 }
 
 TEST(RandomSplitFast2, JobsAcrossRowLengthsAndPlaneCountsMatchTheReference) {
@@ -265,27 +241,7 @@ TEST(RandomSplitFast2, SharesMatchTheReferenceForEveryErrorAndCode) {
 // around larger byte counts, on band heights 1 to 5 (row A's and B's contents, the carry and
 // the generator are compared after each band), and the same jobs on two planes.
 TEST(RandomSplitFast2, OnePlaneRowsMatchTheReferenceAtEveryByteSplit) {
-  using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
-  struct Routine {
-    const char* name;
-    unsigned bits;
-    Call call;
-  };
-  std::vector<Routine> routines = {
-      {"spine", 2, [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                      HalftoneFlags f) { return SerpentineFourLevel(e, s, d, w, h, f); }}};
-  for (const GroupedMethod m : {GroupedMethod::kLevelValues, GroupedMethod::kFixedLevels, GroupedMethod::kSmallDotOnly,
-                                GroupedMethod::kMediumDotOnly, GroupedMethod::kLargeDotOnly})
-    routines.push_back({"grouped", 2, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                          HalftoneFlags f) { return GroupedFourLevel(e, s, d, w, h, f, m); }});
-  for (const BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
-                                BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
-                                BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
-    routines.push_back({"bilevel", 1, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                          HalftoneFlags f) { return BilevelRandomSplit(e, s, d, w, h, f, m); }});
-  for (const EightLevelMethod m : {EightLevelMethod::kLevelValues, EightLevelMethod::kFixedLevels})
-    routines.push_back({"eight", 4, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                        HalftoneFlags f) { return EightLevel(e, s, d, w, h, f, m); }});
+  const auto routines = RandomSplitRoutines();
   std::vector<std::size_t> widths;
   for (std::size_t w = 1; w <= 18; ++w) widths.push_back(w);
   for (const std::size_t w : {31u, 32u, 33u, 63u, 64u, 65u}) widths.push_back(w);
@@ -308,27 +264,7 @@ TEST(RandomSplitFast2, OnePlaneRowsMatchTheReferenceAtEveryByteSplit) {
 // side by side on both threads) of every routine of the family, fast against reference, at every width of a few output bytes and around 32 and 64,
 // on band heights 1 to 5 and 17 (dots, carry, working rows and generator after every band).
 TEST(RandomSplitFast2, FourPlaneGroupsMatchTheReference) {
-  using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
-  struct Routine {
-    const char* name;
-    unsigned bits;
-    Call call;
-  };
-  std::vector<Routine> routines = {
-      {"spine", 2, [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                      HalftoneFlags f) { return SerpentineFourLevel(e, s, d, w, h, f); }}};
-  for (const GroupedMethod m : {GroupedMethod::kLevelValues, GroupedMethod::kFixedLevels, GroupedMethod::kSmallDotOnly,
-                                GroupedMethod::kLargeDotOnly})
-    routines.push_back({"grouped", 2, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                          HalftoneFlags f) { return GroupedFourLevel(e, s, d, w, h, f, m); }});
-  for (const BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
-                                BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
-                                BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
-    routines.push_back({"bilevel", 1, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                          HalftoneFlags f) { return BilevelRandomSplit(e, s, d, w, h, f, m); }});
-  for (const EightLevelMethod m : {EightLevelMethod::kLevelValues, EightLevelMethod::kFixedLevels})
-    routines.push_back({"eight", 4, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                        HalftoneFlags f) { return EightLevel(e, s, d, w, h, f, m); }});
+  const auto routines = RandomSplitRoutines();
   std::vector<std::size_t> widths;
   for (std::size_t w = 1; w <= 19; ++w) widths.push_back(w);
   for (const std::size_t w : {31u, 32u, 33u, 63u, 64u, 65u}) widths.push_back(w);

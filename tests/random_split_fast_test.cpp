@@ -15,6 +15,7 @@
 #include "diffusion/random_split_fast.h"
 #include "frame/dispatch.h"
 #include "frame/engine.h"
+#include "random_split_jobs.h"
 #include "test_support.h"
 
 namespace halftone {
@@ -73,88 +74,30 @@ TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
   }
 }
 
-using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
-struct Routine {
-  const char* name;
-  unsigned bits;
-  Call call;
-};
-
-std::vector<Routine> Routines() {
-  std::vector<Routine> r;
-  r.push_back({"spine", 2, [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                              HalftoneFlags f) { return SerpentineFourLevel(e, s, d, w, h, f); }});
-  for (GroupedMethod m : {GroupedMethod::kLevelValues, GroupedMethod::kFixedLevels, GroupedMethod::kSmallDotOnly,
-                          GroupedMethod::kMediumDotOnly, GroupedMethod::kLargeDotOnly})
-    r.push_back({"grouped", 2, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                   HalftoneFlags f) { return GroupedFourLevel(e, s, d, w, h, f, m); }});
-  for (BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
-                          BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
-                          BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
-    r.push_back({"bilevel", 1, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                   HalftoneFlags f) { return BilevelRandomSplit(e, s, d, w, h, f, m); }});
-  for (EightLevelMethod m : {EightLevelMethod::kLevelValues, EightLevelMethod::kFixedLevels})
-    r.push_back({"eight", 4, [m](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h,
-                                 HalftoneFlags f) { return EightLevel(e, s, d, w, h, f, m); }});
-  return r;
-}
-
-// What a job leaves behind after a band: the dots, the carry entries, both shared working
-// rows and the random register.
-struct Snapshot {
-  std::vector<std::uint8_t> dots;
-  std::vector<std::int16_t> carry, a, b;
-  std::uint32_t next_word;
-  bool operator==(const Snapshot&) const = default;
-};
-
-std::vector<Snapshot> RunJob(const Routine& r, bool fast, int threads, std::size_t w, const std::vector<std::size_t>& hs,
-                             unsigned planes, unsigned seed) {
-  SetForceScalar(fast ? 0 : 1);
-  auto e = MakeEngine(1000 + seed);
-  e->threads.SetCount(threads);
-  std::mt19937 gen(seed);
-  for (auto& l : e->levels.L) l = static_cast<std::uint8_t>(gen());
-  if (seed % 2 == 0) e->levels.L = {0, 36, 72, 109, 145, 182, 218, 255, 0};
-  for (auto& slot : e->curves.slots)
+// Levels in order every other job, curves small or up to 255, one sample in four an extreme.
+void PrepareJob(Engine& e, std::mt19937& gen, unsigned seed) {
+  for (auto& l : e.levels.L) l = static_cast<std::uint8_t>(gen());
+  if (seed % 2 == 0) e.levels.L = {0, 36, 72, 109, 145, 182, 218, 255, 0};
+  for (auto& slot : e.curves.slots)
     for (auto& c : slot) c = static_cast<std::uint8_t>(gen() % (seed % 3 == 0 ? 256 : 16));
-  e->curves.curve_a = 3;
-  e->curves.curve_b = 5;
-  std::vector<Snapshot> out;
-  for (std::size_t i = 0; i < hs.size(); ++i) {
-    const std::size_t h = hs[i];
-    auto src = MakeBand(w, h, planes, [&](std::size_t, std::size_t, unsigned) {
-      const unsigned k = gen() % 8;
-      return k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF;
-    });
-    std::vector<std::uint8_t> dst(DotStride(w, r.bits) * planes * h + 4, kCanary);
-    const unsigned phase = i == 0 ? 1 : (i + 1 == hs.size() ? 3 : 0);
-    EXPECT_EQ(r.call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}), 0);
-    Snapshot s;
-    s.dots = dst;
-    if (e->rows.live()) {
-      s.carry.assign(e->rows.carry_all(), e->rows.carry_all() + w * planes);
-      s.a.assign(e->rows.a(), e->rows.a() + w);
-      s.b.assign(e->rows.b(), e->rows.b() + w);
-    }
-    s.next_word = e->random.NextStateWord();
-    out.push_back(s);
-  }
-  SetForceScalar(-1);
-  return out;
+  e.curves.curve_a = 3;
+  e.curves.curve_b = 5;
 }
+constexpr JobStyle kStyle{1000, PrepareJob, 8};
 
 TEST(RandomSplitFast, WholeJobsMatchTheReference) {
-  const auto routines = Routines();
+  const auto routines = RandomSplitRoutines();
   unsigned seed = 0;
   for (const std::size_t w : {1u, 2u, 3u, 5u, 8u, 9u, 17u, 64u})
     for (const unsigned planes : {1u, 2u, 3u, 4u, 5u, 9u}) {
       ++seed;
       const std::vector<std::size_t> hs = {seed % 2 ? 3u : 4u, 1u, 2u, 5u};
       for (std::size_t k = 0; k < routines.size(); ++k) {
-        const auto ref = RunJob(routines[k], false, 1, w, hs, planes, seed + 100 * static_cast<unsigned>(k));
+        const unsigned job = seed + 100 * static_cast<unsigned>(k);
+        const auto ref = RunRandomSplitJob(routines[k].call, routines[k].bits, kStyle, false, 1, w, hs, planes, job);
         for (int threads : {1, 2}) {
-          const auto fast = RunJob(routines[k], true, threads, w, hs, planes, seed + 100 * static_cast<unsigned>(k));
+          const auto fast =
+              RunRandomSplitJob(routines[k].call, routines[k].bits, kStyle, true, threads, w, hs, planes, job);
           ASSERT_EQ(ref.size(), fast.size());
           for (std::size_t i = 0; i < ref.size(); ++i)
             ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
