@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -58,18 +59,27 @@ TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
     for (auto& l : values.L) l = static_cast<std::uint8_t>(gen());
     if (round == 0) values.L = {255, 170, 85, 0, 0, 0, 0, 0, 0};
     const FourLevels lv = FourLevels::From(values);
-    random_split::ClampedDecisionTable t;
-    t.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
-            [&](int v, int r) {
-              const unsigned code = DecideFourLevel(lv, v, r);
-              return random_split::Outcome{code, v - lv.Level(code)};
-            });
+    // Halves (the grouped scans) and thirds (the spine): the same decisions, each with its part.
+    auto halves = std::make_unique<random_split::ClampedDecisionTable<2>>();
+    auto thirds = std::make_unique<random_split::ClampedDecisionTable<3>>();
+    const auto classify = [&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; };
+    const auto decide = [&](int v, int r) {
+      const unsigned code = DecideFourLevel(lv, v, r);
+      return random_split::Outcome{code, v - lv.Level(code)};
+    };
+    halves->Build(classify, decide);
+    thirds->Build(classify, decide);
     for (int v = -32768; v <= 32767; ++v)
       for (int r = 0; r < 256; ++r) {
         const unsigned code = DecideFourLevel(lv, v, r);
-        const random_split::Outcome o = t.Decide(v, r);
-        ASSERT_EQ(o.code, code) << "round " << round << " v " << v << " r " << r;
-        ASSERT_EQ(o.err, v - lv.Level(code));
+        const int err = Store16(v - lv.Level(code));
+        const random_split::PartOutcome h = halves->DecideWithPart(v, r), t = thirds->DecideWithPart(v, r);
+        ASSERT_EQ(h.code, code) << "round " << round << " v " << v << " r " << r;
+        ASSERT_EQ(Store16(h.err), err);
+        ASSERT_EQ(h.part, random_split::DivTrunc2(err));
+        ASSERT_EQ(t.code, code);
+        ASSERT_EQ(Store16(t.err), err);
+        ASSERT_EQ(t.part, random_split::DivTrunc3(err));
       }
   }
 }

@@ -65,8 +65,8 @@ struct LevelValuesPass {
     return {kLargestCode - static_cast<unsigned>(i), v - L[i]};
   }
   // The same decision by table: the raw sample counts only through its band among L1..L6.
-  random_split::ClampedDecisionTable Fast() const {
-    random_split::ClampedDecisionTable t;
+  random_split::ClampedDecisionTable<2> Fast() const {
+    random_split::ClampedDecisionTable<2> t;
     t.Build(
         [&](int s) {
           unsigned sb = 0;
@@ -92,8 +92,8 @@ struct FixedLevelsPass {
     while (i < kLevels - 1 && v > kFixedThresholds[i]) ++i;
     return {kLargestCode - static_cast<unsigned>(i), v - kFixedLevels[i]};
   }
-  random_split::ClampedDecisionTable Fast() const {
-    random_split::ClampedDecisionTable t;
+  random_split::ClampedDecisionTable<2> Fast() const {
+    random_split::ClampedDecisionTable<2> t;
     t.Build([](int) { return 0u; }, [&](int v, int s) { return Decide(v, s); });
     return t;
   }

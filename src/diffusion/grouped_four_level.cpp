@@ -48,8 +48,8 @@ struct LevelValuesPass {
     return {code, v - lv.Level(code)};
   }
   // The same decision by table: the raw sample counts only through its sides of L1 and L2.
-  random_split::ClampedDecisionTable Fast() const {
-    random_split::ClampedDecisionTable t;
+  random_split::ClampedDecisionTable<2> Fast() const {
+    random_split::ClampedDecisionTable<2> t;
     t.Build([&](int s) { return unsigned{s <= lv.L1} | unsigned{s <= lv.L2} << 1; },
             [&](int v, int s) { return Decide(v, s); });
     return t;

@@ -164,7 +164,7 @@ struct FastSplit {
   // kMasks: halves and whole shares by masks rather than a multiply, shorter on the chain
   // through e but more live values (measured faster on one lane, slower on two).
   template <const ColumnForm& kCol, bool kMasks>
-  static int Linear(unsigned code, int e) {
+  static int Linear(unsigned code, int e, int half) {
     using K = LinearConstants<kCol>;
     if constexpr (kCodes == 2 && kCol.num[0] == 0 && kCol.num[1] == kCol.den) {
       return e & -static_cast<int>(code);
@@ -172,7 +172,7 @@ struct FastSplit {
       return e & (static_cast<int>(code) - 1);
     } else if constexpr (kCol.den <= 2 && kMasks) {
       // All, half or none of e, picked by masks: no multiply on the chain through e.
-      return (DivTrunc2(e) & K::kTables.half[code]) | (e & K::kTables.whole[code]);
+      return (half & K::kTables.half[code]) | (e & K::kTables.whole[code]);
     } else if constexpr (kCol.den <= 2) {
       return DivTrunc<kCol.den>(kCol.num[code] * e);
     } else {
@@ -183,22 +183,34 @@ struct FastSplit {
     }
   }
 
-  // Shares {along, below} of error e for the drawn code.
+  // Whether Shares<true> forms both columns from e and its half alone (whole, half or none of
+  // e), so a half known in advance can stand in for DivTrunc2(e).
+  static constexpr bool ColumnTakesHalf(const ColumnForm& c) {
+    return c.kind == ColumnKind::kComplement || (c.kind == ColumnKind::kLinear && c.den <= 2);
+  }
+  static constexpr bool kTakesHalf = kAlong.kind != ColumnKind::kGeneric && ColumnTakesHalf(kAlong) &&
+                                     ColumnTakesHalf(kBelow);
+
+  // Shares {along, below} of error e for the drawn code; `half` is DivTrunc2(e).
   template <bool kMasks = false>
-  static void Shares(unsigned code, int e, int& along, int& below) {
+  static void SharesWithHalf(unsigned code, int e, int half, int& along, int& below) {
     if constexpr (kAlong.kind == ColumnKind::kGeneric) {
       along = Generic<false>(code, e);
       below = Generic<true>(code, e);
     } else if constexpr (kAlong.kind == ColumnKind::kComplement) {
-      below = Linear<kBelow, kMasks>(code, e);
+      below = Linear<kBelow, kMasks>(code, e, half);
       along = e - below;
     } else if constexpr (kBelow.kind == ColumnKind::kComplement) {
-      along = Linear<kAlong, kMasks>(code, e);
+      along = Linear<kAlong, kMasks>(code, e, half);
       below = e - along;
     } else {
-      along = Linear<kAlong, kMasks>(code, e);
-      below = Linear<kBelow, kMasks>(code, e);
+      along = Linear<kAlong, kMasks>(code, e, half);
+      below = Linear<kBelow, kMasks>(code, e, half);
     }
+  }
+  template <bool kMasks = false>
+  static void Shares(unsigned code, int e, int& along, int& below) {
+    SharesWithHalf<kMasks>(code, e, DivTrunc2(e), along, below);
   }
 };
 
@@ -212,19 +224,45 @@ auto FastDecider(const Pass& pass) {
     return pass;
 }
 
+// An outcome with the part of the error an inner row's split is formed from: the error
+// (already held to 16 bits) divided by the table's divisor, truncated toward zero.
+struct PartOutcome {
+  unsigned code;
+  int err;
+  int part;
+};
+
 // Decision by table for passes whose thresholds and levels all lie in 0..255: the corrected
 // value clamped to -1..256 (which keeps every comparison with such a threshold) and the class
 // of the raw sample pick the code and the level; the error is v minus the level. Built from
 // the pass's own Decide, so it gives the same outcome for every v and s.
+//
+// The clamp would sit on the pixel-to-pixel chain (two compares and two conditional moves), so
+// the table is laid out over a window of values well beyond -1..256, each row outside that
+// range a copy of the end it clamps to. Within the window every row is one value, so an entry
+// holds the error itself and its part (error / kPartDen), and a pixel without a curve term
+// takes its split straight from the table. A value outside the window (only after errors that
+// wander far, as with levels out of order) takes a predicted-not-taken branch to the clamped
+// lookup, off the chain. Each sample class has its own column of the window, so a picture
+// region of one class keeps to one column.
+template <int kPartDen>
 struct ClampedDecisionTable {
+  static constexpr int kPartDivisor = kPartDen;
   static constexpr int kLo = -1, kHi = 256;
   static constexpr unsigned kMaxClasses = 8;
+  // The window: -512..511, the values whose shift right by 9 is -1 or 0.
+  static constexpr int kWindowShift = 9;
+  static constexpr int kWindowLo = -(1 << kWindowShift), kWindowHi = (1 << kWindowShift) - 1;
+  static constexpr unsigned kWindowRows = kWindowHi - kWindowLo + 1;
+  static_assert(kWindowLo <= kLo && kWindowHi >= kHi);
   struct Entry {
-    std::int16_t level;
+    std::int16_t err;   // v - level
+    std::int16_t part;  // err / kPartDen, truncated toward zero
     std::uint16_t code;
+    std::uint16_t unused;
   };
-  std::uint8_t sample_class[256];
-  Entry entry[(kHi - kLo + 1) * kMaxClasses];
+  std::uint16_t column_of[256];  // sample s's class column: class times kWindowRows
+  Entry entry[kMaxClasses * kWindowRows];
 
   // `classify(s)` is the class (below kMaxClasses) of sample s; `decide(v, s)` the reference.
   template <class Classify, class Decide>
@@ -233,26 +271,52 @@ struct ClampedDecisionTable {
     for (int& r : representative) r = -1;
     for (int s = 255; s >= 0; --s) {
       const unsigned c = classify(s);
-      sample_class[s] = static_cast<std::uint8_t>(c);
+      column_of[s] = static_cast<std::uint16_t>(c * kWindowRows);
       representative[c] = s;
     }
-    for (int v = kLo; v <= kHi; ++v)
-      for (unsigned c = 0; c < kMaxClasses; ++c) {
-        Entry& en = entry[static_cast<unsigned>(v - kLo) * kMaxClasses + c];
-        if (representative[c] < 0) {
-          en = {0, 0};
-          continue;
-        }
-        const Outcome o = decide(v, representative[c]);
-        en = {static_cast<std::int16_t>(v - o.err), static_cast<std::uint16_t>(o.code)};
+    for (unsigned c = 0; c < kMaxClasses; ++c) {
+      if (representative[c] < 0) continue;  // no sample indexes this column
+      Entry* column = entry + c * kWindowRows;
+      for (int v = kWindowLo; v <= kWindowHi; ++v) {
+        const int clamped = v < kLo ? kLo : (v > kHi ? kHi : v);
+        const Outcome o = decide(clamped, representative[c]);
+        const int err = v - (clamped - o.err);
+        column[v - kWindowLo] = {static_cast<std::int16_t>(err), static_cast<std::int16_t>(DivTrunc<kPartDen>(err)),
+                                 static_cast<std::uint16_t>(o.code), 0};
       }
+    }
   }
-  Outcome Decide(int v, int s) const {
-    const int c = v < kLo ? kLo : (v > kHi ? kHi : v);
-    const Entry en = entry[static_cast<unsigned>(c - kLo) * kMaxClasses + sample_class[s]];
-    return {en.code, v - en.level};
+  [[gnu::always_inline]] PartOutcome DecideWithPart(int v, int s) const {
+    // The window test by the shift, not by v - kWindowLo, so the index below is formed from v
+    // itself with the window's offset folded into the address: one step less on the chain.
+    if (static_cast<unsigned>((v >> kWindowShift) + 1) > 1u) [[unlikely]]
+      return Outside(v, s);
+    const Entry& en = entry[column_of[s] + kOrigin + std::ptrdiff_t{v}];
+    return {en.code, en.err, en.part};
+  }
+  [[gnu::always_inline]] Outcome Decide(int v, int s) const {
+    const PartOutcome o = DecideWithPart(v, s);
+    return {o.code, o.err};
+  }
+
+ private:
+  static constexpr std::ptrdiff_t kOrigin = -std::ptrdiff_t{kWindowLo};
+  [[gnu::noinline]] PartOutcome Outside(int v, int s) const {
+    const int clamped = v < kLo ? kLo : kHi;
+    const Entry& en = entry[column_of[s] + kOrigin + clamped];
+    const int err = Store16(v - (clamped - en.err));
+    return {en.code, err, DivTrunc<kPartDen>(err)};
   }
 };
+
+// The divisor of a table decider's parts, 0 for a decider without them.
+template <class Decider>
+constexpr int PartDivisorOf() {
+  if constexpr (requires { Decider::kPartDivisor; })
+    return Decider::kPartDivisor;
+  else
+    return 0;
+}
 
 // One plane of a lockstep group.
 struct FastLane {
@@ -422,6 +486,11 @@ class LockstepScan {
     }
   }
 
+  // Whether a lone lane's pixel of a row with these splits can take its error's half from a
+  // table decider.
+  template <class Splits>
+  static constexpr bool kTableHalves = PartDivisorOf<Decider>() == 2 && Splits::kTakesHalf;
+
   // The working state of a lone lane's row, held in locals of OneLaneRow.
   struct OneLane {
     std::int16_t* cur;
@@ -441,20 +510,34 @@ class LockstepScan {
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
     const std::uint8_t s = st.in[x];
     if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
-    const Outcome o = decide.Decide(st.v, s);
-    st.acc |= o.code << shift;
-    int term = 0;
-    if constexpr (kScan.curve_terms) {
-      if constexpr (kLtr)
-        term = odd ? curve_a_[s] : 0;
-      else
-        term = odd ? 0 : curve_b_[s];
+    // Curve terms fall on every other column (odd ones left to right, even ones right to left).
+    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
+    int e, half;
+    if constexpr (kTableHalves<Splits>) {
+      if (!has_term) {
+        // No term: the error and its half come from the table, no arithmetic on the chain.
+        const PartOutcome o = decide.DecideWithPart(st.v, s);
+        st.acc |= o.code << shift;
+        e = o.err;
+        half = o.part;
+      } else {
+        const Outcome o = decide.Decide(st.v, s);
+        st.acc |= o.code << shift;
+        e = Store16(o.err + (kLtr ? curve_a_[s] : curve_b_[s]));
+        half = DivTrunc2(e);
+      }
+    } else {
+      const Outcome o = decide.Decide(st.v, s);
+      st.acc |= o.code << shift;
+      int term = 0;
+      if constexpr (kScan.curve_terms) term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
+      e = Store16(o.err + term);
+      half = DivTrunc2(e);
     }
-    const int e = Store16(o.err + term);
     const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
     const unsigned code = (word >> 1) & kCodeMask;
     int a, b;
-    Splits::template Shares<true>(code, e, a, b);
+    Splits::template SharesWithHalf<true>(code, e, half, a, b);
     if constexpr (kLast) {
       if (st.carry) st.carry[x] = Store16(b);
     } else {

@@ -101,6 +101,9 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
 // Planes in a lockstep group: wider groups ran slower (too many live values a lane).
 constexpr unsigned kSpineLockstep = 2;
 
+// The decision table, its entries carrying the third of the error the split is formed from.
+using SpineTable = random_split::ClampedDecisionTable<3>;
+
 struct SpineLane {
   std::int16_t* a;
   std::int16_t* b;
@@ -113,7 +116,7 @@ struct SpineLane {
 template <unsigned kLanes>
 class SpineLockstep {
  public:
-  SpineLockstep(const random_split::ClampedDecisionTable& decide, const Band& band, const SpineLane* lanes,
+  SpineLockstep(const SpineTable& decide, const Band& band, const SpineLane* lanes,
                 const ToneCurveSet& curves)
       : decide_(decide), band_(band), curve_a_(curves.a().data()), curve_b_(curves.b().data()) {
     for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
@@ -236,22 +239,27 @@ class SpineLockstep {
   // One pixel of a lone lane; kHasNext is false for the pixel ending the row, whose side share
   // is dropped. `odd` is x & 1. The last row stores its scanned values back (kLast).
   template <bool kLtr, bool kLast, bool kHasNext>
-  [[gnu::always_inline]] void OnePixel(OneLane& st, const random_split::ClampedDecisionTable& decide, std::size_t x,
+  [[gnu::always_inline]] void OnePixel(OneLane& st, const SpineTable& decide, std::size_t x,
                                        unsigned shift, bool odd) const {
     const std::uint8_t r = st.in[x];
     if constexpr (kLast) st.cur[x] = static_cast<std::int16_t>(st.v);
-    const random_split::Outcome o = decide.Decide(st.v, r);
-    st.acc |= o.code << shift;
-    // Two 16-bit truncations in a row, before and after the curve term, are one.
-    int term = 0;
-    if constexpr (kLtr)
-      term = odd ? curve_a_[r] : 0;
-    else
-      term = odd ? 0 : curve_b_[r];
-    const int err = Store16(o.err + term);
+    // Curve terms fall on odd columns left to right, even ones right to left. Without one, the
+    // error and its third come from the table; with one, the third is formed here.
+    int err, third;
+    if (kLtr ? !odd : odd) {
+      const random_split::PartOutcome o = decide.DecideWithPart(st.v, r);
+      st.acc |= o.code << shift;
+      err = o.err;
+      third = o.part;
+    } else {
+      const random_split::Outcome o = decide.Decide(st.v, r);
+      st.acc |= o.code << shift;
+      // Two 16-bit truncations in a row, before and after the curve term, are one.
+      err = Store16(o.err + (kLtr ? curve_a_[r] : curve_b_[r]));
+      third = random_split::DivTrunc3(err);
+    }
     const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
     const unsigned bit = (word >> 1) & 1u;
-    const int third = random_split::DivTrunc3(err);
     const int rest = err - third;
     // Bit 1 sends the third down and the rest along. Both sums along the row are formed and
     // one picked (a conditional move, not a branch on the random bit).
@@ -275,7 +283,7 @@ class SpineLockstep {
 
   // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left), none ending the row.
   template <bool kLtr, bool kLast>
-  [[gnu::always_inline]] void OnePartial(OneLane& st, const random_split::ClampedDecisionTable& decide,
+  [[gnu::always_inline]] void OnePartial(OneLane& st, const SpineTable& decide,
                                          std::size_t i0, std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
@@ -286,7 +294,7 @@ class SpineLockstep {
 
   // Output byte k whole, its pixels in scan order with constant shifts and parities.
   template <bool kLtr, bool kLast>
-  [[gnu::always_inline]] void OneByte(OneLane& st, const random_split::ClampedDecisionTable& decide,
+  [[gnu::always_inline]] void OneByte(OneLane& st, const SpineTable& decide,
                                       std::uint8_t* out, std::size_t k) const {
     const std::size_t base = k * kPerByte;
     [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
@@ -303,7 +311,7 @@ class SpineLockstep {
   template <bool kLtr, bool kLast>
   void OneLaneRow(std::size_t y) {
     const std::size_t w = band_.w;
-    const random_split::ClampedDecisionTable& decide = decide_;
+    const SpineTable& decide = decide_;
     SpineLane& lane = lanes_[0];
     std::uint8_t* const out = band_.Out(y, lane.p);
     lane.random.DrawWords(lane.words, w);
@@ -338,7 +346,7 @@ class SpineLockstep {
     out[x / kPerByte] = static_cast<std::uint8_t>(out[x / kPerByte] | st.acc);
   }
 
-  const random_split::ClampedDecisionTable& decide_;
+  const SpineTable& decide_;
   const Band& band_;
   const std::uint8_t* curve_a_;
   const std::uint8_t* curve_b_;
@@ -350,7 +358,7 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   const std::size_t per_plane = band.w * band.h;
   std::uint32_t* words = engine.draws.Reserve(band.w * planes);
   const RandomBitSource* starts = random_split::PlaneStreamStarts(engine, planes, per_plane);
-  random_split::ClampedDecisionTable decide;
+  SpineTable decide;
   // The raw sample counts only through its sides of L1 and L2.
   decide.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
                [&](int v, int r) {
