@@ -255,14 +255,20 @@ struct ClampedDecisionTable {
   static constexpr int kWindowLo = -(1 << kWindowShift), kWindowHi = (1 << kWindowShift) - 1;
   static constexpr unsigned kWindowRows = kWindowHi - kWindowLo + 1;
   static_assert(kWindowLo <= kLo && kWindowHi >= kHi);
+  static constexpr unsigned kOrigin = -kWindowLo;
+  static_assert(kMaxClasses * kWindowRows <= 65536);
   struct Entry {
     std::int16_t err;   // v - level
     std::int16_t part;  // err / kPartDen, truncated toward zero
     std::uint16_t code;
     std::uint16_t unused;
   };
-  std::uint16_t column_of[256];  // sample s's class column: class times kWindowRows
+  // The entries first, at the table's own address: an entry's address is then the table plus
+  // index times 8, with no offset the compiler would fold into a slow three-part address.
   Entry entry[kMaxClasses * kWindowRows];
+  // Where value 0 of sample s's class column sits: class times kWindowRows, plus the window's
+  // offset. One addition with v gives the index.
+  std::uint16_t origin_of[256];
 
   // `classify(s)` is the class (below kMaxClasses) of sample s; `decide(v, s)` the reference.
   template <class Classify, class Decide>
@@ -271,7 +277,7 @@ struct ClampedDecisionTable {
     for (int& r : representative) r = -1;
     for (int s = 255; s >= 0; --s) {
       const unsigned c = classify(s);
-      column_of[s] = static_cast<std::uint16_t>(c * kWindowRows);
+      origin_of[s] = static_cast<std::uint16_t>(c * kWindowRows + kOrigin);
       representative[c] = s;
     }
     for (unsigned c = 0; c < kMaxClasses; ++c) {
@@ -287,11 +293,11 @@ struct ClampedDecisionTable {
     }
   }
   [[gnu::always_inline]] PartOutcome DecideWithPart(int v, int s) const {
-    // The window test by the shift, not by v - kWindowLo, so the index below is formed from v
-    // itself with the window's offset folded into the address: one step less on the chain.
+    // The window test by the shift, not by v - kWindowLo, so the compiler forms the index
+    // from v itself: one addition on the chain.
     if (static_cast<unsigned>((v >> kWindowShift) + 1) > 1u) [[unlikely]]
       return Outside(v, s);
-    const Entry& en = entry[column_of[s] + kOrigin + std::ptrdiff_t{v}];
+    const Entry& en = entry[origin_of[s] + std::ptrdiff_t{v}];
     return {en.code, en.err, en.part};
   }
   [[gnu::always_inline]] Outcome Decide(int v, int s) const {
@@ -300,10 +306,9 @@ struct ClampedDecisionTable {
   }
 
  private:
-  static constexpr std::ptrdiff_t kOrigin = -std::ptrdiff_t{kWindowLo};
   [[gnu::noinline]] PartOutcome Outside(int v, int s) const {
     const int clamped = v < kLo ? kLo : kHi;
-    const Entry& en = entry[column_of[s] + kOrigin + clamped];
+    const Entry& en = entry[origin_of[s] + clamped];
     const int err = Store16(v - (clamped - en.err));
     return {en.code, err, DivTrunc<kPartDen>(err)};
   }

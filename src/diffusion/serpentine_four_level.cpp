@@ -259,15 +259,13 @@ class SpineLockstep {
       third = random_split::DivTrunc3(err);
     }
     const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
-    const unsigned bit = (word >> 1) & 1u;
+    // Bit 1 sends the third down and the rest along.
+    const bool bit = ((word >> 1) & 1u) != 0;
     const int rest = err - third;
-    // Bit 1 sends the third down and the rest along. Both sums along the row are formed and
-    // one picked (a conditional move, not a branch on the random bit).
-    const int down = bit ? third : rest;
+    const int down = SelectUnpredictable(bit, third, rest);
     if constexpr (kHasNext) {
       const int ahead = st.cur[kLtr ? x + 1 : x - 1];
-      const int with_third = ahead + third, with_rest = ahead + rest;
-      st.v = Store16(bit ? with_rest : with_third);
+      st.v = Store16(ahead + SelectUnpredictable(bit, rest, third));
     }
     if constexpr (kLtr) {
       st.next[x] = Store16((kLast ? 0 : st.below[x]) + down);

@@ -23,6 +23,17 @@
 
 namespace halftone {
 
+// `pick ? a : b` by a conditional move, for a pick the branch predictor cannot learn (a random
+// bit): compilers sometimes turn the plain form into a branch, mispredicted half the time.
+[[gnu::always_inline]] inline int SelectUnpredictable(bool pick, int a, int b) {
+#if defined(__GNUC__) && defined(__x86_64__)
+  __asm__("testb %1, %1\n\tcmovnel %2, %0" : "+r"(b) : "q"(pick), "r"(a) : "cc");
+  return b;
+#else
+  return pick ? a : b;
+#endif
+}
+
 // Planes run in lockstep groups of at most this many (WithLaneCount has a case for each size).
 inline constexpr unsigned kMaxLockstep = 4;
 
