@@ -4,8 +4,11 @@
 //     own working rows, carry entries and slice of the drawn words, so their dependency chains
 //     overlap;
 //   - the value carried along the row stays in a register;
-//   - the split is branch-free: a small table maps the drawn code to a multiplier and the
-//     share is (multiplier * e) / divisor with the division as shifts and a multiply;
+//   - a row is cut into whole output bytes, their pixels unrolled, so each dot's shift and
+//     the curve term's column parity are constants, and only the last two rows of a band
+//     store their scanned values back;
+//   - the split is branch-free: whole, half or none of the error by masks (the half read from
+//     a table decider where no curve term falls), or a multiply by a rounded-up reciprocal;
 //   - the dots of a byte are gathered in a register and stored once.
 // The readable scan stays the reference; mirror any change to it here.
 #pragma once
@@ -362,32 +365,19 @@ class LockstepScan {
         for (std::size_t x = 0; x < w; ++x) a[x] = row0[x];
       }
     }
-    if constexpr (kLanes == 1) {
-      // Rows 0 .. h-3 of the working row being scanned are rewritten whole by the next row as
-      // its row below, so only the last two rows need their values stored back.
-      for (std::size_t y = 0; y + 1 < h; ++y) {
-        const bool keep = y + 2 >= h;
-        if ((y & 1) == 0)
-          keep ? OneLaneRow<true, false, true>(y) : OneLaneRow<true, false, false>(y);
-        else
-          keep ? OneLaneRow<false, false, true>(y) : OneLaneRow<false, false, false>(y);
-      }
-      if (((h - 1) & 1) == 0)
-        OneLaneRow<true, true, true>(h - 1);
-      else
-        OneLaneRow<false, true, true>(h - 1);
-      return;
-    }
+    // Rows 0 .. h-3 of the working row being scanned are rewritten whole by the next row as
+    // its row below, so only the last two rows need their values stored back.
     for (std::size_t y = 0; y + 1 < h; ++y) {
+      const bool keep = y + 2 >= h;
       if ((y & 1) == 0)
-        Row<true, false>(y);
+        keep ? LanesRow<true, false, true>(y) : LanesRow<true, false, false>(y);
       else
-        Row<false, false>(y);
+        keep ? LanesRow<false, false, true>(y) : LanesRow<false, false, false>(y);
     }
     if (((h - 1) & 1) == 0)
-      Row<true, true>(h - 1);
+      LanesRow<true, true, true>(h - 1);
     else
-      Row<false, true>(h - 1);
+      LanesRow<false, true, true>(h - 1);
   }
 
  private:
@@ -411,106 +401,26 @@ class LockstepScan {
     }
   }
 
-  // Rows 0 .. h-2 (kLast false) and row h-1 (kLast true), as InnerRow and LastRow of the
-  // reference scan.
-  template <bool kLtr, bool kLast>
-  void Row(std::size_t y) {
-    using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
-    const std::size_t w = band_.w;
-    std::int16_t* cur[kLanes];
-    std::int16_t* next[kLanes];
-    std::int16_t* carry[kLanes];
-    const std::uint8_t* in[kLanes];
-    const std::uint8_t* in_below[kLanes];
-    std::uint8_t* out[kLanes];
-    const std::uint32_t* words[kLanes];
-    int v[kLanes];
-    unsigned acc[kLanes];
-    const std::size_t x0 = kLtr ? 0 : w - 1;
-    // The row's draws: one a pixel but the last, one more at an inner row's end where it draws.
-    constexpr std::size_t kRowEndDraws = (kLast || kScan.inner_row_end.draw == EndDraw::kNone) ? 0 : 1;
-    for (unsigned l = 0; l < kLanes; ++l) {
-      random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
-      cur[l] = kLtr ? rows_[l].a : rows_[l].b;
-      next[l] = kLtr ? rows_[l].b : rows_[l].a;
-      carry[l] = rows_[l].carry;
-      in[l] = band_.In(y, p_[l]);
-      in_below[l] = kLast ? nullptr : band_.In(y + 1, p_[l]);
-      out[l] = band_.Out(y, p_[l]);
-      words[l] = words_[l];
-      v[l] = cur[l][x0];
-      acc[l] = 0;
-    }
-
-    for (std::size_t i = 0; i + 1 < w; ++i) {
-      const std::size_t x = kLtr ? i : w - 1 - i;
-      const std::size_t along = kLtr ? x + 1 : x - 1;
-      const unsigned shift = Shift(x);
-      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
-        const std::uint8_t s = in[l][x];
-        cur[l][x] = static_cast<std::int16_t>(v[l]);
-        const Outcome o = decide_.Decide(v[l], s);
-        acc[l] |= o.code << shift;
-        const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
-        const unsigned code = (words[l][i] >> 1) & kCodeMask;
-        int a, b;
-        Splits::Shares(code, e, a, b);
-        if constexpr (kLast) {
-          if (carry[l]) carry[l][x] = Store16(b);
-        } else {
-          next[l][x] = Store16(in_below[l][x] + b);
-        }
-        v[l] = Store16(cur[l][along] + a);
-      });
-      if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
-        ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
-          out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
-          acc[l] = 0;
-        });
-      }
-    }
-
-    const std::size_t x = kLtr ? w - 1 : 0;
-    const unsigned shift = Shift(x);
-    for (unsigned l = 0; l < kLanes; ++l) {
-      const std::uint8_t s = in[l][x];
-      cur[l][x] = static_cast<std::int16_t>(v[l]);
-      if constexpr (kLast) {
-        // The pixel ending the band: its dot only.
-        const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : v[l];
-        acc[l] |= decide_.Decide(vd, s).code << shift;
-      } else {
-        const Outcome o = decide_.Decide(v[l], s);
-        acc[l] |= o.code << shift;
-        const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
-        unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
-        if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words[l][w - 1] >> 1) & 1u;
-        next[l][x] = Store16(in_below[l][x] + ShareOf(kScan.inner_row_end.below[bit], e));
-      }
-      out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
-    }
-  }
-
-  // Whether a lone lane's pixel of a row with these splits can take its error's half from a
-  // table decider.
+  // Whether a pixel of a row with these splits can take its error's half from a table decider.
   template <class Splits>
   static constexpr bool kTableHalves = PartDivisorOf<Decider>() == 2 && Splits::kTakesHalf;
 
-  // The working state of a lone lane's row, held in locals of OneLaneRow.
-  struct OneLane {
+  // The working state of one lane's row, held in locals of LanesRow.
+  struct Lane {
     std::int16_t* cur;
     std::int16_t* next;
     std::int16_t* carry;
     const std::uint8_t* in;
     const std::uint8_t* in_below;
     const std::uint32_t* drawn;  // the draw of pixel x: drawn[x] left to right, drawn[-x] right to left
+    std::uint8_t* out;
     int v;
     unsigned acc;
   };
 
-  // One pixel of a lone lane that passes error along the row; `odd` is x & 1.
+  // One pixel of one lane that passes error along the row; `odd` is x & 1.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void OneLanePixel(OneLane& st, const Decider& decide, std::size_t x, unsigned shift,
+  [[gnu::always_inline]] void LanePixel(Lane& st, const Decider& decide, std::size_t x, unsigned shift,
                                            bool odd) const {
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
     const std::uint8_t s = st.in[x];
@@ -551,91 +461,111 @@ class LockstepScan {
     st.v = Store16(st.cur[kLtr ? x + 1 : x - 1] + a);
   }
 
+  // Pixel x of every lane.
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  [[gnu::always_inline]] void LanesPixel(Lane* st, const Decider& decide, std::size_t x, unsigned shift,
+                                         bool odd) const {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      LanePixel<kLtr, kLast, kKeepCur>(st[l], decide, x, shift, odd);
+    });
+  }
+  // Each lane's gathered dots into byte k of its output row.
+  [[gnu::always_inline]] static void Flush(Lane* st, std::size_t k) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
+      st[l].acc = 0;
+    });
+  }
+
   // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left) within one
   // output byte, each dot's shift as it falls.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void OneLanePartial(OneLane& st, const Decider& decide, std::size_t i0,
-                                             std::size_t count) const {
+  [[gnu::always_inline]] void LanesPartial(Lane* st, const Decider& decide, std::size_t i0,
+                                           std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
       const std::size_t x = kLtr ? i : w - 1 - i;
-      OneLanePixel<kLtr, kLast, kKeepCur>(st, decide, x, Shift(x), (x & 1) != 0);
+      LanesPixel<kLtr, kLast, kKeepCur>(st, decide, x, Shift(x), (x & 1) != 0);
     }
   }
 
   // Output byte k whole, its kPerByte pixels in scan order with constant shifts.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void OneLaneByte(OneLane& st, const Decider& decide, std::uint8_t* out,
-                                          std::size_t k) const {
+  [[gnu::always_inline]] void LanesByte(Lane* st, const Decider& decide, std::size_t k) const {
     const std::size_t base = k * kPerByte;
     [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
       // A byte starts at an even x, so each column's parity is fixed too.
-      ((OneLanePixel<kLtr, kLast, kKeepCur>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
-                                            (kLtr ? kPerByte - 1 - j : j) * kBits,
-                                            ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
+      ((LanesPixel<kLtr, kLast, kKeepCur>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
+                                          (kLtr ? kPerByte - 1 - j : j) * kBits,
+                                          ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
        ...);
     }(std::make_integer_sequence<unsigned, kPerByte>{});
-    out[k] = static_cast<std::uint8_t>(out[k] | st.acc);
-    st.acc = 0;
+    Flush(st, k);
   }
 
-  // The row of a lone lane: plain local pointers, and the row cut into whole output bytes
+  // Row y of every lane: plain local pointers, and the row cut into whole output bytes
   // (kPerByte pixels unrolled, so each dot's shift and the curve term's parity are constants)
   // plus a partial byte at either end. kKeepCur stores the scanned row's values back, which
   // only the last two rows of a band need.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  void OneLaneRow(std::size_t y) {
+  void LanesRow(std::size_t y) {
     constexpr std::size_t kRowEndDraws = (kLast || kScan.inner_row_end.draw == EndDraw::kNone) ? 0 : 1;
     const std::size_t w = band_.w;
     const Decider& decide = decide_;
-    const unsigned p = p_[0];
-    std::uint8_t* const out = band_.Out(y, p);
-    random_[0].DrawWords(words_[0], w - 1 + kRowEndDraws);
-    OneLane st{kLtr ? rows_[0].a : rows_[0].b,
-               kLtr ? rows_[0].b : rows_[0].a,
-               rows_[0].carry,
+    Lane st[kLanes];
+    for (unsigned l = 0; l < kLanes; ++l) {
+      const unsigned p = p_[l];
+      random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
+      st[l] = {kLtr ? rows_[l].a : rows_[l].b,
+               kLtr ? rows_[l].b : rows_[l].a,
+               rows_[l].carry,
                band_.In(y, p),
                kLast ? nullptr : band_.In(y + 1, p),
-               kLtr ? words_[0] : words_[0] + (w - 1),
+               kLtr ? words_[l] : words_[l] + (w - 1),
+               band_.Out(y, p),
                0,
                0};
-    st.v = st.cur[kLtr ? 0 : w - 1];
+      st[l].v = st[l].cur[kLtr ? 0 : w - 1];
+    }
 
     if constexpr (kLtr) {
       // Whole bytes, then the pixels before the row end in its byte.
       const std::size_t whole = (w - 1) / kPerByte;
-      for (std::size_t k = 0; k < whole; ++k) OneLaneByte<kLtr, kLast, kKeepCur>(st, decide, out, k);
-      OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
+      for (std::size_t k = 0; k < whole; ++k) LanesByte<kLtr, kLast, kKeepCur>(st, decide, k);
+      LanesPartial<kLtr, kLast, kKeepCur>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
     } else {
       // The top byte as far as it reaches, whole bytes down to byte 1, then byte 0 but x = 0.
       const std::size_t top = (w - 1) / kPerByte;
       if (top == 0) {
-        OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, 0, w - 1);
+        LanesPartial<kLtr, kLast, kKeepCur>(st, decide, 0, w - 1);
       } else {
-        OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, 0, (w - 1) % kPerByte + 1);
-        out[top] = static_cast<std::uint8_t>(out[top] | st.acc);
-        st.acc = 0;
-        for (std::size_t k = top - 1; k > 0; --k) OneLaneByte<kLtr, kLast, kKeepCur>(st, decide, out, k);
-        OneLanePartial<kLtr, kLast, kKeepCur>(st, decide, w - kPerByte, kPerByte - 1);
+        LanesPartial<kLtr, kLast, kKeepCur>(st, decide, 0, (w - 1) % kPerByte + 1);
+        Flush(st, top);
+        for (std::size_t k = top - 1; k > 0; --k) LanesByte<kLtr, kLast, kKeepCur>(st, decide, k);
+        LanesPartial<kLtr, kLast, kKeepCur>(st, decide, w - kPerByte, kPerByte - 1);
       }
     }
 
-    // The pixel ending the row, as in Row.
+    // The pixel ending the row.
     const std::size_t x = kLtr ? w - 1 : 0;
-    const std::uint8_t s = st.in[x];
-    st.cur[x] = static_cast<std::int16_t>(st.v);
-    if constexpr (kLast) {
-      const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[0].b[x] : st.v;
-      st.acc |= decide.Decide(vd, s).code << Shift(x);
-    } else {
-      const Outcome o = decide.Decide(st.v, s);
-      st.acc |= o.code << Shift(x);
-      const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
-      unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
-      if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words_[0][w - 1] >> 1) & 1u;
-      st.next[x] = Store16(st.in_below[x] + ShareOf(kScan.inner_row_end.below[bit], e));
+    for (unsigned l = 0; l < kLanes; ++l) {
+      Lane& ln = st[l];
+      const std::uint8_t s = ln.in[x];
+      ln.cur[x] = static_cast<std::int16_t>(ln.v);
+      if constexpr (kLast) {
+        // The pixel ending the band: its dot only.
+        const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : ln.v;
+        ln.acc |= decide.Decide(vd, s).code << Shift(x);
+      } else {
+        const Outcome o = decide.Decide(ln.v, s);
+        ln.acc |= o.code << Shift(x);
+        const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
+        unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
+        if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words_[l][w - 1] >> 1) & 1u;
+        ln.next[x] = Store16(ln.in_below[x] + ShareOf(kScan.inner_row_end.below[bit], e));
+      }
+      ln.out[x / kPerByte] = static_cast<std::uint8_t>(ln.out[x / kPerByte] | ln.acc);
     }
-    out[x / kPerByte] = static_cast<std::uint8_t>(out[x / kPerByte] | st.acc);
   }
 
   const Decider& decide_;
