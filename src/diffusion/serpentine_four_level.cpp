@@ -133,128 +133,35 @@ class SpineLockstep {
   void RunRows() {
     const std::size_t w = band_.w, h = band_.h;
     for (unsigned l = 0; l < kLanes; ++l) LoadFirstRow(lanes_[l].a, lanes_[l].carry, band_.In(0, lanes_[l].p), w);
-    if constexpr (kLanes == 1) {
-      // Every row rewrites the whole of the row before as its row below, so only the last
-      // row stores its scanned values back.
-      for (std::size_t y = 0; y < h; ++y) {
-        if (y + 1 < h)
-          (y & 1) == 0 ? OneLaneRow<true, false>(y) : OneLaneRow<false, false>(y);
-        else
-          (y & 1) == 0 ? OneLaneRow<true, true>(y) : OneLaneRow<false, true>(y);
-      }
-      return;
-    }
+    // Every row rewrites the whole of the row before as its row below, so only the last row
+    // stores its scanned values back.
     for (std::size_t y = 0; y < h; ++y) {
-      const bool last = y + 1 >= h;
-      if ((y & 1) == 0) {
-        if (last)
-          Row<true, true>(y);
-        else
-          Row<true, false>(y);
-      } else {
-        if (last)
-          Row<false, true>(y);
-        else
-          Row<false, false>(y);
-      }
-    }
-  }
-
-  template <bool kLtr, bool kLast>
-  void Row(std::size_t y) {
-    const std::size_t w = band_.w;
-    std::int16_t* cur[kLanes];
-    std::int16_t* next[kLanes];
-    std::int16_t* carry[kLanes];
-    const std::uint8_t* in[kLanes];
-    const std::uint8_t* below[kLanes];
-    std::uint8_t* out[kLanes];
-    const std::uint32_t* words[kLanes];
-    int v[kLanes];
-    unsigned acc[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) {
-      cur[l] = kLtr ? lanes_[l].a : lanes_[l].b;
-      next[l] = kLtr ? lanes_[l].b : lanes_[l].a;
-      carry[l] = lanes_[l].carry;
-      in[l] = band_.In(y, lanes_[l].p);
-      below[l] = kLast ? nullptr : band_.In(y + 1, lanes_[l].p);
-      out[l] = band_.Out(y, lanes_[l].p);
-      lanes_[l].random.DrawWords(lanes_[l].words, w);
-      words[l] = lanes_[l].words;
-      v[l] = cur[l][kLtr ? 0 : w - 1];
-      acc[l] = 0;
-    }
-    // Pixel i of every lane. kTerm: a curve term falls on the column (odd ones left to right,
-    // even ones right to left); without one, the error and its third come from the table.
-    const auto pixel = [&]<bool kTerm>(std::size_t i) HALFTONE_LOCKSTEP_INLINE {
-      const std::size_t x = kLtr ? i : w - 1 - i;
-      const bool has_next = i + 1 < w;
-      const std::size_t along = kLtr ? x + 1 : x - 1;
-      const unsigned shift = static_cast<unsigned>(6 - 2 * (x & 3));
-      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
-        const std::uint8_t r = in[l][x];
-        cur[l][x] = static_cast<std::int16_t>(v[l]);
-        int err, third;
-        if constexpr (kTerm) {
-          const random_split::Outcome o = decide_.Decide(v[l], r);
-          acc[l] |= o.code << shift;
-          // Two 16-bit truncations in a row, before and after the curve term, are one.
-          err = Store16(o.err + (kLtr ? curve_a_[r] : curve_b_[r]));
-          third = random_split::DivTrunc3(err);
-        } else {
-          const random_split::PartOutcome o = decide_.DecideWithPart(v[l], r);
-          acc[l] |= o.code << shift;
-          err = o.err;
-          third = o.part;
-        }
-        // Bit 1 sends the third down and the rest along.
-        const bool bit = ((words[l][i] >> 1) & 1u) != 0;
-        const int rest = err - third;
-        const int down = SelectUnpredictable(bit, third, rest);
-        if constexpr (kLtr) {
-          next[l][x] = Store16((kLast ? 0 : below[l][x]) + down);
-        } else if constexpr (!kLast) {
-          next[l][x] = Store16(below[l][x] + down);
-        } else {
-          next[l][x] = 0;
-          carry[l][x] = Store16(down);
-        }
-        if (has_next) v[l] = Store16(cur[l][along] + SelectUnpredictable(bit, rest, third));
-      });
-      if ((x & 3) == (kLtr ? 3u : 0u) || !has_next) {
-        ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
-          out[l][x >> 2] = static_cast<std::uint8_t>(out[l][x >> 2] | acc[l]);
-          acc[l] = 0;
-        });
-      }
-    };
-    for (std::size_t i = 0; i < w; ++i) {
-      const std::size_t x = kLtr ? i : w - 1 - i;
-      if (((x & 1) != 0) == kLtr)
-        pixel.template operator()<true>(i);
+      if (y + 1 < h)
+        (y & 1) == 0 ? LanesRow<true, false>(y) : LanesRow<false, false>(y);
       else
-        pixel.template operator()<false>(i);
+        (y & 1) == 0 ? LanesRow<true, true>(y) : LanesRow<false, true>(y);
     }
   }
 
-  // The working state of a lone lane's row, held in locals of OneLaneRow.
-  struct OneLane {
+  // The working state of one lane's row, held in locals of LanesRow.
+  struct Lane {
     std::int16_t* cur;
     std::int16_t* next;
     std::int16_t* carry;
     const std::uint8_t* in;
     const std::uint8_t* below;
     const std::uint32_t* drawn;  // the draw of pixel x: drawn[x] left to right, drawn[-x] right to left
+    std::uint8_t* out;
     int v;
     unsigned acc;
   };
   static constexpr unsigned kPerByte = 4;
   static constexpr unsigned kBits = 2;
 
-  // One pixel of a lone lane; kHasNext is false for the pixel ending the row, whose side share
+  // One pixel of one lane; kHasNext is false for the pixel ending the row, whose side share
   // is dropped. `odd` is x & 1. The last row stores its scanned values back (kLast).
   template <bool kLtr, bool kLast, bool kHasNext>
-  [[gnu::always_inline]] void OnePixel(OneLane& st, const SpineTable& decide, std::size_t x,
+  [[gnu::always_inline]] void OnePixel(Lane& st, const SpineTable& decide, std::size_t x,
                                        unsigned shift, bool odd) const {
     const std::uint8_t r = st.in[x];
     if constexpr (kLast) st.cur[x] = static_cast<std::int16_t>(st.v);
@@ -294,69 +201,87 @@ class SpineLockstep {
 
   static unsigned ShiftOf(std::size_t x) { return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits; }
 
+  // Pixel x of every lane.
+  template <bool kLtr, bool kLast, bool kHasNext>
+  [[gnu::always_inline]] void LanesPixel(Lane* st, const SpineTable& decide, std::size_t x, unsigned shift,
+                                         bool odd) const {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      OnePixel<kLtr, kLast, kHasNext>(st[l], decide, x, shift, odd);
+    });
+  }
+  // Each lane's gathered dots into byte k of its output row.
+  [[gnu::always_inline]] static void Flush(Lane* st, std::size_t k) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
+      st[l].acc = 0;
+    });
+  }
+
   // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left), none ending the row.
   template <bool kLtr, bool kLast>
-  [[gnu::always_inline]] void OnePartial(OneLane& st, const SpineTable& decide,
-                                         std::size_t i0, std::size_t count) const {
+  [[gnu::always_inline]] void LanesPartial(Lane* st, const SpineTable& decide, std::size_t i0,
+                                           std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
       const std::size_t x = kLtr ? i : w - 1 - i;
-      OnePixel<kLtr, kLast, true>(st, decide, x, ShiftOf(x), (x & 1) != 0);
+      LanesPixel<kLtr, kLast, true>(st, decide, x, ShiftOf(x), (x & 1) != 0);
     }
   }
 
   // Output byte k whole, its pixels in scan order with constant shifts and parities.
   template <bool kLtr, bool kLast>
-  [[gnu::always_inline]] void OneByte(OneLane& st, const SpineTable& decide,
-                                      std::uint8_t* out, std::size_t k) const {
+  [[gnu::always_inline]] void LanesByte(Lane* st, const SpineTable& decide, std::size_t k) const {
     const std::size_t base = k * kPerByte;
     [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
-      ((OnePixel<kLtr, kLast, true>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
-                                    (kLtr ? kPerByte - 1 - j : j) * kBits, ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
+      ((LanesPixel<kLtr, kLast, true>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
+                                      (kLtr ? kPerByte - 1 - j : j) * kBits, ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
        ...);
     }(std::make_integer_sequence<unsigned, kPerByte>{});
-    out[k] = static_cast<std::uint8_t>(out[k] | st.acc);
-    st.acc = 0;
+    Flush(st, k);
   }
 
-  // The row of a lone lane: plain local pointers, whole output bytes unrolled, a partial byte
-  // at either end.
+  // Row y of every lane: plain local pointers, whole output bytes unrolled, a partial byte at
+  // either end.
   template <bool kLtr, bool kLast>
-  void OneLaneRow(std::size_t y) {
+  void LanesRow(std::size_t y) {
     const std::size_t w = band_.w;
     const SpineTable& decide = decide_;
-    SpineLane& lane = lanes_[0];
-    std::uint8_t* const out = band_.Out(y, lane.p);
-    lane.random.DrawWords(lane.words, w);
-    OneLane st{kLtr ? lane.a : lane.b,
+    Lane st[kLanes];
+    for (unsigned l = 0; l < kLanes; ++l) {
+      SpineLane& lane = lanes_[l];
+      lane.random.DrawWords(lane.words, w);
+      st[l] = {kLtr ? lane.a : lane.b,
                kLtr ? lane.b : lane.a,
                lane.carry,
                band_.In(y, lane.p),
                kLast ? nullptr : band_.In(y + 1, lane.p),
                kLtr ? lane.words : lane.words + (w - 1),
+               band_.Out(y, lane.p),
                0,
                0};
-    st.v = st.cur[kLtr ? 0 : w - 1];
+      st[l].v = st[l].cur[kLtr ? 0 : w - 1];
+    }
     if constexpr (kLtr) {
       const std::size_t whole = (w - 1) / kPerByte;
-      for (std::size_t k = 0; k < whole; ++k) OneByte<kLtr, kLast>(st, decide, out, k);
-      OnePartial<kLtr, kLast>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
+      for (std::size_t k = 0; k < whole; ++k) LanesByte<kLtr, kLast>(st, decide, k);
+      LanesPartial<kLtr, kLast>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
     } else {
       const std::size_t top = (w - 1) / kPerByte;
       if (top == 0) {
-        OnePartial<kLtr, kLast>(st, decide, 0, w - 1);
+        LanesPartial<kLtr, kLast>(st, decide, 0, w - 1);
       } else {
-        OnePartial<kLtr, kLast>(st, decide, 0, (w - 1) % kPerByte + 1);
-        out[top] = static_cast<std::uint8_t>(out[top] | st.acc);
-        st.acc = 0;
-        for (std::size_t k = top - 1; k > 0; --k) OneByte<kLtr, kLast>(st, decide, out, k);
-        OnePartial<kLtr, kLast>(st, decide, w - kPerByte, kPerByte - 1);
+        LanesPartial<kLtr, kLast>(st, decide, 0, (w - 1) % kPerByte + 1);
+        Flush(st, top);
+        for (std::size_t k = top - 1; k > 0; --k) LanesByte<kLtr, kLast>(st, decide, k);
+        LanesPartial<kLtr, kLast>(st, decide, w - kPerByte, kPerByte - 1);
       }
     }
     const std::size_t x = kLtr ? w - 1 : 0;
-    st.cur[x] = static_cast<std::int16_t>(st.v);
-    OnePixel<kLtr, kLast, false>(st, decide, x, ShiftOf(x), (x & 1) != 0);
-    out[x / kPerByte] = static_cast<std::uint8_t>(out[x / kPerByte] | st.acc);
+    for (unsigned l = 0; l < kLanes; ++l) {
+      st[l].cur[x] = static_cast<std::int16_t>(st[l].v);
+      OnePixel<kLtr, kLast, false>(st[l], decide, x, ShiftOf(x), (x & 1) != 0);
+    }
+    Flush(st, x / kPerByte);
   }
 
   const SpineTable& decide_;
