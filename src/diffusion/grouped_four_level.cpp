@@ -60,8 +60,6 @@ struct LevelValuesPass {
 // towards the larger drop; the raw sample plays no part.
 constexpr int kFixedThresholds[] = {64, 128, 192};
 constexpr int kFixedLevels[] = {0, 85, 170, 255};  // level of code 3, 2, 1, 0
-constexpr int kLevelStep = 85;
-static_assert(kFixedLevels[1] == kLevelStep && kFixedLevels[2] == 2 * kLevelStep && kFixedLevels[3] == 3 * kLevelStep);
 static_assert(kFixedThresholds[0] < kFixedThresholds[1] && kFixedThresholds[1] < kFixedThresholds[2]);
 
 struct FixedLevelsPass {
@@ -73,16 +71,12 @@ struct FixedLevelsPass {
     while (i < 3 && v > kFixedThresholds[i]) ++i;
     return {kCodeL0 - i, v - kFixedLevels[i]};
   }
-  // The same decision without branches: the thresholds ascend, so the level index is the
-  // number of them v exceeds, and the levels are multiples of 85.
-  struct FastDecide {
-    Outcome Decide(int v, int) const {
-      const unsigned i = unsigned{v > kFixedThresholds[0]} + unsigned{v > kFixedThresholds[1]} +
-                         unsigned{v > kFixedThresholds[2]};
-      return {kCodeL0 - i, v - kLevelStep * static_cast<int>(i)};
-    }
-  };
-  FastDecide Fast() const { return {}; }
+  // The same decision by table (one sample class), which also hands over the error's half.
+  random_split::ClampedDecisionTable<2> Fast() const {
+    random_split::ClampedDecisionTable<2> t;
+    t.Build([](int) { return 0u; }, [&](int v, int s) { return Decide(v, s); });
+    return t;
+  }
 };
 
 // One drop size: a dot (level 0) at or below the threshold, paper (255) above it.
