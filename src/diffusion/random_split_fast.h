@@ -286,13 +286,20 @@ struct ClampedDecisionTable {
     for (unsigned c = 0; c < kMaxClasses; ++c) {
       if (representative[c] < 0) continue;  // no sample indexes this column
       Entry* column = entry + c * kWindowRows;
-      for (int v = kWindowLo; v <= kWindowHi; ++v) {
-        const int clamped = v < kLo ? kLo : (v > kHi ? kHi : v);
-        const Outcome o = decide(clamped, representative[c]);
-        const int err = v - (clamped - o.err);
+      const auto put = [&](int v, unsigned code, int level) {
+        const int err = v - level;
         column[v - kWindowLo] = {static_cast<std::int16_t>(err), static_cast<std::int16_t>(DivTrunc<kPartDen>(err)),
-                                 static_cast<std::uint16_t>(o.code), 0};
+                                 static_cast<std::uint16_t>(code), 0};
+      };
+      // The decision is asked for -1..256 only; beyond, each row repeats its end's code and
+      // level (a band's table is built per call, so this stays cheap).
+      for (int v = kLo; v <= kHi; ++v) {
+        const Outcome o = decide(v, representative[c]);
+        put(v, o.code, v - o.err);
       }
+      const Entry lo = column[kLo - kWindowLo], hi = column[kHi - kWindowLo];
+      for (int v = kWindowLo; v < kLo; ++v) put(v, lo.code, kLo - lo.err);
+      for (int v = kHi + 1; v <= kWindowHi; ++v) put(v, hi.code, kHi - hi.err);
     }
   }
   [[gnu::always_inline]] PartOutcome DecideWithPart(int v, int s) const {
