@@ -4,9 +4,9 @@
 //     own working rows, carry entries and slice of the drawn words, so their dependency chains
 //     overlap;
 //   - the value carried along the row stays in a register;
-//   - a row is cut into whole output bytes, their pixels unrolled, so each dot's shift and
-//     the curve term's column parity are constants, and only the last two rows of a band
-//     store their scanned values back;
+//   - a row is cut into whole output bytes, their pixels unrolled (a group's by pairs of
+//     columns), so the curve term's column parity is a constant, dots shift in from the side
+//     the scan comes from, and only the last two rows of a band store their scanned values back;
 //   - the split is branch-free: whole, half or none of the error by masks (the half read from
 //     a table decider where no curve term falls), or a multiply by a rounded-up reciprocal;
 //   - the dots of a byte are gathered in a register and stored once.
@@ -396,6 +396,13 @@ class LockstepScan {
   static unsigned Shift(std::size_t x) {
     return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits;
   }
+  // A dot into the byte being gathered, shifted in from the side the scan comes from: left to
+  // right the first dot ends at the high end, right to left the last one does, so a byte the
+  // scan leaves whole (or ends at column 0) needs no shift of its own.
+  template <bool kLtr>
+  [[gnu::always_inline]] static void ShiftIn(unsigned& acc, unsigned code) {
+    acc = kLtr ? (acc << kBits) | code : (acc >> kBits) | (code << (8 - kBits));
+  }
 
   template <bool kLtr>
   int CurveTerm(std::size_t x, std::uint8_t s) const {
@@ -427,8 +434,7 @@ class LockstepScan {
 
   // One pixel of one lane that passes error along the row; `odd` is x & 1.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanePixel(Lane& st, const Decider& decide, std::size_t x, unsigned shift,
-                                           bool odd) const {
+  [[gnu::always_inline]] void LanePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
     const std::uint8_t s = st.in[x];
     if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
@@ -439,18 +445,18 @@ class LockstepScan {
       if (!has_term) {
         // No term: the error and its half come from the table, no arithmetic on the chain.
         const PartOutcome o = decide.DecideWithPart(st.v, s);
-        st.acc |= o.code << shift;
+        ShiftIn<kLtr>(st.acc, o.code);
         e = o.err;
         half = o.part;
       } else {
         const Outcome o = decide.Decide(st.v, s);
-        st.acc |= o.code << shift;
+        ShiftIn<kLtr>(st.acc, o.code);
         e = Store16(o.err + (kLtr ? curve_a_[s] : curve_b_[s]));
         half = DivTrunc2(e);
       }
     } else {
       const Outcome o = decide.Decide(st.v, s);
-      st.acc |= o.code << shift;
+      ShiftIn<kLtr>(st.acc, o.code);
       int term = 0;
       if constexpr (kScan.curve_terms) term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
       e = Store16(o.err + term);
@@ -470,10 +476,9 @@ class LockstepScan {
 
   // Pixel x of every lane.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanesPixel(Lane* st, const Decider& decide, std::size_t x, unsigned shift,
-                                         bool odd) const {
+  [[gnu::always_inline]] void LanesPixel(Lane* st, const Decider& decide, std::size_t x, bool odd) const {
     ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
-      LanePixel<kLtr, kLast, kKeepCur>(st[l], decide, x, shift, odd);
+      LanePixel<kLtr, kLast, kKeepCur>(st[l], decide, x, odd);
     });
   }
   // Each lane's gathered dots into byte k of its output row.
@@ -485,33 +490,42 @@ class LockstepScan {
   }
 
   // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left) within one
-  // output byte, each dot's shift as it falls.
+  // output byte.
   template <bool kLtr, bool kLast, bool kKeepCur>
   [[gnu::always_inline]] void LanesPartial(Lane* st, const Decider& decide, std::size_t i0,
                                            std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
       const std::size_t x = kLtr ? i : w - 1 - i;
-      LanesPixel<kLtr, kLast, kKeepCur>(st, decide, x, Shift(x), (x & 1) != 0);
+      LanesPixel<kLtr, kLast, kKeepCur>(st, decide, x, (x & 1) != 0);
     }
   }
 
-  // Output byte k whole, its kPerByte pixels in scan order with constant shifts.
+  // Output byte k whole, its kPerByte pixels in scan order. A byte starts at an even x, so each
+  // column's parity is a constant: a lone lane unrolls the whole byte; a group, whose pixel
+  // bodies are several times larger, unrolls pairs of columns.
   template <bool kLtr, bool kLast, bool kKeepCur>
   [[gnu::always_inline]] void LanesByte(Lane* st, const Decider& decide, std::size_t k) const {
     const std::size_t base = k * kPerByte;
-    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
-      // A byte starts at an even x, so each column's parity is fixed too.
-      ((LanesPixel<kLtr, kLast, kKeepCur>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
-                                          (kLtr ? kPerByte - 1 - j : j) * kBits,
-                                          ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
-       ...);
-    }(std::make_integer_sequence<unsigned, kPerByte>{});
+    if constexpr (kLanes == 1) {
+      [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
+        ((LanesPixel<kLtr, kLast, kKeepCur>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
+                                            ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
+         ...);
+      }(std::make_integer_sequence<unsigned, kPerByte>{});
+    } else {
+      for (unsigned q = 0; q < kPerByte / 2; ++q) {
+        // Left to right an even column then an odd one; right to left the other way round.
+        const std::size_t x = base + (kLtr ? 2 * q : kPerByte - 1 - 2 * q);
+        LanesPixel<kLtr, kLast, kKeepCur>(st, decide, x, !kLtr);
+        LanesPixel<kLtr, kLast, kKeepCur>(st, decide, kLtr ? x + 1 : x - 1, kLtr);
+      }
+    }
     Flush(st, k);
   }
 
   // Row y of every lane: plain local pointers, and the row cut into whole output bytes
-  // (kPerByte pixels unrolled, so each dot's shift and the curve term's parity are constants)
+  // (unrolled, so the curve term's parity is a constant)
   // plus a partial byte at either end. kKeepCur stores the scanned row's values back, which
   // only the last two rows of a band need.
   template <bool kLtr, bool kLast, bool kKeepCur>
@@ -562,15 +576,17 @@ class LockstepScan {
       if constexpr (kLast) {
         // The pixel ending the band: its dot only.
         const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : ln.v;
-        ln.acc |= decide.Decide(vd, s).code << Shift(x);
+        ShiftIn<kLtr>(ln.acc, decide.Decide(vd, s).code);
       } else {
         const Outcome o = decide.Decide(ln.v, s);
-        ln.acc |= o.code << Shift(x);
+        ShiftIn<kLtr>(ln.acc, o.code);
         const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
         unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
         if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words_[l][w - 1] >> 1) & 1u;
         ln.next[x] = Store16(ln.in_below[x] + ShareOf(kScan.inner_row_end.below[bit], e));
       }
+      // A forward row's last byte may be partial: its dots move up to the byte's high end.
+      if constexpr (kLtr) ln.acc <<= Shift(x);
       ln.out[x / kPerByte] = static_cast<std::uint8_t>(ln.out[x / kPerByte] | ln.acc);
     }
   }
@@ -585,21 +601,39 @@ class LockstepScan {
   unsigned p_[kLanes];
 };
 
-// Runs a group of n lanes; each lane's generator is left after its plane's draws.
+// Widest group a pass runs well in: a pass whose lanes hold many live values (a decision
+// table and curve terms) may ask for narrower groups with `kLockstep`; measured, not derived.
+template <class Pass>
+constexpr unsigned LockstepWidth() {
+  if constexpr (requires { Pass::kLockstep; })
+    return Pass::kLockstep;
+  else
+    return kMaxLockstep;
+}
+
+// Runs a group of kLanes lanes; each lane's generator is left after its plane's draws.
 template <class Pass, class Decider, unsigned kLanes>
 void RunLockstepOf(const Decider& decide, const Band& band, FastLane* lanes, const ToneCurveSet& curves) {
   LockstepScan<Pass, Decider, kLanes> scan(decide, band, lanes, curves);
   scan.Run();
   for (unsigned l = 0; l < kLanes; ++l) lanes[l].random = scan.random(l);
 }
+
+// Runs a group of n lanes (n at most the pass's width). Only group sizes up to that width are
+// built: each is a large function.
 template <class Pass, class Decider>
 void RunLockstep(const Decider& decide, const Band& band, FastLane* lanes, unsigned n, const ToneCurveSet& curves) {
-  switch (n) {
-    case 1: RunLockstepOf<Pass, Decider, 1>(decide, band, lanes, curves); break;
-    case 2: RunLockstepOf<Pass, Decider, 2>(decide, band, lanes, curves); break;
-    case 3: RunLockstepOf<Pass, Decider, 3>(decide, band, lanes, curves); break;
-    default: RunLockstepOf<Pass, Decider, 4>(decide, band, lanes, curves); break;
+  constexpr unsigned kWidest = LockstepWidth<Pass>();
+  if constexpr (kWidest >= 4) {
+    if (n >= 4) return RunLockstepOf<Pass, Decider, 4>(decide, band, lanes, curves);
   }
+  if constexpr (kWidest >= 3) {
+    if (n == 3) return RunLockstepOf<Pass, Decider, 3>(decide, band, lanes, curves);
+  }
+  if constexpr (kWidest >= 2) {
+    if (n == 2) return RunLockstepOf<Pass, Decider, 2>(decide, band, lanes, curves);
+  }
+  RunLockstepOf<Pass, Decider, 1>(decide, band, lanes, curves);
 }
 
 // Where each plane's slice of a band's random stream starts: plane p's generator is the
@@ -620,15 +654,6 @@ inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes,
   return starts;
 }
 
-// Widest group a pass runs well in: a pass whose lanes hold many live values (a decision
-// table and curve terms) may ask for narrower groups with `kLockstep`; measured, not derived.
-template <class Pass>
-constexpr unsigned LockstepWidth() {
-  if constexpr (requires { Pass::kLockstep; })
-    return Pass::kLockstep;
-  else
-    return kMaxLockstep;
-}
 
 // Every plane of a band of a job. The reference runs the planes one after the other on the
 // generator itself. The fast path starts a copy of the generator where each plane's slice of
