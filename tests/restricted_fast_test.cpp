@@ -219,6 +219,18 @@ TEST(RestrictedFast, ColumnsAroundByteEdgesAndGroupSizesMatchTheReference) {
     }
 }
 
+TEST(RestrictedFast, EveryNarrowWidthOverTallBandsMatchesTheReference) {
+  // Every width up to three bytes of two-bit dots: each split of a row into a partial top byte,
+  // whole bytes and the row end, in both scan directions. Bands of 7 and 8 rows keep many rows
+  // whose scanned values the next row overwrites before the last two rows, which leave theirs.
+  unsigned seed = 800;
+  for (std::size_t w = 1; w <= 24; ++w)
+    for (const unsigned planes : {1u, 2u, 4u}) {
+      ++seed;
+      ExpectJobsMatch({{w, 7}, {w, 8}, {w, 1}}, planes, seed, "w " + std::to_string(w) + " planes " + std::to_string(planes));
+    }
+}
+
 TEST(RestrictedFast, RowsLongerThanADrawChunkMatchTheReference) {
   // A row whose draws span two chunks of the drawn stream, forward and backward.
   const std::size_t w = serpentine_lockstep::kDrawChunk + 37;

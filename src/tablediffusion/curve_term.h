@@ -41,4 +41,15 @@ void BuildCurveTermTable(const Engine& engine, CurveTermTable& table) {
       table[parity * kCurveLength + v] = static_cast<std::int16_t>(CurveBias<T>(engine, static_cast<int>(v), parity));
 }
 
+// The entry of such a table for a pixel at column parity `odd`: none where the term does not
+// fall, so a scan that knows the parity at compile time drops the load and the addition.
+template <CurveTerm T>
+[[gnu::always_inline]] inline int CurveTermAt(const std::int16_t* table, unsigned odd, std::size_t v) {
+  if constexpr (T.curve == Curve::kNone) {
+    return 0;
+  } else {
+    return odd == T.parity ? table[T.parity * kCurveLength + v] : 0;
+  }
+}
+
 }  // namespace halftone

@@ -167,12 +167,14 @@ struct LayerKernel {
 
   void SetRow(std::size_t y) { tile_row = y % kLayerTile; }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned drawn) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned odd,
+                                                            unsigned drawn) const {
     const auto level = static_cast<std::size_t>(v);
-    int s = v + held;
-    if constexpr (M.layer) s += (*layers)[level][tile_row][x & (kLayerTile - 1)];
-    int biased = s;
-    if constexpr (kCurves) biased += (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + level];
+    // The layer term joins the input level before the carried value, off the pixel-to-pixel chain.
+    int start = v;
+    if constexpr (M.layer) start += (*layers)[level][tile_row][x & (kLayerTile - 1)];
+    const int s = start + held;
+    const int biased = s + CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, odd, level);
     const bool dot = s <= kThreshold;
     const int e = dot ? biased : biased - kWhite;
     int ahead;

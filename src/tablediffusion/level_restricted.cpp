@@ -225,8 +225,9 @@ struct FourLevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned drawn) const {
-    const RestrictedEntry& t = (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
+                                                            unsigned drawn) const {
+    const RestrictedEntry& t = (kLtr ? ltr : rtl)[odd * kInputLevels + static_cast<std::size_t>(v)];
     const int dark = -static_cast<int>(held <= t.split);
     const int e = held - (t.light_offset ^ ((t.light_offset ^ t.dark_offset) & dark));
     const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>(drawn & 1u, e);
@@ -250,12 +251,15 @@ struct BilevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned drawn) const {
+  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
+                                                            unsigned drawn) const {
+    constexpr CurveTerm kTerm = kLtr ? M.ltr : M.rtl;
+    constexpr ShareChoice kSplit = kLtr ? M.split_ltr : M.split_rtl;
     const int s = v + held;
-    const int biased = s + (kLtr ? ltr : rtl)[(x & 1) * kInputLevels + static_cast<std::size_t>(v)];
+    const int biased = s + CurveTermAt<kTerm>(kLtr ? ltr : rtl, odd, static_cast<std::size_t>(v));
     const bool dot = s <= kBilevelThreshold;
     const int e = dot ? biased : biased - kWhite;
-    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>(drawn & 1u, e);
+    const int ahead = serpentine_lockstep::AheadShare<kSplit>(drawn & 1u, e);
     return {dot, ahead, e - ahead};
   }
 };

@@ -93,8 +93,9 @@ struct Lane {
 //   kDraws     true when every pixel takes one draw of the random stream (its split bits,
 //              bits 1-8 of the draw, reach Step as `drawn`);
 //   SetRow(y)  per-row state;
-//   Step<kLtr>(v, held, x, drawn) the pixel's code and shares, from its input level v and the
-//              value its row entry holds after the error that arrived.
+//   Step<kLtr>(v, held, x, odd, drawn) the pixel's code and shares, from its input level v and
+//              the value its row entry holds after the error that arrived; odd is x & 1, a
+//              constant where the frame unrolls a byte.
 template <class Kernel, unsigned kLanes>
 class Scan {
  public:
@@ -115,7 +116,14 @@ class Scan {
       }
       for (std::size_t x = 0; x < w; ++x) carry[x] = 0;
     }
-    ScanSerpentineRows(h, [&]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
+    ScanSerpentineRows(h, [&]<bool kLtr, bool kLast>(std::size_t y) {
+      if constexpr (kLast)
+        Row<kLtr, true, true>(y);
+      else if (y + 2 >= h)
+        Row<kLtr, false, true>(y);
+      else
+        Row<kLtr, false, false>(y);
+    });
   }
 
  private:
@@ -126,62 +134,120 @@ class Scan {
     return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits;
   }
 
-  // Row y, scanned left to right (kLtr) or right to left; kLast for the band's last row, whose
-  // right-to-left down shares go bare into the carry and whose left-to-right ones go bare into B.
-  template <bool kLtr, bool kLast>
+  // The working state of one lane's row, held in locals of Row.
+  struct RowState {
+    std::int16_t* cur;
+    std::int16_t* down;
+    const std::uint8_t* in;
+    std::uint8_t* out;
+    const std::uint8_t* drawn;  // split bits by scan position
+    int held;
+    unsigned acc;
+  };
+
+  // One pixel of lane st at scan position i (column x, x & 1 = odd, dot at `shift` in its
+  // byte); kEnd for the row's last pixel, whose ahead share is dropped. kKeepCur stores the
+  // value the pixel saw back into its row, which only the band's last two rows need: every
+  // other row is overwritten by the next row's down shares.
+  template <bool kLtr, bool kLast, bool kKeepCur, bool kEnd>
+  [[gnu::always_inline]] void Pixel(RowState& st, std::size_t i, std::size_t x, unsigned odd, unsigned shift) const {
+    const int v = st.in[x];
+    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.held);
+    const PixelOut o = k_.template Step<kLtr>(v, st.held, x, odd, Kernel::kDraws ? st.drawn[i] : 0u);
+    st.acc |= o.code << shift;
+    if constexpr (Kernel::kStarts && !kLast)
+      st.down[x] = Store16(st.down[x] + o.down);
+    else
+      st.down[x] = Store16(o.down);
+    if constexpr (!kEnd) st.held = Store16(st.cur[kLtr ? x + 1 : x - 1] + o.ahead);
+  }
+
+  // Scan position i of every lane.
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  [[gnu::always_inline]] void LanesPixel(RowState* st, std::size_t i, std::size_t x, unsigned odd,
+                                         unsigned shift) const {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      Pixel<kLtr, kLast, kKeepCur, false>(st[l], i, x, odd, shift);
+    });
+  }
+
+  // Each lane's gathered dots into byte k of its output row.
+  [[gnu::always_inline]] static void Flush(RowState* st, std::size_t k) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
+      st[l].acc = 0;
+    });
+  }
+
+  // Scan positions i0 .. i0+count-1 within one output byte, each dot's shift as it falls.
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  [[gnu::always_inline]] void LanesPartial(RowState* st, std::size_t i0, std::size_t count) const {
+    const std::size_t w = band_.w;
+    for (std::size_t i = i0; i < i0 + count; ++i) {
+      const std::size_t x = kLtr ? i : w - 1 - i;
+      LanesPixel<kLtr, kLast, kKeepCur>(st, i, x, static_cast<unsigned>(x & 1), Shift(x));
+    }
+  }
+
+  // Output byte k whole, its kPerByte pixels in scan order with constant shifts and parities
+  // (a byte starts at an even column).
+  template <bool kLtr, bool kLast, bool kKeepCur>
+  [[gnu::always_inline]] void LanesByte(RowState* st, std::size_t k) const {
+    const std::size_t w = band_.w;
+    const std::size_t base = k * kPerByte;
+    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_LOCKSTEP_INLINE {
+      ((LanesPixel<kLtr, kLast, kKeepCur>(st, kLtr ? base + j : w - 1 - (base + kPerByte - 1 - j),
+                                          base + (kLtr ? j : kPerByte - 1 - j), (kLtr ? j : kPerByte - 1 - j) & 1u,
+                                          (kLtr ? kPerByte - 1 - j : j) * kBits)),
+       ...);
+    }(std::make_integer_sequence<unsigned, kPerByte>{});
+    Flush(st, k);
+  }
+
+  // Row y of every lane, scanned left to right (kLtr) or right to left; kLast for the band's
+  // last row, whose right-to-left down shares go bare into the carry and whose left-to-right
+  // ones go bare into B. The row is cut into whole output bytes plus a partial byte at
+  // either end.
+  template <bool kLtr, bool kLast, bool kKeepCur>
   void Row(std::size_t y) {
     const std::size_t w = band_.w;
     k_.SetRow(y);
-    std::int16_t* cur[kLanes];
-    std::int16_t* down[kLanes];
-    const std::uint8_t* in[kLanes];
-    std::uint8_t* out[kLanes];
-    const std::uint8_t* drawn[kLanes];
-    int held[kLanes];
-    unsigned acc[kLanes];
-    const std::size_t x0 = kLtr ? 0 : w - 1;
+    RowState st[kLanes];
     for (unsigned l = 0; l < kLanes; ++l) {
-      cur[l] = kLtr ? lanes_[l].a : lanes_[l].b;
-      down[l] = (kLast && !kLtr) ? lanes_[l].carry : (kLtr ? lanes_[l].b : lanes_[l].a);
-      in[l] = band_.In(y, lanes_[l].p);
-      out[l] = band_.Out(y, lanes_[l].p);
-      drawn[l] = lanes_[l].drawn;
-      held[l] = cur[l][x0];
-      acc[l] = 0;
-      if constexpr (Kernel::kStarts && !kLast) k_.FillStart(down[l], band_.In(y + 1, lanes_[l].p), y + 1, w);
+      st[l].cur = kLtr ? lanes_[l].a : lanes_[l].b;
+      st[l].down = (kLast && !kLtr) ? lanes_[l].carry : (kLtr ? lanes_[l].b : lanes_[l].a);
+      st[l].in = band_.In(y, lanes_[l].p);
+      st[l].out = band_.Out(y, lanes_[l].p);
+      st[l].drawn = lanes_[l].drawn;
+      st[l].held = st[l].cur[kLtr ? 0 : w - 1];
+      st[l].acc = 0;
+      if constexpr (Kernel::kStarts && !kLast)
+        k_.FillStart(st[l].down, band_.In(y + 1, lanes_[l].p), y + 1, w);
     }
 
-    // One pixel of lane l at scan position i; kEnd for the row's last pixel, whose ahead
-    // share is dropped.
-    auto pixel = [&]<bool kEnd>(unsigned l, std::size_t i, std::size_t x) HALFTONE_LOCKSTEP_INLINE {
-      const int v = in[l][x];
-      cur[l][x] = static_cast<std::int16_t>(held[l]);
-      const PixelOut o = k_.template Step<kLtr>(v, held[l], x, Kernel::kDraws ? drawn[l][i] : 0u);
-      // The dots of a byte shift in from the side the scan comes from.
-      acc[l] = kLtr ? (acc[l] << kBits) | o.code : (acc[l] >> kBits) | (o.code << (8 - kBits));
-      if constexpr (Kernel::kStarts && !kLast)
-        down[l][x] = Store16(down[l][x] + o.down);
-      else
-        down[l][x] = Store16(o.down);
-      if constexpr (!kEnd) held[l] = Store16(cur[l][kLtr ? x + 1 : x - 1] + o.ahead);
-    };
-
-    for (std::size_t i = 0; i + 1 < w; ++i) {
-      const std::size_t x = kLtr ? i : w - 1 - i;
-      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE { pixel.template operator()<false>(l, i, x); });
-      if ((x & (kPerByte - 1)) == (kLtr ? kPerByte - 1 : 0)) {
-        ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
-          out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
-          acc[l] = 0;
-        });
+    if constexpr (kLtr) {
+      // Whole bytes, then the pixels before the row end in its byte.
+      const std::size_t whole = (w - 1) / kPerByte;
+      for (std::size_t k = 0; k < whole; ++k) LanesByte<kLtr, kLast, kKeepCur>(st, k);
+      LanesPartial<kLtr, kLast, kKeepCur>(st, whole * kPerByte, (w - 1) % kPerByte);
+    } else {
+      // The top byte as far as it reaches, whole bytes down to byte 1, then byte 0 but x = 0.
+      const std::size_t top = (w - 1) / kPerByte;
+      if (top == 0) {
+        LanesPartial<kLtr, kLast, kKeepCur>(st, 0, w - 1);
+      } else {
+        LanesPartial<kLtr, kLast, kKeepCur>(st, 0, (w - 1) % kPerByte + 1);
+        Flush(st, top);
+        for (std::size_t k = top - 1; k > 0; --k) LanesByte<kLtr, kLast, kKeepCur>(st, k);
+        LanesPartial<kLtr, kLast, kKeepCur>(st, w - kPerByte, kPerByte - 1);
       }
     }
+
+    // The pixel ending the row.
     const std::size_t x = kLtr ? w - 1 : 0;
     for (unsigned l = 0; l < kLanes; ++l) {
-      pixel.template operator()<true>(l, w - 1, x);
-      // A forward row's last byte may be partial: its dots move up to the byte's high end.
-      if constexpr (kLtr) acc[l] <<= Shift(x);
-      out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
+      Pixel<kLtr, kLast, kKeepCur, true>(st[l], w - 1, x, static_cast<unsigned>(x & 1), Shift(x));
+      st[l].out[x / kPerByte] = static_cast<std::uint8_t>(st[l].out[x / kPerByte] | st[l].acc);
       if constexpr (Kernel::kDraws) lanes_[l].drawn += w;
     }
   }
