@@ -302,7 +302,7 @@ struct ClampedDecisionTable {
       for (int v = kHi + 1; v <= kWindowHi; ++v) put(v, hi.code, kHi - hi.err);
     }
   }
-  [[gnu::always_inline]] PartOutcome DecideWithPart(int v, int s) const {
+  HALFTONE_FORCE_INLINE PartOutcome DecideWithPart(int v, int s) const {
     // The window test by the shift, not by v - kWindowLo, so the compiler forms the index
     // from v itself: one addition on the chain.
     if (static_cast<unsigned>((v >> kWindowShift) + 1) > 1u) [[unlikely]]
@@ -310,7 +310,7 @@ struct ClampedDecisionTable {
     const Entry& en = entry[origin_of[s] + std::ptrdiff_t{v}];
     return {en.code, en.err, en.part};
   }
-  [[gnu::always_inline]] Outcome Decide(int v, int s) const {
+  HALFTONE_FORCE_INLINE Outcome Decide(int v, int s) const {
     const PartOutcome o = DecideWithPart(v, s);
     return {o.code, o.err};
   }
@@ -400,7 +400,7 @@ class LockstepScan {
   // right the first dot ends at the high end, right to left the last one does, so a byte the
   // scan leaves whole (or ends at column 0) needs no shift of its own.
   template <bool kLtr>
-  [[gnu::always_inline]] static void ShiftIn(unsigned& acc, unsigned code) {
+  HALFTONE_FORCE_INLINE static void ShiftIn(unsigned& acc, unsigned code) {
     acc = kLtr ? (acc << kBits) | code : (acc >> kBits) | (code << (8 - kBits));
   }
 
@@ -434,7 +434,7 @@ class LockstepScan {
 
   // One pixel of one lane that passes error along the row; `odd` is x & 1.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
+  HALFTONE_FORCE_INLINE void LanePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
     const std::uint8_t s = st.in[x];
     if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
@@ -476,14 +476,14 @@ class LockstepScan {
 
   // Pixel x of every lane.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanesPixel(Lane* st, const Decider& decide, std::size_t x, bool odd) const {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+  HALFTONE_FORCE_INLINE void LanesPixel(Lane* st, const Decider& decide, std::size_t x, bool odd) const {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       LanePixel<kLtr, kLast, kKeepCur>(st[l], decide, x, odd);
     });
   }
   // Each lane's gathered dots into byte k of its output row.
-  [[gnu::always_inline]] static void Flush(Lane* st, std::size_t k) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+  HALFTONE_FORCE_INLINE static void Flush(Lane* st, std::size_t k) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
       st[l].acc = 0;
     });
@@ -492,7 +492,7 @@ class LockstepScan {
   // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left) within one
   // output byte.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanesPartial(Lane* st, const Decider& decide, std::size_t i0,
+  HALFTONE_FORCE_INLINE void LanesPartial(Lane* st, const Decider& decide, std::size_t i0,
                                            std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
@@ -505,7 +505,7 @@ class LockstepScan {
   // column's parity is a constant: a lone lane unrolls the whole byte; a group, whose pixel
   // bodies are several times larger, unrolls pairs of columns.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanesByte(Lane* st, const Decider& decide, std::size_t k) const {
+  HALFTONE_FORCE_INLINE void LanesByte(Lane* st, const Decider& decide, std::size_t k) const {
     const std::size_t base = k * kPerByte;
     if constexpr (kLanes == 1) {
       [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {

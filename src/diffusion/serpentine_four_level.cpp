@@ -161,7 +161,7 @@ class SpineLockstep {
   // One pixel of one lane; kHasNext is false for the pixel ending the row, whose side share
   // is dropped. `odd` is x & 1. The last row stores its scanned values back (kLast).
   template <bool kLtr, bool kLast, bool kHasNext>
-  [[gnu::always_inline]] void OnePixel(Lane& st, const SpineTable& decide, std::size_t x,
+  HALFTONE_FORCE_INLINE void OnePixel(Lane& st, const SpineTable& decide, std::size_t x,
                                        unsigned shift, bool odd) const {
     const std::uint8_t r = st.in[x];
     if constexpr (kLast) st.cur[x] = static_cast<std::int16_t>(st.v);
@@ -203,15 +203,15 @@ class SpineLockstep {
 
   // Pixel x of every lane.
   template <bool kLtr, bool kLast, bool kHasNext>
-  [[gnu::always_inline]] void LanesPixel(Lane* st, const SpineTable& decide, std::size_t x, unsigned shift,
+  HALFTONE_FORCE_INLINE void LanesPixel(Lane* st, const SpineTable& decide, std::size_t x, unsigned shift,
                                          bool odd) const {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       OnePixel<kLtr, kLast, kHasNext>(st[l], decide, x, shift, odd);
     });
   }
   // Each lane's gathered dots into byte k of its output row.
-  [[gnu::always_inline]] static void Flush(Lane* st, std::size_t k) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+  HALFTONE_FORCE_INLINE static void Flush(Lane* st, std::size_t k) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
       st[l].acc = 0;
     });
@@ -219,7 +219,7 @@ class SpineLockstep {
 
   // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left), none ending the row.
   template <bool kLtr, bool kLast>
-  [[gnu::always_inline]] void LanesPartial(Lane* st, const SpineTable& decide, std::size_t i0,
+  HALFTONE_FORCE_INLINE void LanesPartial(Lane* st, const SpineTable& decide, std::size_t i0,
                                            std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
@@ -230,7 +230,7 @@ class SpineLockstep {
 
   // Output byte k whole, its pixels in scan order with constant shifts and parities.
   template <bool kLtr, bool kLast>
-  [[gnu::always_inline]] void LanesByte(Lane* st, const SpineTable& decide, std::size_t k) const {
+  HALFTONE_FORCE_INLINE void LanesByte(Lane* st, const SpineTable& decide, std::size_t k) const {
     const std::size_t base = k * kPerByte;
     [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
       ((LanesPixel<kLtr, kLast, true>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),

@@ -9,23 +9,14 @@
 #include <type_traits>
 #include <utility>
 
+#include "frame/force_inline.h"
 #include "frame/plane_threads.h"
-
-// The lane loop must vanish into the row loop that calls it, lane bodies included: a lane's
-// state lives in registers only when the whole row is one function. GCC otherwise may keep a
-// lane body that is called four times as a function of its own, at half the speed, so lane
-// bodies are written [&](unsigned l) HALFTONE_LOCKSTEP_INLINE { ... }.
-#if defined(__GNUC__)
-#define HALFTONE_LOCKSTEP_INLINE __attribute__((always_inline))
-#else
-#define HALFTONE_LOCKSTEP_INLINE
-#endif
 
 namespace halftone {
 
 // `pick ? a : b` by a conditional move, for a pick the branch predictor cannot learn (a random
 // bit): compilers sometimes turn the plain form into a branch, mispredicted half the time.
-[[gnu::always_inline]] inline int SelectUnpredictable(bool pick, int a, int b) {
+HALFTONE_FORCE_INLINE inline int SelectUnpredictable(bool pick, int a, int b) {
 #if defined(__GNUC__) && defined(__x86_64__)
   __asm__("testb %1, %1\n\tcmovnel %2, %0" : "+r"(b) : "q"(pick), "r"(a) : "cc");
   return b;
@@ -74,8 +65,8 @@ inline void WithLaneCount(unsigned n, Fn&& fn) {
 // Calls fn(l) for l = 0 .. kN-1 as separate statements, so each lane's state is addressed by a
 // constant and can stay in registers.
 template <unsigned kN, class Fn>
-HALFTONE_LOCKSTEP_INLINE inline void ForEachLane(Fn&& fn) {
-  [&]<unsigned... l>(std::integer_sequence<unsigned, l...>) HALFTONE_LOCKSTEP_INLINE {
+HALFTONE_FORCE_INLINE inline void ForEachLane(Fn&& fn) {
+  [&]<unsigned... l>(std::integer_sequence<unsigned, l...>) HALFTONE_FORCE_INLINE {
     (fn(std::integral_constant<unsigned, l>{}), ...);
   }(std::make_integer_sequence<unsigned, kN>{});
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "frame/engine.h"
+#include "frame/force_inline.h"
 
 namespace halftone {
 
@@ -44,7 +45,7 @@ void BuildCurveTermTable(const Engine& engine, CurveTermTable& table) {
 // The entry of such a table for a pixel at column parity `odd`: none where the term does not
 // fall, so a scan that knows the parity at compile time drops the load and the addition.
 template <CurveTerm T>
-[[gnu::always_inline]] inline int CurveTermAt(const std::int16_t* table, unsigned odd, std::size_t v) {
+HALFTONE_FORCE_INLINE inline int CurveTermAt(const std::int16_t* table, unsigned odd, std::size_t v) {
   if constexpr (T.curve == Curve::kNone) {
     return 0;
   } else {

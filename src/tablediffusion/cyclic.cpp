@@ -201,7 +201,7 @@ class CycleScan {
 
   // Pixel x of one lane, not the row's end; its dot lands at bit `shift` of the byte.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_LOCKSTEP_INLINE static void Pixel(RowState& st, std::size_t x, unsigned shift) {
+  HALFTONE_FORCE_INLINE static void Pixel(RowState& st, std::size_t x, unsigned shift) {
     const int v = st.v;
     if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(v);
     const bool dot = v <= kThreshold;
@@ -217,13 +217,13 @@ class CycleScan {
   }
 
   template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_LOCKSTEP_INLINE static void LanesPixel(RowState* st, std::size_t x, unsigned shift) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE { Pixel<kLtr, kLast, kKeepCur>(st[l], x, shift); });
+  HALFTONE_FORCE_INLINE static void LanesPixel(RowState* st, std::size_t x, unsigned shift) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE { Pixel<kLtr, kLast, kKeepCur>(st[l], x, shift); });
   }
 
   // Each lane's gathered dots into byte k of its output row (cleared before the band).
-  HALFTONE_LOCKSTEP_INLINE static void Flush(RowState* st, std::size_t k) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+  HALFTONE_FORCE_INLINE static void Flush(RowState* st, std::size_t k) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
       st[l].acc = 0;
     });
@@ -233,7 +233,7 @@ class CycleScan {
 
   // Scan positions i0 .. i0+count-1 within one output byte.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_LOCKSTEP_INLINE void LanesPartial(RowState* st, std::size_t i0, std::size_t count) const {
+  HALFTONE_FORCE_INLINE void LanesPartial(RowState* st, std::size_t i0, std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
       const std::size_t x = kLtr ? i : w - 1 - i;
@@ -243,9 +243,9 @@ class CycleScan {
 
   // Output byte k whole, its pixels in scan order with constant shifts.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_LOCKSTEP_INLINE static void LanesByte(RowState* st, std::size_t k) {
+  HALFTONE_FORCE_INLINE static void LanesByte(RowState* st, std::size_t k) {
     const std::size_t base = k * kDotsPerByte;
-    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_LOCKSTEP_INLINE {
+    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_FORCE_INLINE {
       (LanesPixel<kLtr, kLast, kKeepCur>(st, base + (kLtr ? j : kDotsPerByte - 1 - j),
                                          kLtr ? kDotsPerByte - 1 - j : j),
        ...);

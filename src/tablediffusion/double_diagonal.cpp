@@ -115,7 +115,7 @@ class DiagonalLockstep {
     auto pixel = [&](std::size_t i, auto row_end) {
       const std::size_t x = kFwd ? i : w - 1 - i;
       const std::size_t before = kFwd ? x - 1 : x + 1;
-      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
         const int v = in[l][x];
         c[l].Store(cur[l] + x);
         const Real s = Real::Level(v) + c[l];

@@ -158,7 +158,7 @@ class AheadDownLockstep {
       const std::size_t next = kFwd ? x + 1 : x - 1;
       const unsigned shift = Shift(x);
       const bool bias_at = fast_.BiasAt(x, kFwd);
-      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
         const int v = in[l][x];
         c[l].Store(cur[l] + x);
         const Real s = fast_.Sum(v, c[l], y, x);
@@ -177,7 +177,7 @@ class AheadDownLockstep {
         c[l] = Real::Load(cur[l] + next) + ahead;
       });
       if ((x & (kPerByte - 1)) == (kFwd ? kPerByte - 1 : 0)) {
-        ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+        ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
           out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
           acc[l] = 0;
         });

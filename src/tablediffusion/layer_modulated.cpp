@@ -167,7 +167,7 @@ struct LayerKernel {
 
   void SetRow(std::size_t y) { tile_row = y % kLayerTile; }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned odd,
+  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned odd,
                                                             unsigned drawn) const {
     const auto level = static_cast<std::size_t>(v);
     // The layer term joins the input level before the carried value, off the pixel-to-pixel chain.

@@ -25,14 +25,6 @@
 #include "frame/lockstep.h"
 #include "tablediffusion/level_bias_traits.h"
 
-// The pixel step of a lockstep row is written once and used twice (inside the row and at its
-// end); it must inline into both or the lanes' state leaves the registers.
-#if defined(__GNUC__)
-#define HALFTONE_LEVEL_BIAS_INLINE __attribute__((always_inline))
-#else
-#define HALFTONE_LEVEL_BIAS_INLINE
-#endif
-
 namespace halftone::level_bias {
 
 // A split rule as one multiply and shift: ahead = (e * mul + (e < 0 ? neg_add : 0)) >> 32.
@@ -339,7 +331,7 @@ class LockstepDiffusion {
     };
 
     // One pixel of lane l at column x: dot and down share; returns the ahead share.
-    auto pixel = [&](unsigned l, std::size_t x, const LevelEntry* entries) HALFTONE_LEVEL_BIAS_INLINE {
+    auto pixel = [&](unsigned l, std::size_t x, const LevelEntry* entries) HALFTONE_FORCE_INLINE {
       const LevelEntry en = entries[in[l][x]];
       const std::int64_t* rule = rules + (en.rules + *words[l]);
       words[l] += en.draws;
@@ -361,7 +353,7 @@ class LockstepDiffusion {
       const std::size_t along = kLtr ? x + 1 : x - 1;
       const LevelEntry* entries = by_parity[x & 1].data();
       dots = (kLtr ? dots << kBits : dots >> kBits) + kColumnMax;
-      ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+      ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
         const std::int64_t ahead = pixel(l, x, entries);
         carried[l] = static_cast<std::int16_t>(cur[along * kLanes + l] + ahead);
       });

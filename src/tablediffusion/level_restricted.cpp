@@ -225,7 +225,7 @@ struct FourLevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
+  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
                                                             unsigned drawn) const {
     const RestrictedEntry& t = (kLtr ? ltr : rtl)[odd * kInputLevels + static_cast<std::size_t>(v)];
     const int dark = -static_cast<int>(held <= t.split);
@@ -251,7 +251,7 @@ struct BilevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  [[gnu::always_inline]] serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
+  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
                                                             unsigned drawn) const {
     constexpr CurveTerm kTerm = kLtr ? M.ltr : M.rtl;
     constexpr ShareChoice kSplit = kLtr ? M.split_ltr : M.split_rtl;

@@ -30,13 +30,13 @@ using random_split::DivTrunc;
 // split bit (ignored by a choice that draws nothing). Rules are fractions num/den of e,
 // truncated toward zero, with den 1 to 4.
 template <ShareRule R>
-HALFTONE_LOCKSTEP_INLINE constexpr int AheadOf(int e) {
+HALFTONE_FORCE_INLINE constexpr int AheadOf(int e) {
   static_assert(R.rounding == Rounding::kTrunc, "flooring shares are not in these families");
   const int share = DivTrunc<R.den>(R.num * e);
   return R.to_ahead ? share : e - share;
 }
 template <ShareChoice C>
-HALFTONE_LOCKSTEP_INLINE inline int AheadShare(unsigned bit, int e) {
+HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
   if constexpr (C.by == Selector::kParity) {
     static_assert(C.rules[0].num == C.rules[1].num && C.rules[0].den == C.rules[1].den &&
                       C.rules[0].to_ahead == C.rules[1].to_ahead,
@@ -64,7 +64,7 @@ constexpr AheadMasks MasksOf(const ShareRule& r) {
   const int half = r.den == 2 ? -1 : 0, third = r.den == 3 ? -1 : 0;
   return r.to_ahead ? AheadMasks{0, half, third, 0} : AheadMasks{-1, half, third, -1};
 }
-HALFTONE_LOCKSTEP_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
+HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
   const int part = (DivTrunc<2>(e) & m.half) | (DivTrunc<3>(e) & m.third);
   return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
@@ -150,7 +150,7 @@ class Scan {
   // value the pixel saw back into its row, which only the band's last two rows need: every
   // other row is overwritten by the next row's down shares.
   template <bool kLtr, bool kLast, bool kKeepCur, bool kEnd>
-  [[gnu::always_inline]] void Pixel(RowState& st, std::size_t i, std::size_t x, unsigned odd, unsigned shift) const {
+  HALFTONE_FORCE_INLINE void Pixel(RowState& st, std::size_t i, std::size_t x, unsigned odd, unsigned shift) const {
     const int v = st.in[x];
     if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.held);
     const PixelOut o = k_.template Step<kLtr>(v, st.held, x, odd, Kernel::kDraws ? st.drawn[i] : 0u);
@@ -164,16 +164,16 @@ class Scan {
 
   // Scan position i of every lane.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanesPixel(RowState* st, std::size_t i, std::size_t x, unsigned odd,
+  HALFTONE_FORCE_INLINE void LanesPixel(RowState* st, std::size_t i, std::size_t x, unsigned odd,
                                          unsigned shift) const {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       Pixel<kLtr, kLast, kKeepCur, false>(st[l], i, x, odd, shift);
     });
   }
 
   // Each lane's gathered dots into byte k of its output row.
-  [[gnu::always_inline]] static void Flush(RowState* st, std::size_t k) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_LOCKSTEP_INLINE {
+  HALFTONE_FORCE_INLINE static void Flush(RowState* st, std::size_t k) {
+    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
       st[l].acc = 0;
     });
@@ -181,7 +181,7 @@ class Scan {
 
   // Scan positions i0 .. i0+count-1 within one output byte, each dot's shift as it falls.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanesPartial(RowState* st, std::size_t i0, std::size_t count) const {
+  HALFTONE_FORCE_INLINE void LanesPartial(RowState* st, std::size_t i0, std::size_t count) const {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
       const std::size_t x = kLtr ? i : w - 1 - i;
@@ -192,10 +192,10 @@ class Scan {
   // Output byte k whole, its kPerByte pixels in scan order with constant shifts and parities
   // (a byte starts at an even column).
   template <bool kLtr, bool kLast, bool kKeepCur>
-  [[gnu::always_inline]] void LanesByte(RowState* st, std::size_t k) const {
+  HALFTONE_FORCE_INLINE void LanesByte(RowState* st, std::size_t k) const {
     const std::size_t w = band_.w;
     const std::size_t base = k * kPerByte;
-    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_LOCKSTEP_INLINE {
+    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_FORCE_INLINE {
       ((LanesPixel<kLtr, kLast, kKeepCur>(st, kLtr ? base + j : w - 1 - (base + kPerByte - 1 - j),
                                           base + (kLtr ? j : kPerByte - 1 - j), (kLtr ? j : kPerByte - 1 - j) & 1u,
                                           (kLtr ? kPerByte - 1 - j : j) * kBits)),
