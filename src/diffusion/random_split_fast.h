@@ -549,23 +549,12 @@ class LockstepScan {
       st[l].v = st[l].cur[kLtr ? 0 : w - 1];
     }
 
-    if constexpr (kLtr) {
-      // Whole bytes, then the pixels before the row end in its byte.
-      const std::size_t whole = (w - 1) / kPerByte;
-      for (std::size_t k = 0; k < whole; ++k) LanesByte<kLtr, kLast, kKeepCur>(st, decide, k);
-      LanesPartial<kLtr, kLast, kKeepCur>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
-    } else {
-      // The top byte as far as it reaches, whole bytes down to byte 1, then byte 0 but x = 0.
-      const std::size_t top = (w - 1) / kPerByte;
-      if (top == 0) {
-        LanesPartial<kLtr, kLast, kKeepCur>(st, decide, 0, w - 1);
-      } else {
-        LanesPartial<kLtr, kLast, kKeepCur>(st, decide, 0, (w - 1) % kPerByte + 1);
-        Flush(st, top);
-        for (std::size_t k = top - 1; k > 0; --k) LanesByte<kLtr, kLast, kKeepCur>(st, decide, k);
-        LanesPartial<kLtr, kLast, kKeepCur>(st, decide, w - kPerByte, kPerByte - 1);
-      }
-    }
+    ForEachRowByte<kLtr, kPerByte>(
+        w, [&](std::size_t k) HALFTONE_FORCE_INLINE { LanesByte<kLtr, kLast, kKeepCur>(st, decide, k); },
+        [&](std::size_t i0, std::size_t n) HALFTONE_FORCE_INLINE {
+          LanesPartial<kLtr, kLast, kKeepCur>(st, decide, i0, n);
+        },
+        [&](std::size_t k) HALFTONE_FORCE_INLINE { Flush(st, k); });
 
     // The pixel ending the row.
     const std::size_t x = kLtr ? w - 1 : 0;

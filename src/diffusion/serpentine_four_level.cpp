@@ -261,21 +261,10 @@ class SpineLockstep {
                0};
       st[l].v = st[l].cur[kLtr ? 0 : w - 1];
     }
-    if constexpr (kLtr) {
-      const std::size_t whole = (w - 1) / kPerByte;
-      for (std::size_t k = 0; k < whole; ++k) LanesByte<kLtr, kLast>(st, decide, k);
-      LanesPartial<kLtr, kLast>(st, decide, whole * kPerByte, (w - 1) % kPerByte);
-    } else {
-      const std::size_t top = (w - 1) / kPerByte;
-      if (top == 0) {
-        LanesPartial<kLtr, kLast>(st, decide, 0, w - 1);
-      } else {
-        LanesPartial<kLtr, kLast>(st, decide, 0, (w - 1) % kPerByte + 1);
-        Flush(st, top);
-        for (std::size_t k = top - 1; k > 0; --k) LanesByte<kLtr, kLast>(st, decide, k);
-        LanesPartial<kLtr, kLast>(st, decide, w - kPerByte, kPerByte - 1);
-      }
-    }
+    ForEachRowByte<kLtr, kPerByte>(
+        w, [&](std::size_t k) HALFTONE_FORCE_INLINE { LanesByte<kLtr, kLast>(st, decide, k); },
+        [&](std::size_t i0, std::size_t n) HALFTONE_FORCE_INLINE { LanesPartial<kLtr, kLast>(st, decide, i0, n); },
+        [&](std::size_t k) HALFTONE_FORCE_INLINE { Flush(st, k); });
     const std::size_t x = kLtr ? w - 1 : 0;
     for (unsigned l = 0; l < kLanes; ++l) {
       st[l].cur[x] = static_cast<std::int16_t>(st[l].v);

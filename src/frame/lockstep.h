@@ -71,6 +71,29 @@ HALFTONE_FORCE_INLINE inline void ForEachLane(Fn&& fn) {
   }(std::make_integer_sequence<unsigned, kN>{});
 }
 
+// The scan positions of a row of w >= 1 pixels that pass error along (all but the pixel ending
+// the row), cut at output-byte boundaries so a whole byte's columns have constant dot shifts and
+// parities. Left to right: whole bytes, then the pixels before the row end in its byte. Right to
+// left: the top byte as far as it reaches, whole bytes down to byte 1, then byte 0 but x = 0.
+// byte(k) scans output byte k whole and stores it; partial(i0, count) scans positions i0 ..
+// i0+count-1 (x = i left to right, w-1-i right to left) within one byte; flush(k) stores the
+// dots gathered for byte k. The row's end pixel and its byte are left to the caller.
+template <bool kLtr, unsigned kPerByte, class Byte, class Partial, class Flush>
+HALFTONE_FORCE_INLINE inline void ForEachRowByte(std::size_t w, Byte&& byte, Partial&& partial, Flush&& flush) {
+  const std::size_t end_byte = (w - 1) / kPerByte;
+  if constexpr (kLtr) {
+    for (std::size_t k = 0; k < end_byte; ++k) byte(k);
+    partial(end_byte * kPerByte, (w - 1) % kPerByte);
+  } else if (end_byte == 0) {
+    partial(0, w - 1);
+  } else {
+    partial(0, (w - 1) % kPerByte + 1);
+    flush(end_byte);
+    for (std::size_t k = end_byte - 1; k > 0; --k) byte(k);
+    partial(w - kPerByte, kPerByte - 1);
+  }
+}
+
 // The working rows plane p of a band of `planes` scans on: its own, except the last plane,
 // which scans on the shared rows so they end the band as the plane-by-plane scan leaves them.
 template <class Rows>

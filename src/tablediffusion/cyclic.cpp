@@ -271,22 +271,10 @@ class CycleScan {
       st[l].v = st[l].cur[kLtr ? 0 : w - 1];
     }
 
-    if constexpr (kLtr) {
-      const std::size_t whole = (w - 1) / kDotsPerByte;
-      for (std::size_t k = 0; k < whole; ++k) LanesByte<kLtr, kLast, kKeepCur>(st, k);
-      LanesPartial<kLtr, kLast, kKeepCur>(st, whole * kDotsPerByte, (w - 1) % kDotsPerByte);
-    } else {
-      // The top byte as far as it reaches, whole bytes down to byte 1, then byte 0 but x = 0.
-      const std::size_t top = (w - 1) / kDotsPerByte;
-      if (top == 0) {
-        LanesPartial<kLtr, kLast, kKeepCur>(st, 0, w - 1);
-      } else {
-        LanesPartial<kLtr, kLast, kKeepCur>(st, 0, (w - 1) % kDotsPerByte + 1);
-        Flush(st, top);
-        for (std::size_t k = top - 1; k > 0; --k) LanesByte<kLtr, kLast, kKeepCur>(st, k);
-        LanesPartial<kLtr, kLast, kKeepCur>(st, w - kDotsPerByte, kDotsPerByte - 1);
-      }
-    }
+    ForEachRowByte<kLtr, kDotsPerByte>(
+        w, [&](std::size_t k) HALFTONE_FORCE_INLINE { LanesByte<kLtr, kLast, kKeepCur>(st, k); },
+        [&](std::size_t i0, std::size_t n) HALFTONE_FORCE_INLINE { LanesPartial<kLtr, kLast, kKeepCur>(st, i0, n); },
+        [&](std::size_t k) HALFTONE_FORCE_INLINE { Flush(st, k); });
 
     // The row's end: on inner rows its own counter step, down only early in the cycle; on the
     // band's last row the dot only, no step.

@@ -16,6 +16,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "diffusion/random_split_fast.h"
 #include "frame/band.h"
 #include "frame/engine.h"
@@ -225,23 +229,10 @@ class Scan {
         k_.FillStart(st[l].down, band_.In(y + 1, lanes_[l].p), y + 1, w);
     }
 
-    if constexpr (kLtr) {
-      // Whole bytes, then the pixels before the row end in its byte.
-      const std::size_t whole = (w - 1) / kPerByte;
-      for (std::size_t k = 0; k < whole; ++k) LanesByte<kLtr, kLast, kKeepCur>(st, k);
-      LanesPartial<kLtr, kLast, kKeepCur>(st, whole * kPerByte, (w - 1) % kPerByte);
-    } else {
-      // The top byte as far as it reaches, whole bytes down to byte 1, then byte 0 but x = 0.
-      const std::size_t top = (w - 1) / kPerByte;
-      if (top == 0) {
-        LanesPartial<kLtr, kLast, kKeepCur>(st, 0, w - 1);
-      } else {
-        LanesPartial<kLtr, kLast, kKeepCur>(st, 0, (w - 1) % kPerByte + 1);
-        Flush(st, top);
-        for (std::size_t k = top - 1; k > 0; --k) LanesByte<kLtr, kLast, kKeepCur>(st, k);
-        LanesPartial<kLtr, kLast, kKeepCur>(st, w - kPerByte, kPerByte - 1);
-      }
-    }
+    ForEachRowByte<kLtr, kPerByte>(
+        w, [&](std::size_t k) HALFTONE_FORCE_INLINE { LanesByte<kLtr, kLast, kKeepCur>(st, k); },
+        [&](std::size_t i0, std::size_t n) HALFTONE_FORCE_INLINE { LanesPartial<kLtr, kLast, kKeepCur>(st, i0, n); },
+        [&](std::size_t k) HALFTONE_FORCE_INLINE { Flush(st, k); });
 
     // The pixel ending the row.
     const std::size_t x = kLtr ? w - 1 : 0;
@@ -268,6 +259,25 @@ inline constexpr std::size_t kDrawChunk = 2048;
 // The band's n draws, kept as their split bits, one byte a draw (a quarter of the memory the
 // words take, which the scan of a 4-plane band otherwise streams through twice). The engine's
 // draw buffer holds the bytes and, behind them, one chunk of words.
+// Each word's split bits (bits 1-8) as a byte, sixteen words at a time where SSE2 is there.
+inline void SplitBitsOf(const std::uint32_t* words, std::size_t m, std::uint8_t* bits) {
+  std::size_t j = 0;
+#if defined(__SSE2__)
+  const __m128i low_byte = _mm_set1_epi32(0xFF);
+  auto split_bits = [&](std::size_t at) {
+    const __m128i word = _mm_loadu_si128(reinterpret_cast<const __m128i*>(words + at));
+    return _mm_and_si128(_mm_srli_epi32(word, 1), low_byte);
+  };
+  for (; j + 16 <= m; j += 16) {
+    // Values below 256 pack through the signed 32->16 and unsigned 16->8 saturations unchanged.
+    const __m128i lo = _mm_packs_epi32(split_bits(j), split_bits(j + 4));
+    const __m128i hi = _mm_packs_epi32(split_bits(j + 8), split_bits(j + 12));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(bits + j), _mm_packus_epi16(lo, hi));
+  }
+#endif
+  for (; j < m; ++j) bits[j] = static_cast<std::uint8_t>(words[j] >> 1);
+}
+
 inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n) {
   const std::size_t byte_words = (n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
   std::uint32_t* buffer = engine.draws.Reserve(byte_words + kDrawChunk);
@@ -276,7 +286,7 @@ inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n) {
   for (std::size_t done = 0; done < n; done += kDrawChunk) {
     const std::size_t m = n - done < kDrawChunk ? n - done : kDrawChunk;
     engine.random.DrawWords(chunk, m);
-    for (std::size_t j = 0; j < m; ++j) bits[done + j] = static_cast<std::uint8_t>(chunk[j] >> 1);
+    SplitBitsOf(chunk, m, bits + done);
   }
   return bits;
 }
