@@ -51,6 +51,34 @@ TEST(DrawWords, MatchesSingleDrawsAndLeavesTheSameRegister) {
   EXPECT_EQ(batch.NextStateWord(), single.NextStateWord());
 }
 
+// Byte fields of draws, in chunks and sixteen at a time: every field must be the single draw's
+// bits, across chunk ends and tails of every length, with the register left as single draws
+// leave it.
+TEST(DrawByteFields, MatchesSingleDrawsAcrossChunksAndTails) {
+  constexpr std::size_t kChunk = RandomBitSource::kFieldChunk;
+  std::vector<std::uint32_t> chunk(kChunk);
+  RandomBitSource batch, single;
+  batch.Seed(98765);
+  single.Seed(98765);
+  struct Field {
+    unsigned shift;
+    std::uint8_t mask;
+  };
+  for (const Field f : {Field{1, 0xFF}, Field{0, 2}, Field{1, 3}, Field{7, 0x81}}) {
+    for (std::size_t n : {std::size_t{0}, std::size_t{1}, std::size_t{15}, std::size_t{16}, std::size_t{17},
+                          std::size_t{47}, kChunk - 1, kChunk, kChunk + 1, 2 * kChunk + 21}) {
+      std::vector<std::uint8_t> out(n + 1, 0xA5);
+      batch.DrawByteFields(out.data(), n, f.shift, f.mask, chunk.data());
+      for (std::size_t i = 0; i < n; ++i)
+        ASSERT_EQ(out[i], (single.NextStateWord() >> f.shift) & f.mask)
+            << "shift " << f.shift << ", " << n << " draws, draw " << i;
+      ASSERT_EQ(out[n], 0xA5) << "wrote past " << n << " draws";
+      ASSERT_EQ(batch.state(), single.state());
+      ASSERT_EQ(batch.front(), single.front());
+    }
+  }
+}
+
 TEST(PlaneThreads, EveryPlaneOnceWhateverTheCount) {
   halftone::PlaneThreads threads;
   for (int n : {1, 2, 3, 1, 4}) {

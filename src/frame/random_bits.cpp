@@ -1,5 +1,9 @@
 #include "frame/random_bits.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace halftone {
 
 const std::array<std::uint32_t, RandomBitSource::kDegree> RandomBitSource::kDefaultState = {
@@ -112,6 +116,39 @@ void RandomBitSource::DrawWords(std::uint32_t* out, std::size_t n) {
     state_[(static_cast<std::size_t>(front_) + j) % kDeg] = out[j];
   front_ = static_cast<int>((static_cast<std::size_t>(front_) + n) % kDeg);
   rear_ = static_cast<int>((static_cast<std::size_t>(front_) + kBack) % kDeg);
+}
+
+namespace {
+
+// Byte (word >> shift) & mask of each of m words, sixteen at a time where SSE2 is there.
+void ByteFieldsOf(const std::uint32_t* words, std::size_t m, unsigned shift, std::uint8_t mask, std::uint8_t* out) {
+  std::size_t j = 0;
+#if defined(__SSE2__)
+  const __m128i field_mask = _mm_set1_epi32(mask);
+  const __m128i count = _mm_cvtsi32_si128(static_cast<int>(shift));
+  auto fields = [&](std::size_t at) {
+    const __m128i word = _mm_loadu_si128(reinterpret_cast<const __m128i*>(words + at));
+    return _mm_and_si128(_mm_srl_epi32(word, count), field_mask);
+  };
+  for (; j + 16 <= m; j += 16) {
+    // Values below 256 pass the signed 32->16 and unsigned 16->8 saturating packs unchanged.
+    const __m128i lo = _mm_packs_epi32(fields(j), fields(j + 4));
+    const __m128i hi = _mm_packs_epi32(fields(j + 8), fields(j + 12));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + j), _mm_packus_epi16(lo, hi));
+  }
+#endif
+  for (; j < m; ++j) out[j] = static_cast<std::uint8_t>((words[j] >> shift) & mask);
+}
+
+}  // namespace
+
+void RandomBitSource::DrawByteFields(std::uint8_t* out, std::size_t n, unsigned shift, std::uint8_t mask,
+                                     std::uint32_t* chunk) {
+  for (std::size_t done = 0; done < n; done += kFieldChunk) {
+    const std::size_t m = n - done < kFieldChunk ? n - done : kFieldChunk;
+    DrawWords(chunk, m);
+    ByteFieldsOf(chunk, m, shift, mask, out + done);
+  }
 }
 
 }  // namespace halftone

@@ -68,6 +68,12 @@ class RandomBitSource {
   // draws is one flat loop without the register's wrap-around.
   void DrawWords(std::uint32_t* out, std::size_t n);
 
+  // n draws kept as a byte each, (word >> shift) & mask, for scans that need only a few bits of
+  // every draw: a quarter of the memory the words take. The words pass through `chunk`
+  // (kFieldChunk words) a chunk at a time, so they never leave the cache.
+  static constexpr std::size_t kFieldChunk = 2048;
+  void DrawByteFields(std::uint8_t* out, std::size_t n, unsigned shift, std::uint8_t mask, std::uint32_t* chunk);
+
   // Advances the register as jump.draws() single draws would, in 31 x 31 multiply-adds.
   void Skip(const RandomJump& jump);
 

@@ -119,9 +119,13 @@ struct FastTables {
   std::array<std::int64_t, kPairWords * kMaxRulePairs> rule_words{};
 };
 
-// A drawn word as a pixel uses it: its split bit (bit 1 of the word) as the word offset of
-// that bit's rule within a pair.
-inline std::uint32_t PreparedWord(std::uint32_t word) { return ((word >> 1) & 1u) * kRuleWords; }
+// A draw as a pixel uses it: its split bit (bit 1 of the word) as the word offset of that
+// bit's rule within a pair, one byte a draw. With two words a rule, the offset is the word's
+// bit 1 in place.
+inline constexpr unsigned kSplitBit = 1;
+static_assert(kRuleWords == 1u << kSplitBit, "the split bit in place is its rule's offset");
+inline constexpr unsigned kPreparedShift = 0;
+inline constexpr std::uint8_t kPreparedMask = 1u << kSplitBit;
 
 constexpr bool SameRule(const ShareRule& a, const ShareRule& b) {
   return a.num == b.num && a.den == b.den && a.rounding == b.rounding && a.to_ahead == b.to_ahead;
@@ -231,7 +235,7 @@ struct FastQuantiser {
 // One plane of a lockstep group.
 struct FastLane {
   std::int16_t* carry;
-  const std::uint32_t* words;  // the plane's slice of the band's drawn words
+  const std::uint8_t* words;  // the plane's slice of the band's prepared draws
   unsigned p;
 };
 
@@ -303,7 +307,7 @@ class LockstepDiffusion {
     std::int16_t* const next = kLtr ? rows_b_ : rows_a_;
     std::int16_t* carry[kLanes];
     const std::uint8_t* in[kLanes];
-    const std::uint32_t* words[kLanes];
+    const std::uint8_t* words[kLanes];
     std::int64_t carried[kLanes];
     for (unsigned l = 0; l < kLanes; ++l) {
       carry[l] = lanes_[l].carry;
@@ -408,10 +412,12 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
     start[p] = total;
     for (std::size_t y = 0; y < band.h; ++y) total += CountBelow(band.In(y, p), w, kLimit[y & 1]);
   }
-  // One word more than drawn: a pixel reads its word before knowing whether it draws.
-  std::uint32_t* words = engine.draws.Reserve(total + 1);
-  engine.random.DrawWords(words, total);
-  for (std::size_t k = 0; k < total; ++k) words[k] = PreparedWord(words[k]);
+  // One draw more than drawn: a pixel reads its draw before knowing whether it draws. The
+  // engine's draw buffer holds the prepared bytes and, behind them, one chunk of words.
+  const std::size_t byte_words = (total + 1 + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
+  std::uint32_t* buffer = engine.draws.Reserve(byte_words + RandomBitSource::kFieldChunk);
+  auto* words = reinterpret_cast<std::uint8_t*>(buffer);
+  engine.random.DrawByteFields(words, total, kPreparedShift, kPreparedMask, buffer + byte_words);
   words[total] = 0;
 
   const FastTables& tables = TablesOf<M>();

@@ -16,10 +16,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "diffusion/random_split_fast.h"
 #include "frame/band.h"
 #include "frame/engine.h"
@@ -248,49 +244,23 @@ class Scan {
   Lane lanes_[kLanes];
 };
 
-// Every plane of a band (w, h >= 1). The random stream the planes would draw one after the
-// other is drawn ahead, each plane reading its own slice; every plane but the last runs on its
-// own working rows, the last on the shared ones, so they end the band as the sequential passes
-// leave them. Groups of planes run in lockstep, the groups on the engine's threads.
-// Draws per chunk while the band's stream is drawn ahead: small enough to stay in the first
-// level cache.
-inline constexpr std::size_t kDrawChunk = 2048;
-
 // The band's n draws, kept as their split bits, one byte a draw (a quarter of the memory the
 // words take, which the scan of a 4-plane band otherwise streams through twice). The engine's
 // draw buffer holds the bytes and, behind them, one chunk of words.
-// Each word's split bits (bits 1-8) as a byte, sixteen words at a time where SSE2 is there.
-inline void SplitBitsOf(const std::uint32_t* words, std::size_t m, std::uint8_t* bits) {
-  std::size_t j = 0;
-#if defined(__SSE2__)
-  const __m128i low_byte = _mm_set1_epi32(0xFF);
-  auto split_bits = [&](std::size_t at) {
-    const __m128i word = _mm_loadu_si128(reinterpret_cast<const __m128i*>(words + at));
-    return _mm_and_si128(_mm_srli_epi32(word, 1), low_byte);
-  };
-  for (; j + 16 <= m; j += 16) {
-    // Values below 256 pack through the signed 32->16 and unsigned 16->8 saturations unchanged.
-    const __m128i lo = _mm_packs_epi32(split_bits(j), split_bits(j + 4));
-    const __m128i hi = _mm_packs_epi32(split_bits(j + 8), split_bits(j + 12));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(bits + j), _mm_packus_epi16(lo, hi));
-  }
-#endif
-  for (; j < m; ++j) bits[j] = static_cast<std::uint8_t>(words[j] >> 1);
-}
-
+inline constexpr std::size_t kDrawChunk = RandomBitSource::kFieldChunk;
+inline constexpr unsigned kSplitBitsShift = 1;  // a draw's split bits start at bit 1
 inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n) {
   const std::size_t byte_words = (n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
   std::uint32_t* buffer = engine.draws.Reserve(byte_words + kDrawChunk);
   auto* bits = reinterpret_cast<std::uint8_t*>(buffer);
-  std::uint32_t* chunk = buffer + byte_words;
-  for (std::size_t done = 0; done < n; done += kDrawChunk) {
-    const std::size_t m = n - done < kDrawChunk ? n - done : kDrawChunk;
-    engine.random.DrawWords(chunk, m);
-    SplitBitsOf(chunk, m, bits + done);
-  }
+  engine.random.DrawByteFields(bits, n, kSplitBitsShift, 0xFF, buffer + byte_words);
   return bits;
 }
 
+// Every plane of a band (w, h >= 1). The random stream the planes would draw one after the
+// other is drawn ahead, each plane reading its own slice; every plane but the last runs on its
+// own working rows, the last on the shared ones, so they end the band as the sequential passes
+// leave them. Groups of planes run in lockstep, the groups on the engine's threads.
 template <class Kernel>
 void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
