@@ -73,7 +73,7 @@ struct RandomSplitFast : double_fast::PlainFast {
   static bool BiasAt(std::size_t, bool) { return false; }
   static double_fast::Real Bias(int) { return double_fast::Real::Of(0.0); }
   static double_fast::Real Scale(double_fast::Real e, const double_fast::Px& px) {
-    return e * double_fast::Real::Load(&kMultiplier[(px.word >> 1) & 1u]);
+    return e * double_fast::Real::Load(&kMultiplier[px.split]);
   }
   static double_fast::Real Finish(double_fast::Real n) { return n / double_fast::Real::Of(kThirds); }
 };

@@ -10,7 +10,7 @@
 //     the reference's s - 0.0 or s - 255.0;
 //   - direction and row end are template parameters, the row-end pixel is peeled;
 //   - the dots of a byte are gathered in a register and stored once;
-//   - a random member's split bits come from the band's words drawn ahead.
+//   - a random member's split bits come from the band's draws made ahead.
 // The readable pass stays the reference; mirror any change to it here.
 #pragma once
 
@@ -22,6 +22,7 @@
 #endif
 
 #include "frame/lockstep.h"
+#include "frame/random_bits.h"
 #include "tablediffusion/double_serpentine.h"
 
 namespace halftone::double_fast {
@@ -78,21 +79,24 @@ struct PlainFast {
   static Real Finish(Real n) { return n; }
 };
 
-// What a share may depend on besides the error: the pixel, its row and its drawn word.
+// What a share may depend on besides the error: the pixel, its row and its draw's split bit.
 struct Px {
   int v;
   std::size_t x;
-  std::uint32_t word;
+  unsigned split;  // the pixel's split bit (bit 1 of its drawn word)
   const std::uint8_t* in;  // the pixel's row
   std::size_t w;
 };
+
+inline constexpr unsigned kSplitBitShift = 1;  // a draw's split bit is bit 1 of its word
+inline constexpr std::uint8_t kSplitBitMask = 1;
 
 // One plane of a lockstep group.
 struct Lane {
   double* a;                   // working row A (errors arriving at left-to-right rows)
   double* b;                   // working row B
   double* carry;               // the plane's carry entries
-  const std::uint32_t* words;  // the plane's slice of the band's drawn words (random members)
+  const std::uint8_t* splits;  // the plane's slice of the band's split bits (random members)
   unsigned p;
 };
 
@@ -136,7 +140,7 @@ class AheadDownLockstep {
     double* down[kLanes];
     const std::uint8_t* in[kLanes];
     std::uint8_t* out[kLanes];
-    const std::uint32_t* words[kLanes];
+    const std::uint8_t* splits[kLanes];
     Real c[kLanes];
     unsigned acc[kLanes];
     const std::size_t x0 = kFwd ? 0 : w - 1;
@@ -145,7 +149,7 @@ class AheadDownLockstep {
       down[l] = kLast ? lanes_[l].carry : (kFwd ? lanes_[l].b : lanes_[l].a);
       in[l] = band_.In(y, lanes_[l].p);
       out[l] = band_.Out(y, lanes_[l].p);
-      words[l] = lanes_[l].words + (Fast::kDrawsPerPixel ? y * (w - 1) : 0);
+      splits[l] = lanes_[l].splits + (Fast::kDrawsPerPixel ? y * (w - 1) : 0);
       c[l] = Real::Load(cur[l] + x0);
       acc[l] = 0;
     }
@@ -170,7 +174,7 @@ class AheadDownLockstep {
           e_dark = e_dark + bias;
           e_paper = e_paper + bias;
         }
-        const Px px{v, x, Fast::kDrawsPerPixel ? words[l][i] : 0u, in[l], w};
+        const Px px{v, x, Fast::kDrawsPerPixel ? splits[l][i] : 0u, in[l], w};
         const Real e = Select(dark, e_dark, e_paper);
         const Real ahead = fast_.Finish(Select(dark, fast_.Scale(e_dark, px), fast_.Scale(e_paper, px)));
         (e - ahead).Store(down[l] + x);
@@ -228,10 +232,10 @@ constexpr unsigned LockstepWidth() {
 
 // Splits a band's planes into lockstep groups of at most `widest`, each plane on its own working
 // rows (the last plane on the shared ones, so they end the band as the sequential scan leaves
-// them) with its slice of `words` (per_plane words each), and runs `group(lanes, n)` for every
+// them) with its slice of `splits` (per_plane each), and runs `group(lanes, n)` for every
 // group on the engine's threads.
 template <class Group>
-void ForEachLockstepGroup(Engine& engine, const Band& band, const std::uint32_t* words, std::size_t per_plane,
+void ForEachLockstepGroup(Engine& engine, const Band& band, const std::uint8_t* splits, std::size_t per_plane,
                           unsigned widest, Group&& group) {
   const unsigned planes = band.planes;
   DoubleJobBuffers& rows = engine.double_rows;
@@ -240,24 +244,27 @@ void ForEachLockstepGroup(Engine& engine, const Band& band, const std::uint32_t*
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
       lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w),
-                  words == nullptr ? nullptr : words + per_plane * p, p};
+                  splits == nullptr ? nullptr : splits + per_plane * p, p};
     }
     group(lanes, n);
   });
 }
 
-// Every plane of a band: draws the band's words ahead where the member draws (plane p's slice
-// at p * h * (w - 1), the order the sequential scan draws them) and runs the planes in lockstep
-// groups.
+// Every plane of a band: makes the band's draws ahead where the member draws, kept as their split
+// bits (plane p's slice at p * h * (w - 1), the order the sequential scan draws them), and runs
+// the planes in lockstep groups.
 template <class Fast>
 void AheadDownBand(const Fast& fast, Engine& engine, const Band& band) {
   const std::size_t per_plane = Fast::kDrawsPerPixel ? band.h * (band.w - 1) : 0;
-  std::uint32_t* words = nullptr;
+  std::uint8_t* splits = nullptr;
   if (per_plane != 0) {
-    words = engine.draws.Reserve(per_plane * band.planes);
-    engine.random.DrawWords(words, per_plane * band.planes);
+    const std::size_t n = per_plane * band.planes;
+    const std::size_t byte_words = (n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
+    std::uint32_t* buffer = engine.draws.Reserve(byte_words + RandomBitSource::kFieldChunk);
+    splits = reinterpret_cast<std::uint8_t*>(buffer);
+    engine.random.DrawByteFields(splits, n, kSplitBitShift, kSplitBitMask, buffer + byte_words);
   }
-  ForEachLockstepGroup(engine, band, words, per_plane, LockstepWidth<Fast>(),
+  ForEachLockstepGroup(engine, band, splits, per_plane, LockstepWidth<Fast>(),
                        [&](const Lane* lanes, unsigned n) { RunLockstep(fast, band, lanes, n); });
 }
 

@@ -23,6 +23,7 @@
 #include "frame/band.h"
 #include "frame/engine.h"
 #include "frame/lockstep.h"
+#include "frame/random_bits.h"
 #include "tablediffusion/level_bias_traits.h"
 
 namespace halftone::level_bias {
