@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "frame/dispatch.h"
@@ -39,6 +40,27 @@ TEST(LevelBiasFast, MulShiftSplitsRoundAsDividedForEveryError) {
   EXPECT_FALSE(level_bias::HasMulShift({2, 3, Rounding::kFloor, true}));
   EXPECT_FALSE(level_bias::HasMulShift({1, 5, Rounding::kTrunc, true}));
   EXPECT_FALSE(level_bias::HasMulShift({1, 2, Rounding::kTrunc, false}));
+}
+
+// The four-level window table must give what the sign-mask quantiser gives for every value a
+// 16-bit error can make, on both sides of each window edge and of each threshold.
+TEST(LevelBiasFast, FourLevelWindowMatchesTheQuantiserForEveryValue) {
+  using level_bias::FourLevelWindow;
+  const FourLevelWindow& window = level_bias::kFourLevelWindow;
+  for (std::int64_t v = -32768 - 255; v <= 32767 + 255; ++v) {
+    const FourLevelWindow::Result got = window.Decide(v), want = FourLevelWindow::Arithmetic(v);
+    ASSERT_EQ(got.err, want.err) << "value " << v;
+    ASSERT_EQ(got.code_less_max, want.code_less_max) << "value " << v;
+  }
+  // The levels themselves, so the table cannot agree with a wrong quantiser: 0/85/170/255 split
+  // at 64/128/192, the darkest dot (code 3, kept as 0 less the maximum) at level 0.
+  for (const auto& [v, level, code_less_max] :
+       {std::tuple{64, 0, 0}, std::tuple{65, 85, -1}, std::tuple{128, 85, -1}, std::tuple{129, 170, -2},
+        std::tuple{192, 170, -2}, std::tuple{193, 255, -3}, std::tuple{-600, 0, 0}, std::tuple{600, 255, -3}}) {
+    const FourLevelWindow::Result r = window.Decide(v);
+    EXPECT_EQ(r.err, v - level) << "value " << v;
+    EXPECT_EQ(r.code_less_max, code_less_max) << "value " << v;
+  }
 }
 
 TEST(LevelBiasFast, DrawCountsMatchAPlainCount) {

@@ -104,7 +104,7 @@ struct LevelEntry {
   std::int16_t room;    // the first quantiser threshold less the level
   std::uint8_t draws;   // 1: the pixel draws one word
   std::uint8_t rules;   // index into FastTables::rule_words of the pair of split rules
-  std::uint16_t unused;
+  std::int16_t bias;    // biased less the level: what this column adds to the error
 };
 
 enum : unsigned { kForward = 0, kBackward = 1 };
@@ -163,7 +163,8 @@ FastTables BuildTables() {
         }
         t.entry[dir][parity][static_cast<std::size_t>(v)] = {
             static_cast<std::int16_t>(biased), static_cast<std::int16_t>(kFirstThreshold - v),
-            static_cast<std::uint8_t>(by_bit), static_cast<std::uint8_t>(pair * kPairWords), 0};
+            static_cast<std::uint8_t>(by_bit), static_cast<std::uint8_t>(pair * kPairWords),
+            static_cast<std::int16_t>(biased - v)};
       }
   return t;
 }
@@ -214,24 +215,57 @@ struct FastQuantiser {
     std::int64_t level;
     std::int64_t code_less_max;
   };
-  // kShortChain: the level as a sum of masked steps rather than a product of the code, three
-  // cycles shorter on the chain from one pixel to the next but more instructions; it pays
-  // where one plane runs alone (sdiufiavs4/1plane), not in lanes (sdiufiavs4/4planes).
-  template <bool kShortChain>
-  static Result Decide(std::int64_t room) {
+  static constexpr Result Decide(std::int64_t room) {
     constexpr int kSign = 63;
     if constexpr (kBits == 1) {
       const std::int64_t over = room >> kSign;
       return {over & kWhite, over};
-    } else if constexpr (kShortChain) {
-      const std::int64_t over0 = room >> kSign, over1 = (room + kGap) >> kSign, over2 = (room + 2 * kGap) >> kSign;
-      return {(over0 & kStep) + ((over1 & kStep) + (over2 & kStep)), over0 + (over1 + over2)};
     } else {
       const std::int64_t over = (room >> kSign) + ((room + kGap) >> kSign) + ((room + 2 * kGap) >> kSign);
       return {-kStep * over, over};
     }
   }
 };
+
+// The four-level quantiser as a table over a window of corrected values (-512..511, where
+// errors stay): each entry holds the value less its output level and the dot code less
+// kMaxCode. One addition and one load take the place of three compares, their sum and a
+// multiply, which matters where four planes share the core's issue slots. A value outside the
+// window takes the sign-mask quantiser.
+struct FourLevelWindow {
+  using Quantiser = FastQuantiser<2>;
+  static constexpr int kLo = -512, kHi = 511;
+  static constexpr std::size_t kRows = kHi - kLo + 1;
+  struct Entry {
+    std::int16_t err;           // value less level
+    std::int16_t code_less_max;
+  };
+  struct Result {
+    std::int64_t err;
+    std::int64_t code_less_max;
+  };
+  std::array<Entry, kRows> entry{};
+
+  constexpr FourLevelWindow() {
+    for (int v = kLo; v <= kHi; ++v) {
+      const Result r = Arithmetic(v);
+      entry[static_cast<std::size_t>(v - kLo)] = {static_cast<std::int16_t>(r.err),
+                                                  static_cast<std::int16_t>(r.code_less_max)};
+    }
+  }
+  static constexpr Result Arithmetic(std::int64_t v) {
+    const Quantiser::Result q = Quantiser::Decide(kFourThreshold[0] - v);
+    return {v - q.level, q.code_less_max};
+  }
+  HALFTONE_FORCE_INLINE Result Decide(std::int64_t v) const {
+    if (static_cast<std::uint64_t>(v - kLo) >= kRows) [[unlikely]]
+      return Outside(v);
+    const Entry& en = entry[static_cast<std::size_t>(v - kLo)];
+    return {en.err, en.code_less_max};
+  }
+  [[gnu::noinline]] static Result Outside(std::int64_t v) { return Arithmetic(v); }
+};
+inline constexpr FourLevelWindow kFourLevelWindow{};
 
 // One plane of a lockstep group.
 struct FastLane {
@@ -294,6 +328,7 @@ class LockstepDiffusion {
   static constexpr unsigned kByteBits = 8;
   static constexpr std::uint64_t kByteMask = 0xFF;
   using Quantiser = FastQuantiser<kBits>;
+  static constexpr bool kWindowed = kBits == 2;  // four levels by FourLevelWindow
   static_assert(kLanes * kByteBits <= 64, "a byte per lane in the dot word");
 
   // Row y: forward rows quantise A and write the next row's errors into B (a forward last row
@@ -337,13 +372,21 @@ class LockstepDiffusion {
 
     // One pixel of lane l at column x: dot and down share; returns the ahead share.
     auto pixel = [&](unsigned l, std::size_t x, const LevelEntry* entries) HALFTONE_FORCE_INLINE {
-      const LevelEntry en = entries[in[l][x]];
-      const std::int64_t* rule = rules + (en.rules + *words[l]);
+      const std::uint8_t sample = in[l][x];
+      const LevelEntry en = entries[sample];
+      const std::int64_t* rule = rules + (std::size_t{en.rules} + *words[l]);
       words[l] += en.draws;
       const std::int64_t c = carried[l];
-      const auto q = Quantiser::template Decide<kLanes == 1>(en.room - c);
-      dots += static_cast<std::uint64_t>(q.code_less_max) << (l * kByteBits + kCodeShift);
-      const std::int64_t e = c + en.biased - q.level;
+      std::int64_t e;
+      if constexpr (kWindowed) {
+        const auto q = kFourLevelWindow.Decide(c + sample);
+        dots += static_cast<std::uint64_t>(q.code_less_max) << (l * kByteBits + kCodeShift);
+        e = q.err + en.bias;
+      } else {
+        const auto q = Quantiser::Decide(en.room - c);
+        dots += static_cast<std::uint64_t>(q.code_less_max) << (l * kByteBits + kCodeShift);
+        e = c + en.biased - q.level;
+      }
       const std::int64_t ahead = AheadShare(e, rule[0], rule[1]);
       if constexpr (kKeep) cur[x * kLanes + l] = static_cast<std::int16_t>(c);
       if constexpr (kLast)
