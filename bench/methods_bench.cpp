@@ -1,5 +1,5 @@
 // Pixels per second of every registry method on a 4096 x 256 band of 4 planes (one plane for
-// the one-plane methods) and on a single-plane band, the way a print host calls them: a job of
+// the one-plane methods), on a single-plane band and on one-row bands of 4 planes, the way a print host calls them: a job of
 // one start band followed by middle bands. Every method's first band is checked against a
 // second run before timing, so a benchmark never times a refusal.
 #include <benchmark/benchmark.h>
@@ -32,26 +32,26 @@ std::vector<std::uint8_t> BenchBand(std::size_t w, std::size_t h, unsigned plane
   return band;
 }
 
-void RunMethod(benchmark::State& state, halftone_method_info m, unsigned planes) {
+void RunMethod(benchmark::State& state, halftone_method_info m, unsigned planes, std::size_t rows) {
   const bool banded = m.entry_kind == HALFTONE_ENTRY_BAND || m.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED;
   if (!banded) planes = 1;
-  auto src = BenchBand(kWidth, kRows, planes);
-  const std::size_t out_bytes = std::max(golden::DstStride(kWidth, static_cast<unsigned>(m.output_bits)) * planes * kRows,
-                                         kWidth * golden::DstStride(kRows, 1));
+  auto src = BenchBand(kWidth, rows, planes);
+  const std::size_t out_bytes = std::max(golden::DstStride(kWidth, static_cast<unsigned>(m.output_bits)) * planes * rows,
+                                         kWidth * golden::DstStride(rows, 1));
   std::vector<std::uint8_t> dst(out_bytes), first(out_bytes);
   std::vector<int> lookup(256);
   for (int v = 0; v < 256; ++v) lookup[static_cast<std::size_t>(v)] = v;
   auto call = [&](unsigned phase) {
-    if (banded) return golden::CallBand(m, src.data(), dst.data(), kWidth, kRows, HALFTONE_FLAGS(planes, phase));
+    if (banded) return golden::CallBand(m, src.data(), dst.data(), kWidth, rows, HALFTONE_FLAGS(planes, phase));
     switch (m.entry_kind) {
       case HALFTONE_ENTRY_PLANE:
-        return reinterpret_cast<golden::PlaneFn>(m.entry)(src.data(), dst.data(), kWidth, kRows);
+        return reinterpret_cast<golden::PlaneFn>(m.entry)(src.data(), dst.data(), kWidth, rows);
       case HALFTONE_ENTRY_LOOKUP_REF: {
         unsigned char* out = dst.data();
-        return reinterpret_cast<golden::LookupRefFn>(m.entry)(src.data(), out, kWidth, kRows, lookup.data(), nullptr);
+        return reinterpret_cast<golden::LookupRefFn>(m.entry)(src.data(), out, kWidth, rows, lookup.data(), nullptr);
       }
       default:
-        return reinterpret_cast<golden::LookupFn>(m.entry)(src.data(), dst.data(), kWidth, kRows, lookup.data(), nullptr);
+        return reinterpret_cast<golden::LookupFn>(m.entry)(src.data(), dst.data(), kWidth, rows, lookup.data(), nullptr);
     }
   };
   // The eight-drop routines read eight level values; a host tuning them loads eight, in order.
@@ -84,7 +84,7 @@ void RunMethod(benchmark::State& state, halftone_method_info m, unsigned planes)
     benchmark::DoNotOptimize(call(HALFTONE_PHASE_MIDDLE));
     benchmark::ClobberMemory();
   }
-  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(kWidth * kRows * planes));
+  state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(kWidth * rows * planes));
   halftone_set_fixed_time(-1);
 }
 
@@ -105,12 +105,18 @@ void RegisterAll() {
     halftone_method_info m{};
     if (halftone_method_get(i, &m) != 0) continue;
     const bool banded = m.entry_kind == HALFTONE_ENTRY_BAND || m.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED;
-    benchmark::RegisterBenchmark((std::string(m.name) + (banded ? "/4planes" : "/1plane")).c_str(), RunMethod, m, 4u)
+    benchmark::RegisterBenchmark((std::string(m.name) + (banded ? "/4planes" : "/1plane")).c_str(), RunMethod, m, 4u,
+                                 kRows)
         ->Unit(benchmark::kMillisecond)->UseRealTime();
-    if (banded)
-      benchmark::RegisterBenchmark((std::string(m.name) + "/1plane").c_str(), RunMethod, m, 1u)
+    if (banded) {
+      benchmark::RegisterBenchmark((std::string(m.name) + "/1plane").c_str(), RunMethod, m, 1u, kRows)
           ->Unit(benchmark::kMillisecond)
           ->UseRealTime();
+      // A host that sends a band a row: what a call costs beyond its pixels.
+      benchmark::RegisterBenchmark((std::string(m.name) + "/4planes_1row").c_str(), RunMethod, m, 4u, std::size_t{1})
+          ->Unit(benchmark::kMicrosecond)
+          ->UseRealTime();
+    }
   }
 }
 

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <utility>
 
 #include "diffusion/random_split_scan.h"
@@ -217,14 +218,32 @@ struct FastSplit {
   }
 };
 
-// The decision a fast scan uses: the pass's own `Fast()` decider where it has one (built once
-// per band call), else the pass itself.
+// Deciders this large or larger are tables worth keeping across band calls.
+inline constexpr std::size_t kCachedDeciderBytes = 4096;
+
+// The decision a fast scan uses: the pass's own `Fast()` decider where it has one, else the
+// pass itself. A decider that is a table is kept in the engine's cache, keyed by the pass (its
+// level values), so a run of band calls with the same levels builds it once.
 template <class Pass>
-auto FastDecider(const Pass& pass) {
-  if constexpr (requires { pass.Fast(); })
-    return pass.Fast();
-  else
+auto FastDecider(const Pass& pass, Engine& engine) {
+  if constexpr (requires { pass.Fast(); }) {
+    using Decider = decltype(pass.Fast());
+    if constexpr (sizeof(Decider) >= kCachedDeciderBytes)
+      return std::cref(engine.fast_tables.Get<Decider>(pass, [&] { return pass.Fast(); }));
+    else
+      return pass.Fast();
+  } else {
     return pass;
+  }
+}
+// The decider FastDecider gave, whether it holds it or refers to the cached one.
+template <class Decider>
+const Decider& Unwrapped(const Decider& d) {
+  return d;
+}
+template <class Decider>
+const Decider& Unwrapped(const std::reference_wrapper<Decider>& d) {
+  return d.get();
 }
 
 // An outcome with the part of the error an inner row's split is formed from: the error
@@ -633,7 +652,7 @@ inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes,
   RandomBitSource* starts = engine.draws.Starts(planes);
   starts[0] = engine.random;
   if (planes == 1) return starts;  // the single lane hands its generator back itself
-  const RandomJump slice(per_plane);
+  const RandomJump& slice = engine.draws.Jump(per_plane);
   for (unsigned p = 1; p < planes; ++p) {
     starts[p] = starts[p - 1];
     starts[p].Skip(slice);
@@ -664,7 +683,8 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const std::size_t row_room = band.w + 1;
   std::uint32_t* words = engine.draws.Reserve(row_room * planes);
   const RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
-  const auto decide = FastDecider(pass);
+  const auto decider = FastDecider(pass, engine);
+  const auto& decide = Unwrapped(decider);
   ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {
     FastLane lanes[kMaxLockstep];
     for (unsigned l = 0; l < n; ++l) {
@@ -686,7 +706,8 @@ void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRo
     return;
   }
   std::uint32_t* words = engine.draws.Reserve(band.w + 1);
-  const auto decide = FastDecider(pass);
+  const auto decider = FastDecider(pass, engine);
+  const auto& decide = Unwrapped(decider);
   FastLane lane{rows, engine.random, words, 0};
   RunLockstep<Pass>(decide, band, &lane, 1, engine.curves);
   engine.random = lane.random;

@@ -104,6 +104,9 @@ constexpr unsigned kSpineLockstep = 4;
 
 // The decision table, its entries carrying the third of the error the split is formed from.
 using SpineTable = random_split::ClampedDecisionTable<3>;
+struct SpineTableKey {
+  FourLevels lv;
+};
 
 struct SpineLane {
   std::int16_t* a;
@@ -285,13 +288,17 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   const std::size_t per_plane = band.w * band.h;
   std::uint32_t* words = engine.draws.Reserve(band.w * planes);
   const RandomBitSource* starts = random_split::PlaneStreamStarts(engine, planes, per_plane);
-  SpineTable decide;
-  // The raw sample counts only through its sides of L1 and L2.
-  decide.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
-               [&](int v, int r) {
-                 const unsigned code = DecideFourLevel(lv, v, r);
-                 return random_split::Outcome{code, v - lv.Level(code)};
-               });
+  // The table follows from the level values alone; kept across band calls with the same ones.
+  const SpineTable& decide = engine.fast_tables.Get<SpineTable>(SpineTableKey{lv}, [&] {
+    SpineTable t;
+    // The raw sample counts only through its sides of L1 and L2.
+    t.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
+            [&](int v, int r) {
+              const unsigned code = DecideFourLevel(lv, v, r);
+              return random_split::Outcome{code, v - lv.Level(code)};
+            });
+    return t;
+  });
   JobBuffers& rows = engine.rows;
   ForEachLockstepGroup(engine.threads, planes, kSpineLockstep, [&](unsigned first, unsigned n) {
     SpineLane lanes[kMaxLockstep];

@@ -12,6 +12,7 @@
 #include "frame/job_buffers.h"
 #include "frame/plane_threads.h"
 #include "frame/random_bits.h"
+#include "frame/table_cache.h"
 #include "screening/tables.h"
 #include "tone/tone.h"
 
@@ -30,6 +31,7 @@ struct Engine {
   ScreeningTables tables;       // matrices, pattern stacks and tables the loaders fill
   PlaneThreads threads;         // threads a band's independent planes may run on (1: the caller)
   DrawBuffer draws;             // a band's random stream drawn ahead
+  TableCache fast_tables;       // the last decision table a fast scan built
 
   // Per-plane state of the cyclic one-neighbour diffusion: counter 0..12 and scan direction,
   // reset at the start of a job. Only four planes have state.

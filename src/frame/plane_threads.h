@@ -74,10 +74,17 @@ class DrawBuffer {
     if (starts_.size() < n) starts_.resize(n);
     return starts_.data();
   }
+  // The jump of the generator by `draws`, kept for the next band of the same size: working it
+  // out takes some thousand multiply-adds a bit of the count, as much as a one-row band's scan.
+  const RandomJump& Jump(std::uint64_t draws) {
+    if (jump_.draws() != draws) jump_ = RandomJump(draws);
+    return jump_;
+  }
 
  private:
   std::vector<std::uint32_t> words_;
   std::vector<RandomBitSource> starts_;
+  RandomJump jump_{0};
 };
 
 }  // namespace halftone

@@ -1,5 +1,7 @@
 #include "frame/random_bits.h"
 
+#include <bit>
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -63,8 +65,8 @@ RandomJump::Coefficients MulX(const RandomJump::Coefficients& p) {
 static_assert(RandomJump::kTerms == RandomBitSource::kDegree, "a jump combines the words of one register");
 
 RandomJump::RandomJump(std::uint64_t draws) : draws_(draws) {
-  c_[0] = 1;  // x^0
-  for (int bit = 63; bit >= 0; --bit) {
+  c_[0] = 1;  // x^0, which squares to itself: the count's leading zero bits need no steps
+  for (int bit = static_cast<int>(std::bit_width(draws)) - 1; bit >= 0; --bit) {
     c_ = MulMod(c_, c_);
     if ((draws >> bit) & 1u) c_ = MulX(c_);
   }
