@@ -40,7 +40,7 @@ TEST(DrawWords, MatchesSingleDrawsAndLeavesTheSameRegister) {
   RandomBitSource batch, single;
   batch.Seed(1234567);
   single.Seed(1234567);
-  for (std::size_t n : {0u, 1u, 2u, 3u, 4u, 27u, 28u, 30u, 31u, 32u, 62u, 1000u, 5u}) {
+  for (std::size_t n : {0u, 1u, 2u, 3u, 4u, 27u, 28u, 30u, 31u, 32u, 33u, 34u, 35u, 37u, 38u, 39u, 62u, 1000u, 4099u, 5u}) {
     std::vector<std::uint32_t> words(n);
     batch.DrawWords(words.data(), n);
     for (std::size_t i = 0; i < n; ++i) ASSERT_EQ(words[i], single.NextStateWord()) << "batch of " << n << ", word " << i;
