@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Every registry method's rate with its readable reference pass (HALFTONE_FORCE_SCALAR=1) and
 # with its fast path, in one session, medians of several repetitions, printed as a Markdown
-# table of Mpx/s (4 planes / 1 plane): medians from CPU time and from wall time, and the best
-# repetition's CPU rate. On a shared machine CPU time is the steadier of the two; on an idle one
+# table of Mpx/s (4 planes / 1 plane / 4 planes in one-row bands): medians from CPU time and
+# from wall time, and the best repetition's CPU rate. On a shared machine CPU time is the steadier of the two; on an idle one
 # they agree.
 #   bench/fast_vs_reference.sh [FILTER] [REPETITIONS]   (defaults: every method, 5)
 set -euo pipefail
@@ -53,11 +53,12 @@ def cell(rates, m, layout, k):
 
 # The best repetition is the one least disturbed by whatever else the machine ran.
 print("| method | 4 planes ref -> fast (CPU) | 1 plane ref -> fast (CPU) | 4 planes / 1 plane fast (wall) "
-      "| 4 planes / 1 plane fast (best CPU) |")
-print("|---|---:|---:|---:|---:|")
+      "| 4 planes / 1 plane fast (best CPU) | 4 planes, one-row bands, ref -> fast (CPU) |")
+print("|---|---:|---:|---:|---:|---:|")
 for m in methods:
     print(f"| {m} | {cell(ref, m, '4planes', 0)} -> {cell(fast, m, '4planes', 0)} "
           f"| {cell(ref, m, '1plane', 0)} -> {cell(fast, m, '1plane', 0)} "
           f"| {cell(fast, m, '4planes', 1)} / {cell(fast, m, '1plane', 1)} "
-          f"| {cell(fast, m, '4planes', 2)} / {cell(fast, m, '1plane', 2)} |")
+          f"| {cell(fast, m, '4planes', 2)} / {cell(fast, m, '1plane', 2)} "
+          f"| {cell(ref, m, '4planes_1row', 0)} -> {cell(fast, m, '4planes_1row', 0)} |")
 PY
