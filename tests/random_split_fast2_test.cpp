@@ -97,6 +97,10 @@ TEST(RandomSplitFast2, JobsAcrossRowLengthsAndPlaneCountsMatchTheReference) {
   auto grouped = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
     return GroupedFourLevel(e, s, d, w, h, f, GroupedMethod::kLevelValues);
   };
+  // Ends a left-to-right last row on row B, stale in a one-row band.
+  auto single_dot = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
+    return GroupedFourLevel(e, s, d, w, h, f, GroupedMethod::kSmallDotOnly);
+  };
   auto one_bit = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
     return BilevelRandomSplit(e, s, d, w, h, f, BilevelMethod::kLightnessOneBitJobSeed);
   };
@@ -120,6 +124,7 @@ TEST(RandomSplitFast2, JobsAcrossRowLengthsAndPlaneCountsMatchTheReference) {
       };
       check(spine, 2, "spine");
       check(grouped, 2, "grouped");
+      check(single_dot, 2, "single dot");
       check(one_bit, 1, "one-bit job seed");
       check(eight, 4, "eight");
     }

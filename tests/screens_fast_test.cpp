@@ -138,7 +138,9 @@ TEST_F(FastPathsMatch, DispersedAmJob) {
         auto src = RunBand(w, h, planes, 7, seed++);
         // A start band leaves a carry from a previous routine in place; middle bands follow.
         e->rows.Start(w, planes);
-        for (std::size_t i = 0; i < w; ++i) e->rows.carry_all()[i] = static_cast<std::int16_t>(i * 37 % 300 - 150);
+        // Every seventh entry near either end of the 16-bit range, so row 0 wraps.
+        for (std::size_t i = 0; i < w; ++i)
+          e->rows.carry_all()[i] = static_cast<std::int16_t>(i % 7 == 3 ? (i % 2 ? 32767 : -32768) : i * 37 % 300 - 150);
         ExpectSame(DotStride(w, 1) * planes * h, [&](std::uint8_t* out) {
           ASSERT_EQ(ScreenDispersedAmJob(*e, src.data(), out, w, h, HalftoneFlags{Flags(planes, 0)}), kOk);
         }, "dispersed amplitude screen");

@@ -668,12 +668,13 @@ inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes,
 // the band's stream begins (drawing a row at a time, so the stream never leaves the cache),
 // gives each plane its own working rows (the last plane the shared ones, so they end the band as the
 // sequential scan leaves them) and runs the planes in lockstep groups, the groups on the
-// engine's threads. A one-row band whose pass reads row B's stale content stays sequential:
-// that content is whatever the plane before left.
+// engine's threads. A one-row band of a pass that ends its left-to-right last row on row B
+// reads B's stale last entry: no plane writes B in such a band, so every plane reads what the
+// band found there, and each private lane is handed that entry.
 template <class Pass>
 void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
-  if (ForceScalar() || (Pass::kScan.ltr_last_end_reads_b && band.h == 1)) {
+  if (ForceScalar()) {
     for (unsigned p = 0; p < planes; ++p)
       ScanPlane(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
                 engine.curves);
@@ -683,6 +684,10 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const std::size_t row_room = band.w + 1;
   std::uint32_t* words = engine.draws.Reserve(row_room * planes);
   const RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
+  if (Pass::kScan.ltr_last_end_reads_b && band.h == 1) {
+    const std::size_t end = band.w - 1;
+    for (unsigned p = 0; p + 1 < planes; ++p) LaneRowB(engine.rows, p, planes)[end] = engine.rows.b()[end];
+  }
   const auto decider = FastDecider(pass, engine);
   const auto& decide = Unwrapped(decider);
   ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {

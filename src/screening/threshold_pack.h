@@ -69,4 +69,34 @@ inline std::size_t PackRow(const std::uint8_t* in, std::uint8_t* out, std::size_
   return whole;
 }
 
+// The two dot bytes of 16 working-row values `v` (any 16-bit value) below 16 thresholds `t`.
+inline void PackChunkBelowWide(const std::int16_t* v, const std::uint8_t* t, std::uint8_t* out) {
+#if defined(__SSE2__)
+  const __m128i m = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t));
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i below_lo =
+      _mm_cmplt_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(v)), _mm_unpacklo_epi8(m, zero));
+  const __m128i below_hi =
+      _mm_cmplt_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(v + 8)), _mm_unpackhi_epi8(m, zero));
+  // Each 16-bit mask (0 or -1) narrows to a byte of the same sign.
+  const auto bits = static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(below_lo, below_hi)));
+  out[0] = kReversed[bits & 0xFFu];
+  out[1] = kReversed[bits >> 8];
+#else
+  for (std::size_t k = 0; k < 2; ++k) {
+    unsigned b = 0;
+    for (std::size_t i = 0; i < 8; ++i) b |= static_cast<unsigned>(v[8 * k + i] < t[8 * k + i]) << (7 - i);
+    out[k] = static_cast<std::uint8_t>(b);
+  }
+#endif
+}
+
+// PackRow<kBelow> for a row of 16-bit working values.
+inline std::size_t PackRowBelowWide(const std::int16_t* v, std::uint8_t* out, std::size_t w, const std::uint8_t* row,
+                                    std::size_t period_mask) {
+  const std::size_t whole = w - w % kChunk;
+  for (std::size_t x = 0; x < whole; x += kChunk) PackChunkBelowWide(v + x, row + (x & period_mask), out + x / 8);
+  return whole;
+}
+
 }  // namespace halftone::threshold_pack

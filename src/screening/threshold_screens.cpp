@@ -133,9 +133,11 @@ void DispersedAmPlaneFast(Engine& engine, const Band& band, unsigned p,
   std::int16_t* b = engine.rows.b();
   LoadFirstRow(a, engine.rows.carry_all(), band.In(0, p), w);
   {
+    // Row 0 holds the samples with the carried entries added, any 16-bit value.
     std::uint8_t* out = band.Out(0, p);
+    const std::size_t done = threshold_pack::PackRowBelowWide(a, out, w, thresholds[0].data(), kTileMask);
     const auto& m = kDispersedAmMatrix[0];
-    for (std::size_t x = 0; x < w; ++x)
+    for (std::size_t x = done; x < w; ++x)
       if (a[x] < AmThreshold(m[x & kTileMask])) PutDot(out, x);
   }
   for (std::size_t y = 1; y < h; ++y) {
