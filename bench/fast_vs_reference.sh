@@ -9,12 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 FILTER=${1:-.}
 REPS=${2:-5}
-BUILD=${BUILD:-build-bench}
-WORK=$(mktemp -d)
-trap 'rm -rf "$WORK"' EXIT
-
-cmake -S . -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DHALFTONE_BUILD_BENCH=ON -DHALFTONE_BUILD_TESTS=OFF >/dev/null
-cmake --build "$BUILD" -j2 --target halftone_bench >/dev/null
+source bench/build_bench.sh
 
 run() {  # run OUT [ENV...]
   local out=$1

@@ -7,12 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 FILTER=${1:-/4planes/}
 ROUNDS=${2:-3}
-BUILD=${BUILD:-build-bench}
-WORK=$(mktemp -d)
-trap 'rm -rf "$WORK"' EXIT
-
-cmake -S . -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DHALFTONE_BUILD_BENCH=ON -DHALFTONE_BUILD_TESTS=OFF >/dev/null
-cmake --build "$BUILD" -j2 --target halftone_bench >/dev/null
+source bench/build_bench.sh
 
 for round in $(seq "$ROUNDS"); do
   for threads in 1 2; do
