@@ -156,10 +156,14 @@ void ScreenBand(const Band& band, const Tiling& tiling, const EdgeMasks& masks, 
 // the row ends) is merged through the edge masks the way the carry merges it. Pixels past the
 // last flushed run stay empty.
 
+// The longest pattern row a gathered row holds.
+constexpr std::size_t kGatheredRowBytes = std::max(kMonoRowBytes, kDuoRowBytes);
+
 template <unsigned P>
 bool RegularTiling(const Tiling& tiling, const StackBytes& stack) {
   return tiling.row_bytes != 0 && tiling.width == tiling.row_bytes * P && tiling.row_bytes <= stack.row_stride &&
-         tiling.height <= std::size_t{kMatrixSize} && stack.slot_stride >= stack.row_stride * tiling.height &&
+         tiling.row_bytes <= kGatheredRowBytes && tiling.height <= std::size_t{kMatrixSize} &&
+         stack.slot_stride >= stack.row_stride * tiling.height &&
          stack.size >= stack.slot_stride * std::size_t{kPatternSlots};
 }
 
@@ -190,12 +194,29 @@ inline void PrefetchRead(const void* p) {
 // Samples looked ahead to fetch their pattern rows early: levels' rows lie 8 KiB apart.
 inline constexpr std::size_t kPrefetchAhead = 64;
 
+// One pattern row of every level side by side, R bytes each. In the stack the levels' rows lie
+// 8 KiB or more apart, all on the same few sets of the first-level cache, so a row of many levels
+// keeps evicting its own pattern bytes. Gathering costs about what one plane's row loses that
+// way, so it pays from two planes on: the gathered row serves every plane of a band row.
+inline constexpr unsigned kGatherFromPlanes = 2;
+struct alignas(64) GatheredRow {
+  std::uint8_t bytes[kPatternSlots * kGatheredRowBytes];
+
+  // Pattern row `pattern_row` of every level, R bytes each (R within a stored row).
+  const std::uint8_t* Gather(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes) {
+    const std::uint8_t* from = stack.bytes + pattern_row * stack.row_stride;
+    for (std::size_t level = 0; level < kPatternSlots; ++level)
+      std::memcpy(bytes + level * row_bytes, from + level * stack.slot_stride, row_bytes);
+    return bytes;
+  }
+};
+
 template <unsigned P>
 class FastRowScreen {
  public:
-  FastRowScreen(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes, const EdgeMasks& masks)
-      : level0_(stack.bytes + pattern_row * stack.row_stride), slot_stride_(stack.slot_stride), r_(row_bytes),
-        masks_(masks) {}
+  // Level l's pattern row starts at level0 + l * slot_stride.
+  FastRowScreen(const std::uint8_t* level0, std::size_t slot_stride, std::size_t row_bytes, const EdgeMasks& masks)
+      : level0_(level0), slot_stride_(slot_stride), r_(row_bytes), masks_(masks) {}
 
   // The row's first m pixels as the runs leave them; the cleared rest stays empty.
   void Row(const std::uint8_t* s, std::uint8_t* out, std::size_t m) const {
@@ -290,13 +311,21 @@ void ScreenBandFast(const Band& band, const Tiling& tiling, const EdgeMasks& mas
   // A row of one pixel prints nothing; a last pixel that differs from its neighbour opens a
   // run that is never flushed.
   if (w < 2) return;
-  for (unsigned p = 0; p < band.planes; ++p)
-    for (std::size_t y = 0; y < band.h; ++y) {
+  const std::size_t r = tiling.row_bytes;
+  const bool gather = band.planes >= kGatherFromPlanes;
+  GatheredRow gathered;
+  for (std::size_t y = 0; y < band.h; ++y) {
+    const std::size_t pattern_row = y % tiling.height;
+    const FastRowScreen<kPixelsPerByte> screen =
+        gather ? FastRowScreen<kPixelsPerByte>(gathered.Gather(stack, pattern_row, r), r, r, masks)
+               : FastRowScreen<kPixelsPerByte>(stack.bytes + pattern_row * stack.row_stride, stack.slot_stride, r,
+                                               masks);
+    for (unsigned p = 0; p < band.planes; ++p) {
       const std::uint8_t* s = band.In(y, p);
       const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
-      FastRowScreen<kPixelsPerByte>(stack, y % tiling.height, tiling.row_bytes, masks)
-          .Row(s, band.Out(y, p), m);
+      screen.Row(s, band.Out(y, p), m);
     }
+  }
 }
 
 template <unsigned kPixelsPerByte>
