@@ -51,21 +51,29 @@ HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
 }
 
 // The ahead share of a rule picked at run time among several (by input-level band and drawn
-// value), as masks over the candidate terms so one table entry replaces the rule:
-// ahead = (e & whole) + ((part ^ negate) - negate), where part is e/2 or e/3 truncated as
-// `half` or `third` selects, and negate makes a down share's rest e minus it.
+// value), as one multiply and masks, so one table entry replaces the rule:
+//   part  = high word of e * mul, plus one for negative e where the rule divides
+//           (e/2 or e/3 truncated toward zero; 0 for the whole error or none of it);
+//   ahead = (e & whole) + ((part ^ negate) - negate),
+// where negate makes a down share's rest e minus it. mul is 2^32/den rounded up, one more for
+// halves (2^31 itself would be exact, and the plus-one step needs the product just below a
+// negative whole quotient): for |e| below 2^16 the product's excess stays under 2^-15, so its
+// high word is the floor of e/den, one less where e is negative and a multiple of den.
 struct AheadMasks {
-  int whole, half, third, negate;
+  int whole;
+  std::uint32_t mul;
+  int divides;  // all ones when the rule divides
+  int negate;
 };
 constexpr AheadMasks MasksOf(const ShareRule& r) {
   if (r.num != 1 || r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 3)
     throw "only the whole error, halves and thirds, truncated";
   if (r.den == 1) return {r.to_ahead ? -1 : 0, 0, 0, 0};
-  const int half = r.den == 2 ? -1 : 0, third = r.den == 3 ? -1 : 0;
-  return r.to_ahead ? AheadMasks{0, half, third, 0} : AheadMasks{-1, half, third, -1};
+  const std::uint32_t mul = r.den == 2 ? (1u << 31) + 1u : 0x55555556u;
+  return r.to_ahead ? AheadMasks{0, mul, -1, 0} : AheadMasks{-1, mul, -1, -1};
 }
 HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
-  const int part = (DivTrunc<2>(e) & m.half) | (DivTrunc<3>(e) & m.third);
+  const int part = static_cast<int>((std::int64_t{e} * std::int64_t{m.mul}) >> 32) - ((e >> 31) & m.divides);
   return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
 
