@@ -127,19 +127,42 @@ struct CyclePattern {
   const std::int8_t* last_ahead;   // the band's last row: ahead from kLastRowAhead
 };
 
-// Entries for a band of width w, laid out in the engine's draw buffer (this family draws nothing).
-CyclePattern LayOutPattern(Engine& engine, std::size_t w) {
-  const std::size_t n = w + kCycleLength;
-  std::uint32_t* words = engine.draws.Reserve(2 * ((n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t)));
-  auto* inner = reinterpret_cast<std::int8_t*>(words);
-  std::int8_t* last = inner + n;
+// The entries from k = 0 on, the counter starting at 0.
+void LayOut(std::int8_t* inner, std::int8_t* last, std::size_t n) {
   std::int32_t c = 0;
   for (std::size_t k = 0; k < n; ++k) {
     inner[k] = static_cast<std::int8_t>(c > kLastDown ? -1 : 0);
     last[k] = static_cast<std::int8_t>(c >= kLastRowAhead ? -1 : 0);
     if (++c == static_cast<std::int32_t>(kCycleLength)) c = 0;
   }
-  return {inner, last};
+}
+
+// The entries for bands up to kCachedPatternWidth pixels wide, kept in the engine across band
+// calls: laying them out costs about a quarter of a one-row band's scan.
+constexpr std::size_t kCachedPatternEntries = kCycleLength * 3072;
+constexpr std::size_t kCachedPatternWidth = kCachedPatternEntries - kCycleLength;
+struct CachedPattern {
+  std::int8_t inner[kCachedPatternEntries];
+  std::int8_t last[kCachedPatternEntries];
+};
+struct CachedPatternKey {};
+
+// Entries for a band of width w: the cached ones, or for a wider band laid out in the engine's
+// draw buffer (this family draws nothing).
+CyclePattern PatternFor(Engine& engine, std::size_t w) {
+  if (w <= kCachedPatternWidth) {
+    const CachedPattern& cached = engine.fast_tables.Get<CachedPattern>(CachedPatternKey{}, [] {
+      CachedPattern made;
+      LayOut(made.inner, made.last, kCachedPatternEntries);
+      return made;
+    });
+    return {cached.inner, cached.last};
+  }
+  const std::size_t n = w + kCycleLength;
+  std::uint32_t* words = engine.draws.Reserve(2 * ((n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t)));
+  auto* inner = reinterpret_cast<std::int8_t*>(words);
+  LayOut(inner, inner + n, n);
+  return {inner, inner + n};
 }
 
 // One plane of a scan: its working rows, its carry entries and where its counter and direction live.
@@ -307,7 +330,7 @@ CycleLane LaneOf(Engine& engine, const Band& band, unsigned p, std::int16_t* a, 
 }
 
 void FastBand(Engine& engine, const Band& band) {
-  const CyclePattern pattern = LayOutPattern(engine, band.w);
+  const CyclePattern pattern = PatternFor(engine, band.w);
   const unsigned planes = band.planes;
   bool all_forward = true;
   for (unsigned p = 0; p < planes; ++p) all_forward = all_forward && engine.cycle_direction[p] == 0;
