@@ -72,13 +72,6 @@ inline Mask Above(Real s, Real t) { return {s.r > t.r}; }
 inline Real Select(Mask m, Real yes, Real no) { return m.m ? yes : no; }
 #endif
 
-// The common sum, the level plus the error that arrived (the reference's v + err), and no
-// operation after the share.
-struct PlainFast {
-  Real Sum(int v, Real c, std::size_t, std::size_t) const { return Real::Level(v) + c; }
-  static Real Finish(Real n) { return n; }
-};
-
 // What a share may depend on besides the error: the pixel, its row and its draw's split bit.
 struct Px {
   int v;
@@ -86,6 +79,13 @@ struct Px {
   unsigned split;  // the pixel's split bit (bit 1 of its drawn word)
   const std::uint8_t* in;  // the pixel's row
   std::size_t w;
+};
+
+// The common sum, the level plus the error that arrived (the reference's v + err), and no
+// operation after the share.
+struct PlainFast {
+  Real Sum(int v, Real c, std::size_t, std::size_t) const { return Real::Level(v) + c; }
+  static Real Finish(Real n, const Px&) { return n; }
 };
 
 inline constexpr unsigned kSplitBitShift = 1;  // a draw's split bit is bit 1 of its word
@@ -107,7 +107,7 @@ struct Lane {
 //   bool BiasAt(x, forward)          as the reference
 //   Real Bias(v)                     as the reference
 //   Real Scale(e, px)                the reference's ahead share up to its last operation,
-//   Real Finish(n)                   and that operation (a division, or nothing): the scan
+//   Real Finish(n, px)               and that operation (a division, or nothing): the scan
 //                                    selects between the dark and the paper outcome before it,
 //                                    so a division is done once
 //
@@ -176,7 +176,7 @@ class AheadDownLockstep {
         }
         const Px px{v, x, Fast::kDrawsPerPixel ? splits[l][i] : 0u, in[l], w};
         const Real e = Select(dark, e_dark, e_paper);
-        const Real ahead = fast_.Finish(Select(dark, fast_.Scale(e_dark, px), fast_.Scale(e_paper, px)));
+        const Real ahead = fast_.Finish(Select(dark, fast_.Scale(e_dark, px), fast_.Scale(e_paper, px)), px);
         (e - ahead).Store(down[l] + x);
         c[l] = Real::Load(cur[l] + next) + ahead;
       });
@@ -204,7 +204,8 @@ class AheadDownLockstep {
       if constexpr (Fast::kQuarterAtRowEnd) {
         (e - e * row_end_ahead).Store(down[l] + x);
       } else {
-        (e - fast_.Finish(fast_.Scale(e, Px{v, x, 0u, in[l], w}))).Store(down[l] + x);
+        const Px px{v, x, 0u, in[l], w};
+        (e - fast_.Finish(fast_.Scale(e, px), px)).Store(down[l] + x);
       }
       out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
     }
