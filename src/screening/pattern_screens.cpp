@@ -202,16 +202,32 @@ inline constexpr unsigned kGatherFromPlanes = 2;
 struct alignas(64) GatheredRow {
   std::uint8_t bytes[kPatternSlots * kGatheredRowBytes];
 
-  // Pattern row `pattern_row` of every level, R bytes each (R within a stored row).
+  // Pattern row `pattern_row` of every level, R bytes each (R within a stored row). The fixed
+  // screens' row lengths are copied inline: a library call per level cost a fifth of a
+  // four-plane row.
   const std::uint8_t* Gather(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes) {
     const std::uint8_t* from = stack.bytes + pattern_row * stack.row_stride;
-    for (std::size_t level = 0; level < kPatternSlots; ++level)
-      std::memcpy(bytes + level * row_bytes, from + level * stack.slot_stride, row_bytes);
+    if (row_bytes == kMonoRowBytes)
+      GatherRows<kMonoRowBytes>(from, stack.slot_stride);
+    else if (row_bytes == kDuoRowBytes)
+      GatherRows<kDuoRowBytes>(from, stack.slot_stride);
+    else
+      for (std::size_t level = 0; level < kPatternSlots; ++level)
+        std::memcpy(bytes + level * row_bytes, from + level * stack.slot_stride, row_bytes);
     return bytes;
+  }
+
+ private:
+  template <std::size_t kRowBytes>
+  void GatherRows(const std::uint8_t* from, std::size_t slot_stride) {
+    for (std::size_t level = 0; level < kPatternSlots; ++level)
+      std::memcpy(bytes + level * kRowBytes, from + level * slot_stride, kRowBytes);
   }
 };
 
-template <unsigned P>
+// kGathered: the levels' rows are a gathered row's, already in the first-level cache, so the
+// row is not fetched ahead.
+template <unsigned P, bool kGathered>
 class FastRowScreen {
  public:
   // Level l's pattern row starts at level0 + l * slot_stride.
@@ -222,26 +238,40 @@ class FastRowScreen {
   void Row(const std::uint8_t* s, std::uint8_t* out, std::size_t m) const {
     const std::size_t whole = m / P;
     std::size_t i = 0;
+    std::size_t col = 0;  // i % R, kept by counting: a division per byte would dominate the row
     while (i < whole) {
-      if (i * P + kPrefetchAhead < m) PrefetchRead(PatternRow(s[i * P + kPrefetchAhead]) + i % r_);
+      if (!kGathered && i * P + kPrefetchAhead < m) PrefetchRead(PatternRow(s[i * P + kPrefetchAhead]) + col);
       const GroupWord<P> g = LoadGroup<P>(s + i * P);
       const GroupWord<P> spread = Spread<P>(s[i * P]);
       // Whole bytes of one run are its level's pattern bytes, whatever the masks.
       if (g == spread) {
-        std::size_t end = i + 1;
-        while (end < whole && LoadGroup<P>(s + end * P) == spread) ++end;
-        Copy(out + i, PatternRow(s[i * P]), i % r_, end - i);
-        i = end;
+        // Byte by byte while the run is short; a run as long as the pattern row goes on in
+        // copies of it.
+        const std::uint8_t* row = PatternRow(s[i * P]);
+        const std::size_t first = i;
+        do {
+          out[i] = row[col];
+          if (++col == r_) col = 0;
+          ++i;
+        } while (i < whole && i - first < r_ && LoadGroup<P>(s + i * P) == spread);
+        if (i - first == r_ && i < whole) {
+          std::size_t end = i;
+          while (end < whole && LoadGroup<P>(s + end * P) == spread) ++end;
+          Copy(out + i, row, col, end - i);
+          col = (col + (end - i)) % r_;
+          i = end;
+        }
         continue;
       }
-      out[i] = Compose(s + i * P, P, i % r_);
+      out[i] = Compose(s + i * P, P, col);
+      if (++col == r_) col = 0;
       ++i;
     }
     if (m % P != 0) {
       // The samples of the last, partial byte, copied so the group word reads nothing past them.
       std::uint8_t last[P] = {};
       std::memcpy(last, s + whole * P, m % P);
-      out[whole] = Compose(last, static_cast<unsigned>(m % P), whole % r_);
+      out[whole] = Compose(last, static_cast<unsigned>(m % P), col);
     }
   }
 
@@ -316,15 +346,18 @@ void ScreenBandFast(const Band& band, const Tiling& tiling, const EdgeMasks& mas
   GatheredRow gathered;
   for (std::size_t y = 0; y < band.h; ++y) {
     const std::size_t pattern_row = y % tiling.height;
-    const FastRowScreen<kPixelsPerByte> screen =
-        gather ? FastRowScreen<kPixelsPerByte>(gathered.Gather(stack, pattern_row, r), r, r, masks)
-               : FastRowScreen<kPixelsPerByte>(stack.bytes + pattern_row * stack.row_stride, stack.slot_stride, r,
-                                               masks);
-    for (unsigned p = 0; p < band.planes; ++p) {
-      const std::uint8_t* s = band.In(y, p);
-      const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
-      screen.Row(s, band.Out(y, p), m);
-    }
+    const auto screen_planes = [&](const auto& screen) {
+      for (unsigned p = 0; p < band.planes; ++p) {
+        const std::uint8_t* s = band.In(y, p);
+        const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
+        screen.Row(s, band.Out(y, p), m);
+      }
+    };
+    if (gather)
+      screen_planes(FastRowScreen<kPixelsPerByte, true>(gathered.Gather(stack, pattern_row, r), r, r, masks));
+    else
+      screen_planes(FastRowScreen<kPixelsPerByte, false>(stack.bytes + pattern_row * stack.row_stride,
+                                                         stack.slot_stride, r, masks));
   }
 }
 
