@@ -196,9 +196,12 @@ inline constexpr std::size_t kPrefetchAhead = 64;
 
 // One pattern row of every level side by side, R bytes each. In the stack the levels' rows lie
 // 8 KiB or more apart, all on the same few sets of the first-level cache, so a row of many levels
-// keeps evicting its own pattern bytes. Gathering costs about what one plane's row loses that
-// way, so it pays from two planes on: the gathered row serves every plane of a band row.
-inline constexpr unsigned kGatherFromPlanes = 2;
+// keeps evicting its own pattern bytes. The gathered row serves every plane of a band row. A
+// bilevel row (32 bytes, two pattern rows to a cache line) is gathered even for one plane; a
+// two-bit row (64 bytes, a line of its own) costs about what one plane's row loses, so it is
+// gathered from two planes on (measured).
+template <unsigned P>
+inline constexpr unsigned kGatherFromPlanes = P == 8 ? 1 : 2;
 struct alignas(64) GatheredRow {
   std::uint8_t bytes[kPatternSlots * kGatheredRowBytes];
 
@@ -342,7 +345,7 @@ void ScreenBandFast(const Band& band, const Tiling& tiling, const EdgeMasks& mas
   // run that is never flushed.
   if (w < 2) return;
   const std::size_t r = tiling.row_bytes;
-  const bool gather = band.planes >= kGatherFromPlanes;
+  const bool gather = band.planes >= kGatherFromPlanes<kPixelsPerByte>;
   GatheredRow gathered;
   for (std::size_t y = 0; y < band.h; ++y) {
     const std::size_t pattern_row = y % tiling.height;
