@@ -330,18 +330,10 @@ CycleLane LaneOf(Engine& engine, const Band& band, unsigned p, std::int16_t* a, 
 }
 
 void FastBand(Engine& engine, const Band& band) {
+  const CyclePattern pattern = PatternFor(engine, band.w);
   const unsigned planes = band.planes;
   bool all_forward = true;
   for (unsigned p = 0; p < planes; ++p) all_forward = all_forward && engine.cycle_direction[p] == 0;
-  // A one-row band is all last row. There the plain scan's branch on the counter is well
-  // predicted (the cycle repeats every 13 pixels) and frees the next pixel from the error
-  // wherever the error is kept back, while the masked form keeps every pixel on the chain:
-  // only a full lockstep group outruns the plain scan (measured).
-  if (band.h == 1 && !(all_forward && planes >= kMaxLockstep)) {
-    for (unsigned p = 0; p < planes; ++p) DiffusePlane(engine, band, p);
-    return;
-  }
-  const CyclePattern pattern = PatternFor(engine, band.w);
   if (!all_forward) {
     for (unsigned p = 0; p < planes; ++p) {
       const CycleLane lane = LaneOf(engine, band, p, engine.rows.a(), engine.rows.b());
