@@ -79,6 +79,19 @@ TEST_F(PatternScreenTest, TwoBitPatternAndBlankTopLevel) {
   EXPECT_EQ(out[2], 0x00);
 }
 
+// The fast screens read a row-first copy of the stack: a load after a screen must reach the
+// next screen.
+TEST_F(PatternScreenTest, ALoadBetweenBandsReachesTheNextBand) {
+  for (const std::uint8_t fill : {0xA5, 0x3C}) {
+    const std::vector<std::uint8_t> file(256 * 1 * 2, fill);  // 16 x 1 pixel patterns, 2 bytes a row
+    MemorySource source(file);
+    DescribeMono(16, 1);
+    ASSERT_EQ(ReadPatternStack(e->tables, PatternDepth::kMono, 16, 1, source), kOk);
+    const auto out = Run(PatternScreen::kMonoLoadedGeometry, std::vector<std::uint8_t>(32, 9));
+    EXPECT_EQ(out, std::vector<std::uint8_t>(4, fill));
+  }
+}
+
 TEST_F(PatternScreenTest, PatternRowsFollowTheBandRowAndRestartEachBand) {
   DescribeMono(8, 2);
   e->tables.mono[5][0][0] = 0x81;

@@ -108,7 +108,7 @@ TEST_F(FastPathsMatch, PatternScreens) {
         for (std::size_t w : {1u, 2u, 3u, 8u, 9u, 31u, 64u, 250u, 777u})
           for (unsigned max_run : {1u, 3u, 17u, 400u}) {
             const unsigned bits = screen == PatternScreen::kDuoFixed ? 2 : 1;
-            // A two-bit screen on one plane reads the pattern stack in place; the rest gather a row.
+            // One plane or two: the planes of a band row read the same block of pattern rows.
             const std::size_t h = 7, planes = 1 + seed % 2;
             auto src = RunBand(w, h, planes, max_run, seed++);
             ExpectSame(DotStride(w, bits) * planes * h, [&](std::uint8_t* out) {

@@ -13,6 +13,7 @@
 #include "frame/plane_threads.h"
 #include "frame/random_bits.h"
 #include "frame/table_cache.h"
+#include "screening/pattern_rows.h"
 #include "screening/tables.h"
 #include "tone/tone.h"
 
@@ -32,6 +33,7 @@ struct Engine {
   PlaneThreads threads;         // threads a band's independent planes may run on (1: the caller)
   DrawBuffer draws;             // a band's random stream drawn ahead
   TableCache fast_tables;       // the last decision table a fast scan built
+  PatternRowBlocks pattern_rows;  // the pattern stacks row first, for the fast pattern screens
 
   // Per-plane state of the cyclic one-neighbour diffusion: counter 0..12 and scan direction,
   // reset at the start of a job. Only four planes have state.

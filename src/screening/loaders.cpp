@@ -174,6 +174,7 @@ int ReadPatternStack(ScreeningTables& tables, PatternDepth depth, int a, int b, 
   if (!ValidPatternSize(layout, a, b)) return kErrMalformedFile;
   const auto row_bytes = static_cast<std::size_t>(a * layout.bits_per_pixel / 8);
   const auto rows = static_cast<std::size_t>(b);
+  ++tables.pattern_generation;  // even a short read has changed the stack
   // The file runs from the lightest pattern to the darkest; low input levels are dark.
   for (std::size_t k = 0; k < kPatternSlots; ++k)
     for (std::size_t j = 0; j < rows; ++j)

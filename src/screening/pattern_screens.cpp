@@ -156,13 +156,11 @@ void ScreenBand(const Band& band, const Tiling& tiling, const EdgeMasks& masks, 
 // the row ends) is merged through the edge masks the way the carry merges it. Pixels past the
 // last flushed run stay empty.
 
-// The longest pattern row a gathered row holds.
-constexpr std::size_t kGatheredRowBytes = std::max(kMonoRowBytes, kDuoRowBytes);
-
+// Whether the fast path covers a tiling: every pattern row lies within its stored row.
 template <unsigned P>
 bool RegularTiling(const Tiling& tiling, const StackBytes& stack) {
   return tiling.row_bytes != 0 && tiling.width == tiling.row_bytes * P && tiling.row_bytes <= stack.row_stride &&
-         tiling.row_bytes <= kGatheredRowBytes && tiling.height <= std::size_t{kMatrixSize} &&
+         tiling.height <= std::size_t{kMatrixSize} &&
          stack.slot_stride >= stack.row_stride * tiling.height &&
          stack.size >= stack.slot_stride * std::size_t{kPatternSlots};
 }
@@ -183,54 +181,7 @@ constexpr GroupWord<P> Spread(unsigned level) {
   return static_cast<GroupWord<P>>(level) * static_cast<GroupWord<P>>(~GroupWord<P>{0} / 0xFFu);
 }
 
-inline void PrefetchRead(const void* p) {
-#if defined(__GNUC__)
-  __builtin_prefetch(p);
-#else
-  (void)p;
-#endif
-}
-
-// Samples looked ahead to fetch their pattern rows early: levels' rows lie 8 KiB apart.
-inline constexpr std::size_t kPrefetchAhead = 64;
-
-// One pattern row of every level side by side, R bytes each. In the stack the levels' rows lie
-// 8 KiB or more apart, all on the same few sets of the first-level cache, so a row of many levels
-// keeps evicting its own pattern bytes. The gathered row serves every plane of a band row. A
-// bilevel row (32 bytes, two pattern rows to a cache line) is gathered even for one plane; a
-// two-bit row (64 bytes, a line of its own) costs about what one plane's row loses, so it is
-// gathered from two planes on (measured).
 template <unsigned P>
-inline constexpr unsigned kGatherFromPlanes = P == 8 ? 1 : 2;
-struct alignas(64) GatheredRow {
-  std::uint8_t bytes[kPatternSlots * kGatheredRowBytes];
-
-  // Pattern row `pattern_row` of every level, R bytes each (R within a stored row). The fixed
-  // screens' row lengths are copied inline: a library call per level cost a fifth of a
-  // four-plane row.
-  const std::uint8_t* Gather(const StackBytes& stack, std::size_t pattern_row, std::size_t row_bytes) {
-    const std::uint8_t* from = stack.bytes + pattern_row * stack.row_stride;
-    if (row_bytes == kMonoRowBytes)
-      GatherRows<kMonoRowBytes>(from, stack.slot_stride);
-    else if (row_bytes == kDuoRowBytes)
-      GatherRows<kDuoRowBytes>(from, stack.slot_stride);
-    else
-      for (std::size_t level = 0; level < kPatternSlots; ++level)
-        std::memcpy(bytes + level * row_bytes, from + level * stack.slot_stride, row_bytes);
-    return bytes;
-  }
-
- private:
-  template <std::size_t kRowBytes>
-  void GatherRows(const std::uint8_t* from, std::size_t slot_stride) {
-    for (std::size_t level = 0; level < kPatternSlots; ++level)
-      std::memcpy(bytes + level * kRowBytes, from + level * slot_stride, kRowBytes);
-  }
-};
-
-// kGathered: the levels' rows are a gathered row's, already in the first-level cache, so the
-// row is not fetched ahead.
-template <unsigned P, bool kGathered>
 class FastRowScreen {
  public:
   // Level l's pattern row starts at level0 + l * slot_stride.
@@ -243,7 +194,6 @@ class FastRowScreen {
     std::size_t i = 0;
     std::size_t col = 0;  // i % R, kept by counting: a division per byte would dominate the row
     while (i < whole) {
-      if (!kGathered && i * P + kPrefetchAhead < m) PrefetchRead(PatternRow(s[i * P + kPrefetchAhead]) + col);
       const GroupWord<P> g = LoadGroup<P>(s + i * P);
       const GroupWord<P> spread = Spread<P>(s[i * P]);
       // Whole bytes of one run are its level's pattern bytes, whatever the masks.
@@ -338,38 +288,34 @@ class FastRowScreen {
   const EdgeMasks& masks_;
 };
 
+// `blocks`: the stack row first (PatternRowBlocks), each level's stored row whole.
 template <unsigned kPixelsPerByte>
-void ScreenBandFast(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
+void ScreenBandFast(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack,
+                    const std::uint8_t* blocks) {
   const std::size_t w = band.w;
   // A row of one pixel prints nothing; a last pixel that differs from its neighbour opens a
   // run that is never flushed.
   if (w < 2) return;
-  const std::size_t r = tiling.row_bytes;
-  const bool gather = band.planes >= kGatherFromPlanes<kPixelsPerByte>;
-  GatheredRow gathered;
+  const std::size_t stored = stack.row_stride;
   for (std::size_t y = 0; y < band.h; ++y) {
-    const std::size_t pattern_row = y % tiling.height;
-    const auto screen_planes = [&](const auto& screen) {
-      for (unsigned p = 0; p < band.planes; ++p) {
-        const std::uint8_t* s = band.In(y, p);
-        const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
-        screen.Row(s, band.Out(y, p), m);
-      }
-    };
-    if (gather)
-      screen_planes(FastRowScreen<kPixelsPerByte, true>(gathered.Gather(stack, pattern_row, r), r, r, masks));
-    else
-      screen_planes(FastRowScreen<kPixelsPerByte, false>(stack.bytes + pattern_row * stack.row_stride,
-                                                         stack.slot_stride, r, masks));
+    const std::uint8_t* block = blocks + (y % tiling.height) * std::size_t{kPatternSlots} * stored;
+    const FastRowScreen<kPixelsPerByte> screen(block, stored, tiling.row_bytes, masks);
+    for (unsigned p = 0; p < band.planes; ++p) {
+      const std::uint8_t* s = band.In(y, p);
+      const std::size_t m = s[w - 1] == s[w - 2] ? w : w - 1;
+      screen.Row(s, band.Out(y, p), m);
+    }
   }
 }
 
-template <unsigned kPixelsPerByte>
-void ScreenBandChosen(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack) {
+// `blocks()` gives the stack row first; it is asked for only when the fast path runs.
+template <unsigned kPixelsPerByte, class Blocks>
+void ScreenBandChosen(const Band& band, const Tiling& tiling, const EdgeMasks& masks, const StackBytes& stack,
+                      Blocks&& blocks) {
   if (ForceScalar() || !RegularTiling<kPixelsPerByte>(tiling, stack))
     ScreenBand<kPixelsPerByte>(band, tiling, masks, stack);
   else
-    ScreenBandFast<kPixelsPerByte>(band, tiling, masks, stack);
+    ScreenBandFast<kPixelsPerByte>(band, tiling, masks, stack, blocks());
 }
 
 constexpr Tiling kFixedMonoTiling{kMatrixSize, kMatrixSize, kMonoRowBytes};
@@ -383,13 +329,14 @@ StackBytes BytesOf(const Stack& stack, std::size_t row_bytes) {
 
 }  // namespace
 
-int ScreenWithPatterns(const Engine& engine, PatternScreen screen, const std::uint8_t* src, std::uint8_t* dst,
+int ScreenWithPatterns(Engine& engine, PatternScreen screen, const std::uint8_t* src, std::uint8_t* dst,
                        std::size_t w, std::size_t h, HalftoneFlags flags) {
   const ScreeningTables& tables = engine.tables;
   const PatternGeometry& g = tables.geometry;
   if (screen == PatternScreen::kMonoLoadedGeometry && (g.width <= 0 || g.height <= 0 || g.bytes_per_row <= 0))
     return kErrOutOfContract;
 
+  const auto mono_blocks = [&] { return engine.pattern_rows.Mono(tables); };
   const unsigned bits = screen == PatternScreen::kDuoFixed ? 2 : 1;
   const Band band = Band::Make(src, dst, w, h, flags, bits);
   band.ClearOutput();
@@ -399,14 +346,15 @@ int ScreenWithPatterns(const Engine& engine, PatternScreen screen, const std::ui
     case PatternScreen::kMonoLoadedGeometry: {
       const Tiling tiling{static_cast<std::size_t>(g.width), static_cast<std::size_t>(g.height),
                           static_cast<std::size_t>(g.bytes_per_row)};
-      ScreenBandChosen<8>(band, tiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      ScreenBandChosen<8>(band, tiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes), mono_blocks);
       break;
     }
     case PatternScreen::kMonoFixed:
-      ScreenBandChosen<8>(band, kFixedMonoTiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes));
+      ScreenBandChosen<8>(band, kFixedMonoTiling, tables.masks, BytesOf(tables.mono, kMonoRowBytes), mono_blocks);
       break;
     case PatternScreen::kDuoFixed:
-      ScreenBandChosen<4>(band, kFixedDuoTiling, tables.masks, BytesOf(tables.duo, kDuoRowBytes));
+      ScreenBandChosen<4>(band, kFixedDuoTiling, tables.masks, BytesOf(tables.duo, kDuoRowBytes),
+                          [&] { return engine.pattern_rows.Duo(tables); });
       break;
   }
   return kOk;

@@ -18,7 +18,7 @@ enum class PatternScreen {
 
 // Copies, for each run of equal samples, the pattern of that level a byte at a time. Returns 0,
 // or kErrOutOfContract for a loaded geometry the pattern screens cannot tile.
-int ScreenWithPatterns(const Engine& engine, PatternScreen screen, const std::uint8_t* src, std::uint8_t* dst,
+int ScreenWithPatterns(Engine& engine, PatternScreen screen, const std::uint8_t* src, std::uint8_t* dst,
                        std::size_t w, std::size_t h, HalftoneFlags flags);
 
 // Which threshold screen.

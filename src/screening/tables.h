@@ -37,6 +37,9 @@ struct ScreeningTables {
   // One 256 x 256 dot pattern per input level: 1 bit and 2 bits a pixel.
   std::array<std::array<std::array<std::uint8_t, kMonoRowBytes>, kMatrixSize>, kPatternSlots> mono{};
   std::array<std::array<std::array<std::uint8_t, kDuoRowBytes>, kMatrixSize>, kPatternSlots> duo{};
+  // Counts the loads that wrote the pattern stacks, so copies made of them (PatternRowBlocks)
+  // know when they are stale. Code that writes the stacks after a screen has read them bumps it.
+  std::uint32_t pattern_generation = 0;
   PatternGeometry geometry{};
   EdgeMasks masks{};
   // Per-level 16 x 16 modulation tiles: 16-bit (loaded from the text table) and double
