@@ -89,36 +89,6 @@ struct Build {
   }
 };
 
-void WriteTables(const std::filesystem::path& host) {
-  namespace ex = halftone::examples;
-  std::filesystem::create_directories(host / "Moths");
-  auto write = [&](const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  };
-  std::vector<std::uint8_t> tone(15 * 256);
-  for (std::size_t k = 0; k < 15; ++k)
-    for (std::size_t i = 0; i < 256; ++i) tone[k * 256 + i] = static_cast<std::uint8_t>(i * (255 - i) * (k + 2) / (64 * 255));
-  write(host / "ToneAry.ham", tone);
-  write(host / "Moths" / "bitmap.bmp", ex::BitmapFile(ex::DispersedThresholds(), ex::kSide, ex::kSide));
-  write(host / "Moths" / "mono.pat", ex::PatternStackFile(1, 256, 256));
-  write(host / "Moths" / "duo.pat", ex::PatternStackFile(2, 256, 256));
-  const std::string layers = ex::LayerTableText();
-  write(host / "Moths" / "layers.txt", std::vector<std::uint8_t>(layers.begin(), layers.end()));
-}
-
-// The benchmark suite's picture: a ramp with a strip of the test chart every 64 rows.
-std::vector<std::uint8_t> Picture(std::size_t w, std::size_t h, unsigned planes) {
-  const std::size_t stride = golden::SrcStride(w);
-  std::vector<std::uint8_t> band(stride * planes * h);
-  for (std::size_t y = 0; y < h; ++y)
-    for (unsigned p = 0; p < planes; ++p)
-      for (std::size_t x = 0; x < w; ++x)
-        band[(y * planes + p) * stride + x] = (y % 64 < 8) ? golden::ChartSample(x, y, p, w)
-                                                           : static_cast<std::uint8_t>((x * 255 / (w - 1) + 40 * p) % 256);
-  return band;
-}
-
 double Percentile(std::vector<double> v, double q) {
   std::sort(v.begin(), v.end());
   return v[static_cast<std::size_t>(q * static_cast<double>(v.size() - 1))];
@@ -138,9 +108,9 @@ int main(int argc, char** argv) {
   if (planes < 1 || rows < 1 || calls < 1) return 2;
 
   const auto host = std::filesystem::temp_directory_path() / ("halftone-ab-" + std::to_string(std::random_device{}()));
-  WriteTables(host);
+  golden::WriteFixedTables(host);
   Build builds[2] = {Build(argv[1]), Build(argv[2])};
-  const auto src = Picture(kWidth, rows, planes);
+  const auto src = golden::BenchPicture(kWidth, rows, planes);
   std::vector<std::uint8_t> dst[2];
   for (Build& b : builds) {
     if (!b.Pick(argv[3]) || (b.method.entry_kind != HALFTONE_ENTRY_BAND &&

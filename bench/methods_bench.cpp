@@ -19,23 +19,10 @@ constexpr std::size_t kWidth = 4096;
 constexpr std::size_t kRows = 256;
 constexpr const char* kFourLevels = "0,85,170,255,";
 
-// Picture content: a long horizontal ramp with flats and a noisy strip, so the screens see long
-// runs and the diffusions see every level.
-std::vector<std::uint8_t> BenchBand(std::size_t w, std::size_t h, unsigned planes) {
-  const std::size_t stride = golden::SrcStride(w);
-  std::vector<std::uint8_t> band(stride * planes * h);
-  for (std::size_t y = 0; y < h; ++y)
-    for (unsigned p = 0; p < planes; ++p)
-      for (std::size_t x = 0; x < w; ++x)
-        band[(y * planes + p) * stride + x] =
-            (y % 64 < 8) ? golden::ChartSample(x, y, p, w) : static_cast<std::uint8_t>((x * 255 / (w - 1) + 40 * p) % 256);
-  return band;
-}
-
 void RunMethod(benchmark::State& state, halftone_method_info m, unsigned planes, std::size_t rows) {
   const bool banded = m.entry_kind == HALFTONE_ENTRY_BAND || m.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED;
   if (!banded) planes = 1;
-  auto src = BenchBand(kWidth, rows, planes);
+  auto src = golden::BenchPicture(kWidth, rows, planes);
   const std::size_t out_bytes = std::max(golden::DstStride(kWidth, static_cast<unsigned>(m.output_bits)) * planes * rows,
                                          kWidth * golden::DstStride(rows, 1));
   std::vector<std::uint8_t> dst(out_bytes), first(out_bytes);

@@ -77,10 +77,21 @@ inline std::vector<std::uint8_t> ChartBand(std::size_t w, std::size_t y0, std::s
   return band;
 }
 
-// Writes a tone-curve file and a full set of screening tables into `host`/Moths and loads them
-// all, in a fixed order, so every method sees the same tables whatever ran before. Returns the
-// first failing load's code, else 0.
-inline int LoadFixedTables(const std::filesystem::path& host) {
+// The benchmarks' picture: a long horizontal ramp (shifted per plane) with a strip of the
+// chart every 64 rows, so the screens see long runs and the diffusions every level.
+inline std::vector<std::uint8_t> BenchPicture(std::size_t w, std::size_t h, unsigned planes) {
+  const std::size_t stride = SrcStride(w);
+  std::vector<std::uint8_t> band(stride * planes * h);
+  for (std::size_t y = 0; y < h; ++y)
+    for (unsigned p = 0; p < planes; ++p)
+      for (std::size_t x = 0; x < w; ++x)
+        band[(y * planes + p) * stride + x] =
+            (y % 64 < 8) ? ChartSample(x, y, p, w) : static_cast<std::uint8_t>((x * 255 / (w - 1) + 40 * p) % 256);
+  return band;
+}
+
+// Writes a tone-curve file and a full set of screening tables into `host` and `host`/Moths.
+inline void WriteFixedTables(const std::filesystem::path& host) {
   namespace ex = halftone::examples;
   std::filesystem::create_directories(host / "Moths");
   auto write = [&](const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
@@ -97,7 +108,12 @@ inline int LoadFixedTables(const std::filesystem::path& host) {
   write(host / "Moths" / "duo.pat", ex::PatternStackFile(2, 256, 256));
   const std::string layers = ex::LayerTableText();
   write(host / "Moths" / "layers.txt", std::vector<std::uint8_t>(layers.begin(), layers.end()));
+}
 
+// Writes the tables (WriteFixedTables) and loads them all, in a fixed order, so every method
+// sees the same tables whatever ran before. Returns the first failing load's code, else 0.
+inline int LoadFixedTables(const std::filesystem::path& host) {
+  WriteFixedTables(host);
   halftone_set_host_folder(host.string().c_str());
   int rc = 0;
   auto note = [&](int code) {
