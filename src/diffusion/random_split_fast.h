@@ -39,6 +39,17 @@ constexpr int DivTrunc(int x) {
   else return DivTrunc4(x);
 }
 
+// 2^32 / den rounded up (2^31 + 1 for halves, 0x55555556 for thirds).
+constexpr std::int64_t RoundedUpReciprocal(int den) { return (std::int64_t{1} << 32) / den + 1; }
+// num * e / den truncated toward zero, with mul = num * RoundedUpReciprocal(den) and `divides`
+// all ones (zero where the share is 0 or e itself), for the values a share is formed from (a
+// 16-bit error, up to four times over). e * mul misses the exact quotient times 2^32 by less
+// than 2^-15 of a unit, above it for positive e and below it for negative e, so its high word
+// is the truncated quotient for positive e and one less than it for negative e.
+HALFTONE_FORCE_INLINE constexpr int MulHighTrunc(int e, std::int64_t mul, int divides) {
+  return static_cast<int>((std::int64_t{e} * mul) >> 32) - ((e >> 31) & divides);
+}
+
 // How one column (along or below) of a row kind's splits is computed for every code.
 enum class ColumnKind : std::uint8_t {
   kLinear,      // (num[code] * e) / den
@@ -144,8 +155,7 @@ struct FastSplit {
   // den's reciprocal rounded up (see Linear).
   template <const ColumnForm& kCol>
   struct LinearConstants {
-    static constexpr std::int64_t kTwoTo32 = std::int64_t{1} << 32;
-    static constexpr std::int64_t kReciprocal = kTwoTo32 / kCol.den + 1;
+    static constexpr std::int64_t kReciprocal = RoundedUpReciprocal(kCol.den);
     struct Tables {
       int whole[kCodes];
       int half[kCodes];
@@ -183,7 +193,7 @@ struct FastSplit {
       // (num * e) / den truncated toward zero as the high word of e times num/den rounded up,
       // one added for negative e: the rounding error is below 2^-15 for a 16-bit e, so the
       // high word is floor(num * e / den), one less where that is exact and e negative.
-      return static_cast<int>((std::int64_t{e} * K::kTables.mul[code]) >> 32) - ((e >> 31) & K::kTables.nonzero[code]);
+      return MulHighTrunc(e, K::kTables.mul[code], K::kTables.nonzero[code]);
     }
   }
 

@@ -55,10 +55,8 @@ HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
 //   part  = high word of e * mul, plus one for negative e where the rule divides
 //           (e/2 or e/3 truncated toward zero; 0 for the whole error or none of it);
 //   ahead = (e & whole) + ((part ^ negate) - negate),
-// where negate makes a down share's rest e minus it. mul is 2^32/den rounded up, one more for
-// halves (2^31 itself would be exact, and the plus-one step needs the product just below a
-// negative whole quotient): for |e| below 2^16 the product's excess stays under 2^-15, so its
-// high word is the floor of e/den, one less where e is negative and a multiple of den.
+// where negate makes a down share's rest e minus it; part is random_split::MulHighTrunc with
+// den's rounded-up reciprocal.
 struct AheadMasks {
   int whole;
   std::uint32_t mul;
@@ -69,11 +67,11 @@ constexpr AheadMasks MasksOf(const ShareRule& r) {
   if (r.num != 1 || r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 3)
     throw "only the whole error, halves and thirds, truncated";
   if (r.den == 1) return {r.to_ahead ? -1 : 0, 0, 0, 0};
-  const std::uint32_t mul = r.den == 2 ? (1u << 31) + 1u : 0x55555556u;
+  const auto mul = static_cast<std::uint32_t>(random_split::RoundedUpReciprocal(r.den));
   return r.to_ahead ? AheadMasks{0, mul, -1, 0} : AheadMasks{-1, mul, -1, -1};
 }
 HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
-  const int part = static_cast<int>((std::int64_t{e} * std::int64_t{m.mul}) >> 32) - ((e >> 31) & m.divides);
+  const int part = random_split::MulHighTrunc(e, m.mul, m.divides);
   return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
 
