@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "diffusion/random_split.h"
-#include "diffusion/random_split_fast.h"
+#include "diffusion/random_split_bands.h"
 #include "frame/job.h"
 
 namespace halftone {

@@ -2,7 +2,7 @@
 // The scan is the grouped one (halves within the band, thirds into the next) without tone-curve
 // terms; the two members differ only in the quantiser.
 #include "diffusion/random_split.h"
-#include "diffusion/random_split_fast.h"
+#include "diffusion/random_split_bands.h"
 #include "frame/job.h"
 
 namespace halftone {

@@ -410,6 +410,12 @@ class LockstepScan {
       else
         keep ? LanesRow<false, false, true>(y) : LanesRow<false, false, false>(y);
     }
+    LastRow();
+  }
+
+  // The band's last row alone, on working rows that hold what the rows before it left.
+  void LastRow() {
+    const std::size_t h = band_.h;
     if (((h - 1) & 1) == 0)
       LanesRow<true, true, true>(h - 1);
     else
@@ -670,62 +676,6 @@ inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes,
   engine.random = starts[planes - 1];
   engine.random.Skip(slice);
   return starts;
-}
-
-
-// Every plane of a band of a job. The reference runs the planes one after the other on the
-// generator itself. The fast path starts a copy of the generator where each plane's slice of
-// the band's stream begins (drawing a row at a time, so the stream never leaves the cache),
-// gives each plane its own working rows (the last plane the shared ones, so they end the band as the
-// sequential scan leaves them) and runs the planes in lockstep groups, the groups on the
-// engine's threads. A one-row band of a pass that ends its left-to-right last row on row B
-// reads B's stale last entry: no plane writes B in such a band, so every plane reads what the
-// band found there, and each private lane is handed that entry.
-template <class Pass>
-void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
-  const unsigned planes = band.planes;
-  if (ForceScalar()) {
-    for (unsigned p = 0; p < planes; ++p)
-      ScanPlane(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
-                engine.curves);
-    return;
-  }
-  const std::size_t per_plane = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
-  const std::size_t row_room = band.w + 1;
-  std::uint32_t* words = engine.draws.Reserve(row_room * planes);
-  const RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
-  if (Pass::kScan.ltr_last_end_reads_b && band.h == 1) {
-    const std::size_t end = band.w - 1;
-    for (unsigned p = 0; p + 1 < planes; ++p) LaneRowB(engine.rows, p, planes)[end] = engine.rows.b()[end];
-  }
-  const auto decider = FastDecider(pass, engine);
-  const auto& decide = Unwrapped(decider);
-  ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {
-    FastLane lanes[kMaxLockstep];
-    for (unsigned l = 0; l < n; ++l) {
-      const unsigned p = first + l;
-      lanes[l] = {{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w)},
-                  starts[p], words + row_room * p, p};
-    }
-    RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
-    if (planes == 1) engine.random = lanes[0].random;
-  });
-}
-
-// One plane on private rows with nothing carried (the single-plane form), fast unless the
-// reference is forced.
-template <class Pass>
-void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRows rows) {
-  if (ForceScalar()) {
-    ScanPlane(pass, band, 0, rows, engine.random, engine.curves);
-    return;
-  }
-  std::uint32_t* words = engine.draws.Reserve(band.w + 1);
-  const auto decider = FastDecider(pass, engine);
-  const auto& decide = Unwrapped(decider);
-  FastLane lane{rows, engine.random, words, 0};
-  RunLockstep<Pass>(decide, band, &lane, 1, engine.curves);
-  engine.random = lane.random;
 }
 
 }  // namespace halftone::random_split

@@ -74,6 +74,12 @@ class DrawBuffer {
     if (starts_.size() < n) starts_.resize(n);
     return starts_.data();
   }
+  // Room for `bytes` bytes of a band's interleaved working rows, 16-byte aligned; grows only.
+  void* Scratch(std::size_t bytes) {
+    const std::size_t blocks = (bytes + sizeof(Block) - 1) / sizeof(Block);
+    if (scratch_.size() < blocks) scratch_.resize(blocks);
+    return scratch_.data();
+  }
   // The jump of the generator by `draws`, kept for the next band of the same size: working it
   // out takes some thousand multiply-adds a bit of the count, as much as a one-row band's scan.
   const RandomJump& Jump(std::uint64_t draws) {
@@ -84,6 +90,10 @@ class DrawBuffer {
  private:
   std::vector<std::uint32_t> words_;
   std::vector<RandomBitSource> starts_;
+  struct alignas(16) Block {
+    unsigned char bytes[16];
+  };
+  std::vector<Block> scratch_;
   RandomJump jump_{0};
 };
 

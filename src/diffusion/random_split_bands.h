@@ -1,0 +1,94 @@
+// A band of the random-split family: the planes' slices of the random stream, the working rows
+// each plane scans on, and the choice of row engine (the reference scan, the scalar lockstep
+// groups, or vector groups for passes that offer a vector decision).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "diffusion/random_split_fast.h"
+#include "diffusion/random_split_vector.h"
+
+namespace halftone::random_split {
+
+// Every plane of a band of a job. The reference runs the planes one after the other on the
+// generator itself. The fast path starts a copy of the generator where each plane's slice of
+// the band's stream begins (drawing a row at a time, so the stream never leaves the cache),
+// gives each plane its own working rows (the last plane the shared ones, so they end the band as the
+// sequential scan leaves them) and runs the planes in lockstep groups, the groups on the
+// engine's threads. A one-row band of a pass that ends its left-to-right last row on row B
+// reads B's stale last entry: no plane writes B in such a band, so every plane reads what the
+// band found there, and each private lane is handed that entry.
+template <class Pass>
+void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
+  const unsigned planes = band.planes;
+  if (ForceScalar()) {
+    for (unsigned p = 0; p < planes; ++p)
+      ScanPlane(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
+                engine.curves);
+    return;
+  }
+  const std::size_t per_plane = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
+  const std::size_t row_room = band.w + 1;
+  std::uint32_t* words = engine.draws.Reserve(row_room * planes);
+  const RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
+  if (Pass::kScan.ltr_last_end_reads_b && band.h == 1) {
+    const std::size_t end = band.w - 1;
+    for (unsigned p = 0; p + 1 < planes; ++p) LaneRowB(engine.rows, p, planes)[end] = engine.rows.b()[end];
+  }
+  const auto decider = FastDecider(pass, engine);
+  const auto& decide = Unwrapped(decider);
+#if HALFTONE_VECTOR_ROWS
+  // Vector groups take bands of two rows or more and at least two planes.
+  if constexpr (requires { pass.Vector(); }) {
+    const auto vdecide = pass.Vector();
+    if (vdecide && band.h >= 2 && planes >= 2) {
+      const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
+      const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
+      auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
+      ForEachLockstepGroup(engine.threads, planes, kVectorLanes, [&](unsigned first, unsigned n) {
+        FastLane lanes[kVectorLanes];
+        for (unsigned l = 0; l < n; ++l) {
+          const unsigned p = first + l;
+          lanes[l] = {{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w)},
+                      starts[p], words + row_room * p, p};
+        }
+        if (n >= 2)
+          RunVectorGroup<Pass>(*vdecide, decide, band, lanes, n, engine.curves,
+                               VectorRowsMemory::In(memory + bytes * (first / size), band.w));
+        else
+          RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
+      });
+      return;
+    }
+  }
+#endif
+  ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {
+    FastLane lanes[kMaxLockstep];
+    for (unsigned l = 0; l < n; ++l) {
+      const unsigned p = first + l;
+      lanes[l] = {{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w)},
+                  starts[p], words + row_room * p, p};
+    }
+    RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
+    if (planes == 1) engine.random = lanes[0].random;
+  });
+}
+
+// One plane on private rows with nothing carried (the single-plane form), fast unless the
+// reference is forced.
+template <class Pass>
+void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRows rows) {
+  if (ForceScalar()) {
+    ScanPlane(pass, band, 0, rows, engine.random, engine.curves);
+    return;
+  }
+  std::uint32_t* words = engine.draws.Reserve(band.w + 1);
+  const auto decider = FastDecider(pass, engine);
+  const auto& decide = Unwrapped(decider);
+  FastLane lane{rows, engine.random, words, 0};
+  RunLockstep<Pass>(decide, band, &lane, 1, engine.curves);
+  engine.random = lane.random;
+}
+
+}  // namespace halftone::random_split

@@ -1,0 +1,380 @@
+// Inner rows of a lockstep group with the planes as the 16-bit lanes of one SSE2 vector. The
+// scalar lockstep scan keeps every lane's chain in general registers; with four planes their
+// pointers outnumber the registers and each pixel costs some forty instructions a lane. Here a
+// column of the group is one vector step: the working rows, samples, draws, curve terms and
+// dots are kept interleaved (entry 4x + l is lane l at column x), so one 64-bit load fetches
+// the column for every plane.
+//
+// A pass takes this path by offering a vector decision, `Vector()`, returning an engaged
+// optional where its decision can be written with 16-bit compares and masks: the decision for
+// a sample is one or more thresholds on the corrected value with fixed steps of level between
+// them. The arithmetic is the scalar scan's, modulo 2^16 as the working rows store it, so the
+// dots and every row left behind are the same.
+//
+// Each row is three steps: the row's draws, the samples below and the curve terms are
+// interleaved; the pixels are scanned; the dots are packed into the planes' output rows.
+// The pixel ending each row, and the band's last row (thirds, the carry row), stay with the
+// scalar lockstep scan: one column in a row and one row in a band.
+#pragma once
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#define HALFTONE_VECTOR_ROWS 1
+#else
+#define HALFTONE_VECTOR_ROWS 0
+#endif
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "diffusion/random_split_fast.h"
+
+#if HALFTONE_VECTOR_ROWS
+namespace halftone::random_split {
+
+// Planes a vector group holds: four 16-bit lanes, the low half of an SSE2 register.
+inline constexpr unsigned kVectorLanes = 4;
+
+namespace vec {
+
+HALFTONE_FORCE_INLINE inline __m128i Splat(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
+// Four 16-bit entries (one column of every lane).
+HALFTONE_FORCE_INLINE inline __m128i Load16(const std::int16_t* p) {
+  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+}
+HALFTONE_FORCE_INLINE inline void Store16(std::int16_t* p, __m128i v) {
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v);
+}
+// Four bytes, widened to 16-bit lanes.
+HALFTONE_FORCE_INLINE inline __m128i Load8(const std::uint8_t* p) {
+  std::int32_t word;
+  std::memcpy(&word, p, sizeof word);
+  return _mm_unpacklo_epi8(_mm_cvtsi32_si128(word), _mm_setzero_si128());
+}
+// Four 16-bit lanes holding 0..255, narrowed to bytes.
+HALFTONE_FORCE_INLINE inline void Store8(std::uint8_t* p, __m128i v) {
+  const std::int32_t word = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
+  std::memcpy(p, &word, sizeof word);
+}
+// Truncating halves, as DivTrunc2: add the sign bit, then shift.
+HALFTONE_FORCE_INLINE inline __m128i Half(__m128i e) {
+  return _mm_srai_epi16(_mm_add_epi16(e, _mm_srli_epi16(e, 15)), 1);
+}
+// `pick ? a : b` for an all-ones or all-zeros pick.
+HALFTONE_FORCE_INLINE inline __m128i Select(__m128i pick, __m128i a, __m128i b) {
+  return _mm_or_si128(_mm_and_si128(pick, a), _mm_andnot_si128(pick, b));
+}
+
+}  // namespace vec
+
+// The interleaved rows of one vector group, carved from one block of scratch memory.
+struct VectorRowsMemory {
+  std::int16_t* cur;           // the working row being scanned
+  std::int16_t* next;          // the row below, prepared by this row
+  std::int16_t* terms[2];      // curve terms of left-to-right rows (odd x) and right-to-left (even x)
+  std::uint8_t* samples;       // this row's samples
+  std::uint8_t* below;         // the next row's samples
+  std::uint8_t* codes;         // split codes by scan position
+  std::uint8_t* dots;          // dot codes by column, zero past the row's end
+
+  static constexpr std::size_t kAlign = 16;
+  static constexpr std::size_t Round(std::size_t n) { return (n + kAlign - 1) / kAlign * kAlign; }
+  // Columns held: the band's width rounded up to 16, so the interleaving may work 16 columns a
+  // step and the dot packing whole bytes.
+  static constexpr std::size_t Columns(std::size_t w) { return Round(w); }
+  static constexpr std::size_t Bytes(std::size_t w) {
+    const std::size_t n = Columns(w) * kVectorLanes;
+    return 4 * Round(n * sizeof(std::int16_t)) + 4 * Round(n);
+  }
+  static VectorRowsMemory In(void* memory, std::size_t w) {
+    const std::size_t n = Columns(w) * kVectorLanes;
+    auto* p = static_cast<unsigned char*>(memory);
+    const auto take16 = [&] {
+      auto* r = reinterpret_cast<std::int16_t*>(p);
+      p += Round(n * sizeof(std::int16_t));
+      return r;
+    };
+    const auto take8 = [&] {
+      auto* r = reinterpret_cast<std::uint8_t*>(p);
+      p += Round(n);
+      return r;
+    };
+    VectorRowsMemory m{};
+    m.cur = take16();
+    m.next = take16();
+    m.terms[0] = take16();
+    m.terms[1] = take16();
+    m.samples = take8();
+    m.below = take8();
+    m.codes = take8();
+    m.dots = take8();
+    return m;
+  }
+};
+
+// Interleaves four byte rows of w entries: out[4x + l] = rows[l][x].
+inline void InterleaveBytes(const std::uint8_t* const rows[kVectorLanes], std::size_t w, std::uint8_t* out) {
+  constexpr std::size_t kStep = 16;
+  std::size_t x = 0;
+  for (; x + kStep <= w; x += kStep) {
+    const __m128i r0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[0] + x));
+    const __m128i r1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[1] + x));
+    const __m128i r2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[2] + x));
+    const __m128i r3 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[3] + x));
+    const __m128i lo01 = _mm_unpacklo_epi8(r0, r1), hi01 = _mm_unpackhi_epi8(r0, r1);
+    const __m128i lo23 = _mm_unpacklo_epi8(r2, r3), hi23 = _mm_unpackhi_epi8(r2, r3);
+    auto* o = reinterpret_cast<__m128i*>(out + kVectorLanes * x);
+    _mm_storeu_si128(o + 0, _mm_unpacklo_epi16(lo01, lo23));
+    _mm_storeu_si128(o + 1, _mm_unpackhi_epi16(lo01, lo23));
+    _mm_storeu_si128(o + 2, _mm_unpacklo_epi16(hi01, hi23));
+    _mm_storeu_si128(o + 3, _mm_unpackhi_epi16(hi01, hi23));
+  }
+  for (; x < w; ++x)
+    for (unsigned l = 0; l < kVectorLanes; ++l) out[kVectorLanes * x + l] = rows[l][x];
+}
+
+// Split codes of n draws of four lanes, interleaved: out[4i + l] = (words[l][i] >> 1) & mask.
+inline void InterleaveCodes(const std::uint32_t* const words[kVectorLanes], std::size_t n, unsigned mask,
+                            std::uint8_t* out) {
+  constexpr std::size_t kStep = 4;
+  const __m128i m = _mm_set1_epi32(static_cast<int>(mask));
+  std::size_t i = 0;
+  for (; i + kStep <= n; i += kStep) {
+    __m128i c[kVectorLanes];
+    for (unsigned l = 0; l < kVectorLanes; ++l)
+      c[l] = _mm_and_si128(_mm_srli_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(words[l] + i)), 1), m);
+    // Bytes lane by lane (four draws each), then transposed to draw by draw.
+    const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(c[0], c[1]), _mm_packs_epi32(c[2], c[3]));
+    const __m128i l01 = _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 4));
+    const __m128i l23 = _mm_unpacklo_epi8(_mm_srli_si128(bytes, 8), _mm_srli_si128(bytes, 12));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + kVectorLanes * i), _mm_unpacklo_epi16(l01, l23));
+  }
+  for (; i < n; ++i)
+    for (unsigned l = 0; l < kVectorLanes; ++l) out[kVectorLanes * i + l] = static_cast<std::uint8_t>((words[l][i] >> 1) & mask);
+}
+
+template <class Pass, class VectorDecider, class Decider>
+class VectorRows {
+ public:
+  // lanes[0 .. n-1] are the group's planes (2 <= n <= kVectorLanes); a missing lane repeats
+  // lane 0's inputs and its results are dropped.
+  VectorRows(const VectorDecider& vdecide, const Decider& decide, const Band& band, const FastLane* lanes, unsigned n,
+             const ToneCurveSet& curves, VectorRowsMemory mem)
+      : vdecide_(vdecide), decide_(decide), band_(band), n_(n), curve_a_(curves.a().data()),
+        curve_b_(curves.b().data()), mem_(mem) {
+    for (unsigned l = 0; l < kVectorLanes; ++l) {
+      const FastLane& from = lanes[l < n ? l : 0];
+      rows_[l] = from.rows;
+      random_[l] = from.random;
+      words_[l] = from.words;
+      p_[l] = from.p;
+    }
+  }
+
+  const RandomBitSource& random(unsigned l) const { return random_[l]; }
+
+  // Rows 0 .. h-2 (h >= 2). Leaves each lane's working rows as the scalar scan leaves them
+  // before the band's last row: the scanned values of row h-2 and the starting values of row
+  // h-1.
+  void Run() {
+    const std::size_t w = band_.w, h = band_.h;
+    const std::size_t n = VectorRowsMemory::Columns(w) * kVectorLanes;
+    std::memset(mem_.terms[0], 0, n * sizeof(std::int16_t));
+    std::memset(mem_.terms[1], 0, n * sizeof(std::int16_t));
+    std::memset(mem_.dots, 0, n);
+    const std::uint8_t* row0[kVectorLanes];
+    for (unsigned l = 0; l < kVectorLanes; ++l) row0[l] = band_.In(0, p_[l]);
+    InterleaveBytes(row0, w, mem_.samples);
+    for (unsigned l = 0; l < n_; ++l) {
+      std::int16_t* carry = rows_[l].carry;
+      for (std::size_t x = 0; x < w; ++x) {
+        mem_.cur[kVectorLanes * x + l] = Store16(row0[l][x] + (carry ? carry[x] : 0));
+        if (carry) carry[x] = 0;
+      }
+    }
+    for (unsigned l = n_; l < kVectorLanes; ++l)
+      for (std::size_t x = 0; x < w; ++x) mem_.cur[kVectorLanes * x + l] = mem_.cur[kVectorLanes * x];
+
+    // Only the last inner row stores its scanned values back; earlier ones are rewritten whole
+    // by the next row as its row below.
+    for (std::size_t y = 0; y + 1 < h; ++y) {
+      const bool keep = y + 2 >= h;
+      if ((y & 1) == 0)
+        keep ? Row<true, true>(y) : Row<true, false>(y);
+      else
+        keep ? Row<false, true>(y) : Row<false, false>(y);
+    }
+
+    // After the swap at the end of row h-2, `next` holds its scanned values and `cur` the
+    // starting values of row h-1.
+    const bool ltr = ((h - 2) & 1) == 0;
+    for (unsigned l = 0; l < n_; ++l) {
+      std::int16_t* scanned = ltr ? rows_[l].a : rows_[l].b;
+      std::int16_t* starting = ltr ? rows_[l].b : rows_[l].a;
+      for (std::size_t x = 0; x < w; ++x) {
+        scanned[x] = mem_.next[kVectorLanes * x + l];
+        starting[x] = mem_.cur[kVectorLanes * x + l];
+      }
+    }
+  }
+
+ private:
+  static constexpr const ScanTraits& kScan = Pass::kScan;
+  static constexpr unsigned kBits = Pass::kBits;
+  static constexpr unsigned kPerByte = 8 / kBits;
+  static constexpr unsigned kCodeMask = kScan.draw_bits == 2 ? 3u : 1u;
+  static constexpr unsigned kCodes = kScan.draw_bits == 2 ? 4 : 2;
+  static constexpr std::size_t kRowEndDraws = kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
+
+  // The split codes whose share in a column is the whole error (kHalf false) or its half.
+  template <const ColumnForm& kCol, bool kHalf>
+  HALFTONE_FORCE_INLINE static __m128i CodesWhere(__m128i code) {
+    __m128i m = _mm_setzero_si128();
+    [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) HALFTONE_FORCE_INLINE {
+      ((m = (kHalf ? 2 * kCol.num[c] == kCol.den : kCol.num[c] == kCol.den)
+                ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c)))
+                : m),
+       ...);
+    }(std::make_integer_sequence<unsigned, kCodes>{});
+    return m;
+  }
+  template <const ColumnForm& kCol>
+  HALFTONE_FORCE_INLINE static __m128i Share(__m128i code, __m128i e, __m128i half) {
+    static_assert(kCol.kind == ColumnKind::kLinear && kCol.den <= 2, "whole, half or no share only");
+    return _mm_or_si128(_mm_and_si128(CodesWhere<kCol, false>(code), e),
+                        _mm_and_si128(CodesWhere<kCol, true>(code), half));
+  }
+
+  // The row's draws, the samples below it and its curve terms, interleaved.
+  template <bool kLtr>
+  void PrepareRow(std::size_t y) {
+    const std::size_t w = band_.w;
+    const std::uint32_t* words[kVectorLanes];
+    const std::uint8_t* below[kVectorLanes];
+    for (unsigned l = 0; l < kVectorLanes; ++l) {
+      if (l < n_) random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
+      words[l] = words_[l < n_ ? l : 0];
+      below[l] = band_.In(y + 1, p_[l]);
+    }
+    InterleaveCodes(words, w - 1, kCodeMask, mem_.codes);
+    InterleaveBytes(below, w, mem_.below);
+    if constexpr (kScan.curve_terms) {
+      // Terms fall on odd columns left to right and even ones right to left; the other
+      // columns stay zero.
+      const std::uint8_t* curve = kLtr ? curve_a_ : curve_b_;
+      std::int16_t* terms = mem_.terms[kLtr ? 0 : 1];
+      const std::size_t n = w * kVectorLanes;
+      for (std::size_t i = (kLtr ? 1 : 0) * kVectorLanes; i < n; i += 2 * kVectorLanes)
+        for (unsigned l = 0; l < kVectorLanes; ++l) terms[i + l] = curve[mem_.samples[i + l]];
+    }
+  }
+
+  template <bool kLtr, bool kKeep>
+  void Row(std::size_t y) {
+    using Splits = FastSplit<Pass, kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl>;
+    PrepareRow<kLtr>(y);
+    const std::size_t w = band_.w;
+    const VectorDecider vdecide = vdecide_;
+    std::int16_t* const cur = mem_.cur;
+    std::int16_t* const next = mem_.next;
+    const std::int16_t* const terms = mem_.terms[kLtr ? 0 : 1];
+    const std::uint8_t* const samples = mem_.samples;
+    const std::uint8_t* const below = mem_.below;
+    const std::uint8_t* const codes = mem_.codes;
+    std::uint8_t* const dots = mem_.dots;
+    constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
+
+    std::size_t at = kLtr ? 0 : (w - 1) * kVectorLanes;  // column x's entries
+    __m128i v = vec::Load16(cur + at);
+    for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
+      const auto sample = vdecide.Prepare(vec::Load8(samples + at));
+      if constexpr (kKeep) vec::Store16(cur + at, v);
+      __m128i dot;
+      const __m128i e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
+      vec::Store8(dots + at, dot);
+      const __m128i half = vec::Half(e);
+      const __m128i code = vec::Load8(codes + kVectorLanes * i);
+      const __m128i along = Share<Splits::kAlong>(code, e, half);
+      const __m128i down = Share<Splits::kBelow>(code, e, half);
+      vec::Store16(next + at, _mm_add_epi16(vec::Load8(below + at), down));
+      v = _mm_add_epi16(vec::Load16(cur + at + kStep), along);
+    }
+    EndPixel<kLtr>(v);
+    PackDots(y);
+    std::swap(mem_.cur, mem_.next);
+    std::swap(mem_.samples, mem_.below);
+  }
+
+  // The pixel ending an inner row, lane by lane: part of its error goes down, the rest is lost.
+  template <bool kLtr>
+  void EndPixel(__m128i v) {
+    const std::size_t w = band_.w;
+    const std::size_t x = kLtr ? w - 1 : 0;
+    alignas(16) std::int16_t values[8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(values), v);
+    for (unsigned l = 0; l < n_; ++l) {
+      const std::size_t at = kVectorLanes * x + l;
+      const std::uint8_t s = mem_.samples[at];
+      mem_.cur[at] = values[l];
+      const Outcome o = decide_.Decide(values[l], s);
+      mem_.dots[at] = static_cast<std::uint8_t>(o.code);
+      int term = 0;
+      if constexpr (kScan.curve_terms) {
+        if (kLtr ? (x & 1) != 0 : (x & 1) == 0) term = kLtr ? curve_a_[s] : curve_b_[s];
+      }
+      const int e = Store16(o.err + term);
+      unsigned bit = 0;
+      if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words_[l][w - 1] >> 1) & 1u;
+      mem_.next[at] = Store16(mem_.below[at] + ShareOf(kScan.inner_row_end.below[bit], e));
+    }
+  }
+
+  // The row's dots into each plane's output row: kPerByte columns a byte, the first at the
+  // high end. A step packs byte k of all four lanes at once, a lane's codes in its own byte.
+  void PackDots(std::size_t y) {
+    const std::size_t bytes = (band_.w + kPerByte - 1) / kPerByte;
+    std::uint8_t* out[kVectorLanes];
+    for (unsigned l = 0; l < n_; ++l) out[l] = band_.Out(y, p_[l]);
+    const std::uint8_t* d = mem_.dots;
+    for (std::size_t k = 0; k < bytes; ++k, d += kPerByte * kVectorLanes) {
+      std::uint32_t packed = 0;
+      for (unsigned j = 0; j < kPerByte; ++j) {
+        std::uint32_t column;
+        std::memcpy(&column, d + kVectorLanes * j, sizeof column);
+        packed |= column << (8 - kBits * (j + 1));
+      }
+      for (unsigned l = 0; l < n_; ++l) out[l][k] = static_cast<std::uint8_t>(out[l][k] | (packed >> (8 * l)));
+    }
+  }
+
+  const VectorDecider& vdecide_;
+  const Decider& decide_;
+  const Band& band_;
+  unsigned n_;
+  const std::uint8_t* curve_a_;
+  const std::uint8_t* curve_b_;
+  VectorRowsMemory mem_;
+  PlaneRows rows_[kVectorLanes];
+  RandomBitSource random_[kVectorLanes];
+  std::uint32_t* words_[kVectorLanes];
+  unsigned p_[kVectorLanes];
+};
+
+// A group of 2..kVectorLanes planes: the inner rows as vectors, then each plane's last row on
+// the scalar scan. Each lane's generator is left after its plane's draws.
+template <class Pass, class VectorDecider, class Decider>
+void RunVectorGroup(const VectorDecider& vdecide, const Decider& decide, const Band& band, FastLane* lanes, unsigned n,
+                    const ToneCurveSet& curves, VectorRowsMemory mem) {
+  VectorRows<Pass, VectorDecider, Decider> rows(vdecide, decide, band, lanes, n, curves, mem);
+  rows.Run();
+  for (unsigned l = 0; l < n; ++l) {
+    lanes[l].random = rows.random(l);
+    LockstepScan<Pass, Decider, 1> last(decide, band, &lanes[l], curves);
+    last.LastRow();
+    lanes[l].random = last.random(0);
+  }
+}
+
+}  // namespace halftone::random_split
+#endif
