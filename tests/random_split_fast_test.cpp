@@ -14,6 +14,7 @@
 #include "diffusion/four_level.h"
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_fast.h"
+#include "diffusion/random_split_vector.h"
 #include "frame/dispatch.h"
 #include "frame/engine.h"
 #include "random_split_jobs.h"
@@ -32,6 +33,26 @@ TEST(RandomSplitFast, DivisionsTruncateTowardZeroForEveryShareOperand) {
     ASSERT_EQ(random_split::DivTrunc4(x), x / 4) << x;
   }
 }
+
+#if HALFTONE_VECTOR_ROWS
+TEST(RandomSplitFast, VectorPartsTruncateTowardZeroForEvery16BitError) {
+  using random_split::Share;
+  using random_split::ShareOf;
+  for (int e0 = -32768; e0 <= 32767; e0 += 8) {
+    alignas(16) std::int16_t in[8], half[8], third[8], two[8];
+    for (int k = 0; k < 8; ++k) in[k] = static_cast<std::int16_t>(e0 + k);
+    const __m128i e = _mm_load_si128(reinterpret_cast<const __m128i*>(in));
+    _mm_store_si128(reinterpret_cast<__m128i*>(half), random_split::vec::Half(e));
+    _mm_store_si128(reinterpret_cast<__m128i*>(third), random_split::vec::Third(e));
+    _mm_store_si128(reinterpret_cast<__m128i*>(two), random_split::vec::TwoThirds(e));
+    for (int k = 0; k < 8; ++k) {
+      ASSERT_EQ(half[k], ShareOf(Share::kHalf, in[k])) << in[k];
+      ASSERT_EQ(third[k], ShareOf(Share::kThird, in[k])) << in[k];
+      ASSERT_EQ(two[k], ShareOf(Share::kTwoThirds, in[k])) << in[k];
+    }
+  }
+}
+#endif
 
 TEST(RandomSplitFast, SplitFormsGiveTheReferenceShares) {
   // Every share kind through a one-column table of each pair, against ShareOf.

@@ -1,6 +1,7 @@
 // Bilevel random-split diffusion: one dot size, the error of each pixel sent to the next pixel
 // along the scan and to the pixel below in a proportion a fresh draw picks. The members are one
 // design; the table of members below holds everything in which they differ.
+#include <optional>
 #include <vector>
 
 #include "diffusion/random_split.h"
@@ -139,6 +140,28 @@ struct BilevelPass {
     }
   };
   FastDecide Fast() const { return {}; }
+#if HALFTONE_VECTOR_ROWS
+  // The same decision on 16-bit lanes; a guard reads the sample only through s == 255.
+  struct VectorDecide {
+    struct Sample {
+      __m128i full;
+    };
+    HALFTONE_FORCE_INLINE Sample Prepare(__m128i s) const {
+      return {_mm_cmpeq_epi16(s, random_split::vec::Splat(kFullSample))};
+    }
+    HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample k, __m128i term, __m128i& code) const {
+      using random_split::vec::Splat;
+      const __m128i above = _mm_cmpgt_epi16(v, Splat(kThreshold));
+      const __m128i one = Splat(1);
+      __m128i dot = kMember.sense == Sense::kLightness ? _mm_andnot_si128(above, one) : _mm_and_si128(above, one);
+      if constexpr (kMember.guard == Guard::kWhite) dot = _mm_andnot_si128(k.full, dot);
+      if constexpr (kMember.guard == Guard::kFull) dot = _mm_or_si128(dot, _mm_and_si128(k.full, one));
+      code = dot;
+      return _mm_sub_epi16(_mm_add_epi16(v, term), _mm_and_si128(above, Splat(kFullSample)));
+    }
+  };
+  std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
+#endif
 };
 
 template <const BilevelMember& kMember>

@@ -40,7 +40,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const auto& decide = Unwrapped(decider);
 #if HALFTONE_VECTOR_ROWS
   // Vector groups take bands of two rows or more and at least two planes.
-  if constexpr (requires { pass.Vector(); }) {
+  if constexpr (requires { pass.Vector(); } && VectorSplits<Pass>()) {
     const auto vdecide = pass.Vector();
     if (vdecide && band.h >= 2 && planes >= 2) {
       const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);

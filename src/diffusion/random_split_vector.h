@@ -61,6 +61,21 @@ HALFTONE_FORCE_INLINE inline void Store8(std::uint8_t* p, __m128i v) {
 HALFTONE_FORCE_INLINE inline __m128i Half(__m128i e) {
   return _mm_srai_epi16(_mm_add_epi16(e, _mm_srli_epi16(e, 15)), 1);
 }
+// Truncating thirds of a 16-bit e: the high word of e times 2^16 / 3 rounded up (21846), one
+// added for negative e. e * 21846 / 2^16 exceeds e / 3 by e / 98304, under a third of a unit
+// for |e| < 32768 and exactly a third at -32768, which still floors to the same result.
+HALFTONE_FORCE_INLINE inline __m128i Third(__m128i e) {
+  constexpr short kThirdUp = 21846;
+  return _mm_sub_epi16(_mm_mulhi_epi16(e, _mm_set1_epi16(kThirdUp)), _mm_srai_epi16(e, 15));
+}
+// Truncating two thirds, (2e) / 3: 2^17 / 3 rounded up is 43691, out of the signed 16-bit
+// range, so e times (43691 - 2^16) plus e; the excess is e / 196608, under a sixth of a unit.
+// The sum wraps on the way but the result fits in 16 bits, so it comes out exact.
+HALFTONE_FORCE_INLINE inline __m128i TwoThirds(__m128i e) {
+  constexpr short kTwoThirdsUpLess2_16 = 43691 - 65536;
+  return _mm_sub_epi16(_mm_add_epi16(_mm_mulhi_epi16(e, _mm_set1_epi16(kTwoThirdsUpLess2_16)), e),
+                       _mm_srai_epi16(e, 15));
+}
 // `pick ? a : b` for an all-ones or all-zeros pick.
 HALFTONE_FORCE_INLINE inline __m128i Select(__m128i pick, __m128i a, __m128i b) {
   return _mm_or_si128(_mm_and_si128(pick, a), _mm_andnot_si128(pick, b));
@@ -154,6 +169,21 @@ inline void InterleaveCodes(const std::uint32_t* const words[kVectorLanes], std:
     for (unsigned l = 0; l < kVectorLanes; ++l) out[kVectorLanes * i + l] = static_cast<std::uint8_t>((words[l][i] >> 1) & mask);
 }
 
+// Whether the vector rows can form a pass's inner-row splits: each column, in both
+// directions, linear in the error with a divisor of 1, 2 or 3, the same in both columns.
+template <class Pass>
+constexpr bool VectorSplits() {
+  const auto fits = [](const ColumnForm& c) { return c.kind == ColumnKind::kLinear && c.den >= 1 && c.den <= 3; };
+  using Ltr = FastSplit<Pass, RowKind::kInnerLtr>;
+  using Rtl = FastSplit<Pass, RowKind::kInnerRtl>;
+  // One divisor a row: the parts of e are formed once for both columns.
+  const auto share_parts = [](const ColumnForm& a, const ColumnForm& b) {
+    return a.den == 1 || b.den == 1 || a.den == b.den;
+  };
+  return fits(Ltr::kAlong) && fits(Ltr::kBelow) && fits(Rtl::kAlong) && fits(Rtl::kBelow) &&
+         share_parts(Ltr::kAlong, Ltr::kBelow) && share_parts(Rtl::kAlong, Rtl::kBelow);
+}
+
 template <class Pass, class VectorDecider, class Decider>
 class VectorRows {
  public:
@@ -227,23 +257,23 @@ class VectorRows {
   static constexpr unsigned kCodes = kScan.draw_bits == 2 ? 4 : 2;
   static constexpr std::size_t kRowEndDraws = kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
 
-  // The split codes whose share in a column is the whole error (kHalf false) or its half.
-  template <const ColumnForm& kCol, bool kHalf>
+  // The split codes whose share in a column is kNum / den of the error.
+  template <const ColumnForm& kCol, int kNum>
   HALFTONE_FORCE_INLINE static __m128i CodesWhere(__m128i code) {
     __m128i m = _mm_setzero_si128();
     [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) HALFTONE_FORCE_INLINE {
-      ((m = (kHalf ? 2 * kCol.num[c] == kCol.den : kCol.num[c] == kCol.den)
-                ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c)))
-                : m),
-       ...);
+      ((m = kCol.num[c] == kNum ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c))) : m), ...);
     }(std::make_integer_sequence<unsigned, kCodes>{});
     return m;
   }
+  // A column's share for each lane's split code: none, all, or one or two parts of the error
+  // (`one` is e / den, `two` is (2e) / den, both truncated toward zero).
   template <const ColumnForm& kCol>
-  HALFTONE_FORCE_INLINE static __m128i Share(__m128i code, __m128i e, __m128i half) {
-    static_assert(kCol.kind == ColumnKind::kLinear && kCol.den <= 2, "whole, half or no share only");
-    return _mm_or_si128(_mm_and_si128(CodesWhere<kCol, false>(code), e),
-                        _mm_and_si128(CodesWhere<kCol, true>(code), half));
+  HALFTONE_FORCE_INLINE static __m128i Share(__m128i code, __m128i e, __m128i one, __m128i two) {
+    __m128i share = _mm_and_si128(CodesWhere<kCol, kCol.den>(code), e);
+    if constexpr (kCol.den >= 2) share = _mm_or_si128(share, _mm_and_si128(CodesWhere<kCol, 1>(code), one));
+    if constexpr (kCol.den >= 3) share = _mm_or_si128(share, _mm_and_si128(CodesWhere<kCol, 2>(code), two));
+    return share;
   }
 
   // The row's draws, the samples below it and its curve terms, interleaved.
@@ -293,10 +323,17 @@ class VectorRows {
       __m128i dot;
       const __m128i e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
       vec::Store8(dots + at, dot);
-      const __m128i half = vec::Half(e);
+      constexpr int kDen = Splits::kAlong.den > Splits::kBelow.den ? Splits::kAlong.den : Splits::kBelow.den;
+      __m128i one = e, two = e;
+      if constexpr (kDen == 2) {
+        one = vec::Half(e);
+      } else if constexpr (kDen == 3) {
+        one = vec::Third(e);
+        two = vec::TwoThirds(e);
+      }
       const __m128i code = vec::Load8(codes + kVectorLanes * i);
-      const __m128i along = Share<Splits::kAlong>(code, e, half);
-      const __m128i down = Share<Splits::kBelow>(code, e, half);
+      const __m128i along = Share<Splits::kAlong>(code, e, one, two);
+      const __m128i down = Share<Splits::kBelow>(code, e, one, two);
       vec::Store16(next + at, _mm_add_epi16(vec::Load8(below + at), down));
       v = _mm_add_epi16(vec::Load16(cur + at + kStep), along);
     }
