@@ -1,6 +1,8 @@
 // Eight-level random-split diffusion: four bits a pixel, drop codes 0 (none) to 7 (largest).
 // The scan is the grouped one (halves within the band, thirds into the next) without tone-curve
 // terms; the two members differ only in the quantiser.
+#include <optional>
+
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
 #include "frame/job.h"
@@ -97,6 +99,10 @@ struct FixedLevelsPass {
     t.Build([](int) { return 0u; }, [&](int v, int s) { return Decide(v, s); });
     return t;
   }
+#if HALFTONE_VECTOR_ROWS
+  using VectorDecide = random_split::FixedStepsDecide<kFixedThresholds, kFixedLevels, kLargestCode>;
+  std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
+#endif
 };
 
 template <class Pass>

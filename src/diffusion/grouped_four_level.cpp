@@ -121,23 +121,7 @@ struct FixedLevelsPass {
     return t;
   }
 #if HALFTONE_VECTOR_ROWS
-  // The same decision on 16-bit lanes: a step of level for every threshold passed.
-  struct VectorDecide {
-    struct Sample {};
-    HALFTONE_FORCE_INLINE Sample Prepare(__m128i) const { return {}; }
-    HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample, __m128i term, __m128i& code) const {
-      using random_split::vec::Splat;
-      __m128i passed[3];
-      for (unsigned i = 0; i < 3; ++i) passed[i] = _mm_cmpgt_epi16(v, Splat(kFixedThresholds[i]));
-      __m128i steps = _mm_setzero_si128(), count = _mm_setzero_si128();
-      for (unsigned i = 0; i < 3; ++i) {
-        steps = _mm_add_epi16(steps, _mm_and_si128(passed[i], Splat(kFixedLevels[i + 1] - kFixedLevels[i])));
-        count = _mm_add_epi16(count, passed[i]);
-      }
-      code = _mm_add_epi16(Splat(kCodeL0), count);  // each threshold passed is -1
-      return _mm_sub_epi16(_mm_add_epi16(v, _mm_add_epi16(term, Splat(-kFixedLevels[0]))), steps);
-    }
-  };
+  using VectorDecide = random_split::FixedStepsDecide<kFixedThresholds, kFixedLevels, kCodeL0>;
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
 #endif
 };

@@ -27,6 +27,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "diffusion/random_split_fast.h"
 
@@ -82,6 +83,27 @@ HALFTONE_FORCE_INLINE inline __m128i Select(__m128i pick, __m128i a, __m128i b) 
 }
 
 }  // namespace vec
+
+// A vector decision by fixed ascending thresholds on the corrected value alone: after i
+// thresholds passed, level kLevels[i] and code kTopCode - i. The raw sample plays no part.
+template <const auto& kThresholds, const auto& kLevels, unsigned kTopCode>
+struct FixedStepsDecide {
+  static constexpr std::size_t kSteps = std::size(kThresholds);
+  static_assert(std::size(kLevels) == kSteps + 1);
+  struct Sample {};
+  HALFTONE_FORCE_INLINE Sample Prepare(__m128i) const { return {}; }
+  // The error v - level + term, and the code.
+  HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample, __m128i term, __m128i& code) const {
+    __m128i steps = _mm_setzero_si128(), count = _mm_setzero_si128();
+    for (std::size_t i = 0; i < kSteps; ++i) {
+      const __m128i passed = _mm_cmpgt_epi16(v, vec::Splat(kThresholds[i]));  // all ones: -1
+      steps = _mm_add_epi16(steps, _mm_and_si128(passed, vec::Splat(kLevels[i + 1] - kLevels[i])));
+      count = _mm_add_epi16(count, passed);
+    }
+    code = _mm_add_epi16(vec::Splat(kTopCode), count);
+    return _mm_sub_epi16(_mm_add_epi16(v, _mm_add_epi16(term, vec::Splat(-kLevels[0]))), steps);
+  }
+};
 
 // The interleaved rows of one vector group, carved from one block of scratch memory.
 struct VectorRowsMemory {
