@@ -5,6 +5,7 @@
 // layer table, on one thread and two.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -235,6 +236,46 @@ TEST(RestrictedFast, RowsLongerThanADrawChunkMatchTheReference) {
   // A row whose draws span two chunks of the drawn stream, forward and backward.
   const std::size_t w = serpentine_lockstep::kDrawChunk + 37;
   ExpectJobsMatch({{w, 3}, {w, 2}}, 2, 900, "w " + std::to_string(w));
+}
+
+TEST(RestrictedFast, ErrorsDrivenToTheTopOf16BitsMatchTheReference) {
+  // White input and every curve at 255: each curve column adds 255 of error that no dot takes
+  // out, so the carried values climb to the top of 16 bits and wrap.
+  const auto members = Members();
+  for (std::size_t k = 0; k < members.size(); ++k) {
+    std::vector<Snapshot> runs[2];
+    int highest = 0;
+    for (const bool fast : {false, true}) {
+      SetForceScalar(fast ? 0 : 1);
+      auto e = MakeEngine(31);
+      LoadState(*e, 4);
+      for (auto& slot : e->curves.slots) slot.fill(255);
+      const std::size_t w = 40, h = 16;
+      const unsigned planes = 4, bands = 24;
+      for (unsigned i = 0; i < bands; ++i) {
+        auto src = MakeBand(w, h, planes, [](std::size_t, std::size_t, unsigned) { return 255u; });
+        std::vector<std::uint8_t> dst(DotStride(w, members[k].bits) * planes * h, kCanary);
+        const unsigned phase = i == 0 ? 1 : (i + 1 == bands ? 3 : 0);
+        ASSERT_EQ(members[k].call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}), 0);
+        Snapshot s{dst, {}, {}, {}, e->random.NextStateWord()};
+        if (e->rows.live()) {
+          s.carry.assign(e->rows.carry_all(), e->rows.carry_all() + w * planes);
+          s.a.assign(e->rows.a(), e->rows.a() + w);
+          s.b.assign(e->rows.b(), e->rows.b() + w);
+          for (const auto* row : {&s.carry, &s.a, &s.b})
+            for (const std::int16_t c : *row) highest = std::max(highest, static_cast<int>(c));
+        }
+        runs[fast].push_back(s);
+      }
+    }
+    SetForceScalar(-1);
+    ASSERT_EQ(runs[0].size(), runs[1].size());
+    for (std::size_t i = 0; i < runs[0].size(); ++i)
+      ASSERT_TRUE(runs[0][i] == runs[1][i]) << members[k].name << " band " << i;
+    if (members[k].name == std::string("curve bias")) {
+      EXPECT_GT(highest, 30000) << "the errors must come near the wrap";
+    }
+  }
 }
 
 TEST(RestrictedFast, ExtremeInputsMatchTheReference) {

@@ -109,7 +109,8 @@ struct FixedStepsDecide {
 struct VectorRowsMemory {
   std::int16_t* cur;           // the working row being scanned
   std::int16_t* next;          // the row below, prepared by this row
-  std::int16_t* terms[2];      // curve terms of left-to-right rows (odd x) and right-to-left (even x)
+  std::int16_t* terms[2];      // curve terms of left-to-right rows (odd x) and right-to-left (even x);
+                               // adjacent, so together one row of 32-bit entries (`records`)
   std::uint8_t* samples;       // this row's samples
   std::uint8_t* below;         // the next row's samples
   std::uint8_t* codes;         // split codes by scan position
@@ -124,6 +125,9 @@ struct VectorRowsMemory {
     const std::size_t n = Columns(w) * kVectorLanes;
     return 4 * Round(n * sizeof(std::int16_t)) + 4 * Round(n);
   }
+  // terms[0] and terms[1] as one row of 32-bit entries (a row's size in bytes is a multiple of
+  // the alignment, so they abut).
+  std::uint32_t* records() const { return reinterpret_cast<std::uint32_t*>(terms[0]); }
   static VectorRowsMemory In(void* memory, std::size_t w) {
     const std::size_t n = Columns(w) * kVectorLanes;
     auto* p = static_cast<unsigned char*>(memory);

@@ -12,6 +12,7 @@
 #include "tablediffusion/error_shares.h"
 #include "tablediffusion/integer_diffusion.h"
 #include "tablediffusion/serpentine_lockstep.h"
+#include "tablediffusion/serpentine_vector.h"
 
 namespace halftone {
 namespace {
@@ -188,6 +189,31 @@ struct LayerKernel {
     }
     return {dot, ahead, e - ahead};
   }
+
+#if HALFTONE_VECTOR_ROWS
+  // Vector rows for the drawing members without the layer table: the rule of a pixel by its
+  // level's split band and its draw, the curve term by level and column.
+  static constexpr bool kVectorRows = !M.layer && kDraws;
+  std::uint16_t Rule(std::uint8_t level, unsigned drawn) const {
+    static constexpr std::array<std::uint16_t, 3 * kDrawnCodes> kFlags = [] {
+      std::array<std::uint16_t, 3 * kDrawnCodes> f{};
+      const auto masks = AheadMaskTable<M>();
+      for (std::size_t i = 0; i < f.size(); ++i) f[i] = serpentine_lockstep::RuleFlags(masks[i]);
+      return f;
+    }();
+    return kFlags[kSplitBand[level] * kDrawnCodes + (drawn & (kDrawnCodes - 1))];
+  }
+  template <bool kLtr>
+  int Term(std::uint8_t level, std::size_t odd) const {
+    return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
+  }
+  // A dot where s <= the threshold; the error is the biased value, less white without a dot.
+  HALFTONE_FORCE_INLINE __m128i VectorError(__m128i s, __m128i biased, __m128i& dot) const {
+    using random_split::vec::Splat;
+    dot = _mm_cmpgt_epi16(Splat(kThreshold + 1), s);
+    return _mm_sub_epi16(biased, _mm_andnot_si128(dot, Splat(kWhite)));
+  }
+#endif
 };
 
 template <const LayerModulatedTraits& M>
@@ -197,7 +223,13 @@ void FastBand(Engine& engine, const Band& band) {
     BuildCurveTermTable<M.ltr>(engine, ltr);
     BuildCurveTermTable<M.rtl>(engine, rtl);
   }
-  serpentine_lockstep::RunBand(LayerKernel<M>{ltr.data(), rtl.data(), &engine.tables.layers}, engine, band);
+  const LayerKernel<M> kernel{ltr.data(), rtl.data(), &engine.tables.layers};
+#if HALFTONE_VECTOR_ROWS
+  if constexpr (LayerKernel<M>::kVectorRows) {
+    if (band.h >= 2 && band.planes >= 2) return serpentine_lockstep::RunBandVector(kernel, engine, band);
+  }
+#endif
+  serpentine_lockstep::RunBand(kernel, engine, band);
 }
 
 template <const LayerModulatedTraits& M>

@@ -132,6 +132,16 @@ class Scan {
     });
   }
 
+  // The band's last row alone, on working rows that hold what the rows before it left; each
+  // lane's draws start at that row's.
+  void LastRow() {
+    const std::size_t h = band_.h;
+    if (((h - 1) & 1) == 0)
+      Row<true, true, true>(h - 1);
+    else
+      Row<false, true, true>(h - 1);
+  }
+
  private:
   static constexpr unsigned kBits = Kernel::kBits;
   static constexpr unsigned kPerByte = 8 / kBits;

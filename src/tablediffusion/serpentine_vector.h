@@ -1,0 +1,275 @@
+// The inner rows of the table-driven serpentine lockstep scan (serpentine_lockstep.h) with the
+// planes of a group as the 16-bit lanes of one SSE2 vector, for kernels whose rows hold bare
+// error and whose pixel picks its split rule by input level and draw. As in the random-split
+// vector rows, the rows are kept interleaved (entry 4x + l is lane l at column x), and each
+// row is prepared, scanned and its dots packed. The preparation looks up, lane by lane, each
+// pixel's curve term and rule (whole error, a third or a half, ahead or down) so the scan only
+// does the arithmetic on the pixel-to-pixel chain.
+//
+// The scan's value and error are ints that a 16-bit lane holds only while the carried value
+// stays below kHeldLimit; a column where a lane's value is above it (errors driven to the
+// wrap by extreme curves) is done by the scalar kernel, lane by lane. The pixel ending a row
+// and the band's last row are left to the scalar scan.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "diffusion/random_split_vector.h"
+#include "tablediffusion/serpentine_lockstep.h"
+
+#if HALFTONE_VECTOR_ROWS
+namespace halftone::serpentine_lockstep {
+
+using random_split::kVectorLanes;
+using random_split::VectorRowsMemory;
+
+// A pixel's split rule as flags in the top bits of a 16-bit entry, so each flag becomes a lane
+// mask with a shift left and an arithmetic shift right.
+inline constexpr unsigned kRuleWholeBit = 15, kRuleThirdBit = 14, kRuleHalfBit = 13, kRuleNegateBit = 12;
+constexpr std::uint16_t RuleFlags(const AheadMasks& m) {
+  unsigned f = 0;
+  if (m.whole) f |= 1u << kRuleWholeBit;
+  if (m.divides && m.mul == static_cast<std::uint32_t>(random_split::RoundedUpReciprocal(3))) f |= 1u << kRuleThirdBit;
+  if (m.divides && m.mul == static_cast<std::uint32_t>(random_split::RoundedUpReciprocal(2))) f |= 1u << kRuleHalfBit;
+  if (m.negate) f |= 1u << kRuleNegateBit;
+  return static_cast<std::uint16_t>(f);
+}
+
+// The carried value above which a lane's int arithmetic may leave 16 bits: the sum of the
+// value, an input level and a curve term (each at most 255) must stay a 16-bit value.
+inline constexpr int kHeldLimit = 32767 - 2 * 255;
+
+// A kernel on this path provides, besides the scalar Step:
+//   kVectorRows                     true;
+//   Rule(level, drawn)              the pixel's rule flags (RuleFlags), by the draw's two low
+//                                   bits only;
+//   Term<kLtr>(level, odd)          its curve term (0..65535 as a 16-bit value);
+//   VectorError(s, biased, dot)     from s = level + value and biased = s + term, the error
+//                                   and the dot (all ones where a dot is set).
+template <class Kernel>
+class VectorScan {
+ public:
+  VectorScan(const Kernel& kernel, const Band& band, const Lane* lanes, unsigned n, VectorRowsMemory mem)
+      : k_(kernel), band_(band), n_(n), mem_(mem) {
+    for (unsigned l = 0; l < kVectorLanes; ++l) lanes_[l] = lanes[l < n ? l : 0];
+  }
+
+  // Rows 0 .. h-2 (h >= 2), leaving each lane's working rows as the scalar scan leaves them
+  // before the last row.
+  void Run() {
+    const std::size_t w = band_.w, h = band_.h;
+    std::memset(mem_.dots, 0, VectorRowsMemory::Columns(w) * kVectorLanes);
+    MakeRecords<true>();
+    MakeRecords<false>();
+    for (unsigned l = 0; l < kVectorLanes; ++l)
+      for (std::size_t x = 0; x < w; ++x) {
+        mem_.cur[kVectorLanes * x + l] = lanes_[l].carry[x];
+        if (l < n_) lanes_[l].carry[x] = 0;
+      }
+    for (std::size_t y = 0; y + 1 < h; ++y) {
+      const bool keep = y + 2 >= h;
+      if ((y & 1) == 0)
+        keep ? Row<true, true>(y) : Row<true, false>(y);
+      else
+        keep ? Row<false, true>(y) : Row<false, false>(y);
+    }
+    const bool ltr = ((h - 2) & 1) == 0;
+    for (unsigned l = 0; l < n_; ++l) {
+      std::int16_t* scanned = ltr ? lanes_[l].a : lanes_[l].b;
+      std::int16_t* starting = ltr ? lanes_[l].b : lanes_[l].a;
+      for (std::size_t x = 0; x < w; ++x) {
+        scanned[x] = mem_.next[kVectorLanes * x + l];
+        starting[x] = mem_.cur[kVectorLanes * x + l];
+      }
+    }
+  }
+
+ private:
+  static constexpr unsigned kBits = Kernel::kBits;
+  static constexpr unsigned kPerByte = 8 / kBits;
+
+  // A pixel's curve term (low half) and rule flags (high half) by scan direction, column
+  // parity, input level and the draw's two low bits, made once per group.
+  static constexpr std::size_t kRuleCodes = 4;
+  static constexpr std::size_t kPerParity = kCurveLength * kRuleCodes;
+  template <bool kLtr>
+  void MakeRecords() {
+    for (unsigned odd = 0; odd < 2; ++odd)
+      for (std::size_t level = 0; level < kCurveLength; ++level)
+        for (unsigned code = 0; code < kRuleCodes; ++code) {
+          const auto v = static_cast<std::uint8_t>(level);
+          const auto term = static_cast<std::uint16_t>(k_.template Term<kLtr>(v, odd));
+          records_[kLtr][odd * kPerParity + level * kRuleCodes + code] =
+              term | std::uint32_t{k_.Rule(v, code)} << 16;
+        }
+  }
+
+  // The row's levels, and each pixel's record.
+  template <bool kLtr>
+  void PrepareRow(std::size_t y) {
+    const std::size_t w = band_.w;
+    const std::uint8_t* in[kVectorLanes];
+    for (unsigned l = 0; l < kVectorLanes; ++l) in[l] = band_.In(y, lanes_[l].p);
+    random_split::InterleaveBytes(in, w, mem_.samples);
+    auto* out = reinterpret_cast<unsigned char*>(mem_.records());
+    const std::uint32_t* even = records_[kLtr];
+    const std::uint32_t* odd = records_[kLtr] + kPerParity;
+    for (unsigned l = 0; l < kVectorLanes; ++l) {
+      const std::uint8_t* level = in[l];
+      const std::uint8_t* drawn = lanes_[l].drawn + y * w;  // by scan position
+      const auto put = [&](std::size_t x, const std::uint32_t* table) HALFTONE_FORCE_INLINE {
+        const std::uint32_t r = table[level[x] * kRuleCodes + (drawn[kLtr ? x : w - 1 - x] & (kRuleCodes - 1))];
+        std::memcpy(out + sizeof r * (kVectorLanes * x + l), &r, sizeof r);
+      };
+      std::size_t x = 0;
+      for (; x + 2 <= w; x += 2) {
+        put(x, even);
+        put(x + 1, odd);
+      }
+      if (x < w) put(x, even);
+    }
+  }
+
+  template <bool kLtr, bool kKeep>
+  void Row(std::size_t y) {
+    using namespace random_split::vec;
+    PrepareRow<kLtr>(y);
+    const std::size_t w = band_.w;
+    k_.SetRow(y);
+    std::int16_t* const cur = mem_.cur;
+    std::int16_t* const next = mem_.next;
+    const unsigned char* const records = reinterpret_cast<const unsigned char*>(mem_.records());
+    const std::uint8_t* const levels = mem_.samples;
+    std::uint8_t* const dots = mem_.dots;
+    constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
+    const __m128i limit = Splat(kHeldLimit), one = Splat(1);
+
+    std::size_t at = kLtr ? 0 : (w - 1) * kVectorLanes;
+    __m128i held = Load16(cur + at);
+    for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
+      if constexpr (kKeep) Store16(cur + at, held);
+      __m128i ahead, down, dot;
+      if (_mm_movemask_epi8(_mm_cmpgt_epi16(held, limit)) == 0) [[likely]] {
+        // The four records' low halves (terms) to the low quadword, high halves (rules) above.
+        __m128i rec = _mm_loadu_si128(reinterpret_cast<const __m128i*>(records + sizeof(std::uint32_t) * at));
+        rec = _mm_shufflelo_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
+        rec = _mm_shufflehi_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
+        rec = _mm_shuffle_epi32(rec, _MM_SHUFFLE(3, 1, 2, 0));
+        const __m128i flags = _mm_unpackhi_epi64(rec, rec);
+        const __m128i s = _mm_add_epi16(Load8(levels + at), held);
+        const __m128i e = k_.VectorError(s, _mm_add_epi16(s, rec), dot);
+        const auto mask = [&](unsigned bit) HALFTONE_FORCE_INLINE {
+          return _mm_srai_epi16(_mm_slli_epi16(flags, static_cast<int>(15 - bit)), 15);
+        };
+        const __m128i part = _mm_or_si128(_mm_and_si128(Third(e), mask(kRuleThirdBit)),
+                                          _mm_and_si128(Half(e), mask(kRuleHalfBit)));
+        const __m128i negate = mask(kRuleNegateBit);
+        ahead = _mm_add_epi16(_mm_and_si128(e, mask(kRuleWholeBit)),
+                              _mm_sub_epi16(_mm_xor_si128(part, negate), negate));
+        down = _mm_sub_epi16(e, ahead);
+      } else {
+        ScalarColumn<kLtr>(held, y, i, at / kVectorLanes, ahead, down, dot);
+      }
+      Store16(next + at, down);
+      Store8(dots + at, _mm_and_si128(dot, one));
+      held = _mm_add_epi16(Load16(cur + at + kStep), ahead);
+    }
+    EndPixel<kLtr>(held, y);
+    PackDots(y);
+    std::swap(mem_.cur, mem_.next);
+  }
+
+  // A column whose values may leave 16 bits: each lane by the scalar kernel.
+  template <bool kLtr>
+  [[gnu::noinline]] void ScalarColumn(__m128i held, std::size_t y, std::size_t i, std::size_t x, __m128i& ahead,
+                                      __m128i& down, __m128i& dot) const {
+    alignas(16) std::int16_t h[8], a[8] = {}, d[8] = {}, c[8] = {};
+    _mm_store_si128(reinterpret_cast<__m128i*>(h), held);
+    for (unsigned l = 0; l < kVectorLanes; ++l) {
+      const std::uint8_t level = band_.In(y, lanes_[l].p)[x];
+      const unsigned drawn = Kernel::kDraws ? lanes_[l].drawn[y * band_.w + i] : 0u;
+      const PixelOut o = k_.template Step<kLtr>(level, h[l], x, static_cast<unsigned>(x & 1), drawn);
+      a[l] = Store16(o.ahead);
+      d[l] = Store16(o.down);
+      c[l] = static_cast<std::int16_t>(-static_cast<int>(o.code));
+    }
+    ahead = _mm_load_si128(reinterpret_cast<const __m128i*>(a));
+    down = _mm_load_si128(reinterpret_cast<const __m128i*>(d));
+    dot = _mm_load_si128(reinterpret_cast<const __m128i*>(c));
+  }
+
+  // The pixel ending the row, lane by lane: its ahead share is dropped.
+  template <bool kLtr>
+  void EndPixel(__m128i held, std::size_t y) {
+    const std::size_t w = band_.w;
+    const std::size_t x = kLtr ? w - 1 : 0;
+    alignas(16) std::int16_t h[8];
+    _mm_store_si128(reinterpret_cast<__m128i*>(h), held);
+    for (unsigned l = 0; l < n_; ++l) {
+      const std::size_t at = kVectorLanes * x + l;
+      mem_.cur[at] = h[l];
+      const unsigned drawn = Kernel::kDraws ? lanes_[l].drawn[y * w + (w - 1)] : 0u;
+      const PixelOut o = k_.template Step<kLtr>(mem_.samples[at], h[l], x, static_cast<unsigned>(x & 1), drawn);
+      mem_.next[at] = Store16(o.down);
+      mem_.dots[at] = static_cast<std::uint8_t>(o.code);
+    }
+  }
+
+  void PackDots(std::size_t y) {
+    const std::size_t bytes = (band_.w + kPerByte - 1) / kPerByte;
+    std::uint8_t* out[kVectorLanes];
+    for (unsigned l = 0; l < n_; ++l) out[l] = band_.Out(y, lanes_[l].p);
+    const std::uint8_t* d = mem_.dots;
+    for (std::size_t k = 0; k < bytes; ++k, d += kPerByte * kVectorLanes) {
+      std::uint32_t packed = 0;
+      for (unsigned j = 0; j < kPerByte; ++j) {
+        std::uint32_t column;
+        std::memcpy(&column, d + kVectorLanes * j, sizeof column);
+        packed |= column << (8 - kBits * (j + 1));
+      }
+      for (unsigned l = 0; l < n_; ++l) out[l][k] = static_cast<std::uint8_t>(out[l][k] | (packed >> (8 * l)));
+    }
+  }
+
+  Kernel k_;
+  const Band& band_;
+  unsigned n_;
+  VectorRowsMemory mem_;
+  Lane lanes_[kVectorLanes];
+  std::uint32_t records_[2][2 * kPerParity];  // [left to right][parity * kPerParity + ...]
+};
+
+// Every plane of a band (w >= 1, h >= 2) for a kernel with vector rows: groups of up to four
+// planes as vector lanes, each plane's last row (and a lone plane's band) on the scalar scan.
+template <class Kernel>
+void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
+  const unsigned planes = band.planes;
+  const std::size_t per_plane = band.w * band.h;
+  const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes);
+  const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
+  const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
+  auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
+  ForEachLockstepGroup(engine.threads, planes, kVectorLanes, [&](unsigned first, unsigned n) {
+    Lane lanes[kVectorLanes];
+    for (unsigned l = 0; l < n; ++l) {
+      const unsigned p = first + l;
+      lanes[l] = {LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w),
+                  drawn + per_plane * p, p};
+    }
+    if (n == 1) {
+      Scan<Kernel, 1>(kernel, band, lanes).Run();
+      return;
+    }
+    VectorScan<Kernel>(kernel, band, lanes, n, VectorRowsMemory::In(memory + bytes * (first / size), band.w)).Run();
+    for (unsigned l = 0; l < n; ++l) {
+      Lane last = lanes[l];
+      last.drawn += (band.h - 1) * band.w;
+      Scan<Kernel, 1>(kernel, band, &last).LastRow();
+    }
+  });
+}
+
+}  // namespace halftone::serpentine_lockstep
+#endif
