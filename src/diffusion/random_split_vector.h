@@ -195,19 +195,20 @@ inline void InterleaveCodes(const std::uint32_t* const words[kVectorLanes], std:
     for (unsigned l = 0; l < kVectorLanes; ++l) out[kVectorLanes * i + l] = static_cast<std::uint8_t>((words[l][i] >> 1) & mask);
 }
 
-// Whether the vector rows can form a pass's inner-row splits: each column, in both
-// directions, linear in the error with a divisor of 1, 2 or 3, the same in both columns.
+// The shares the vector rows form: whole, half, third, two thirds and the rest after a third
+// (quarters would need their own rounding of 3e / 4, which no vector pass uses).
+constexpr bool VectorShare(Share s) {
+  return s == Share::kNone || s == Share::kAll || s == Share::kHalf || s == Share::kThird ||
+         s == Share::kTwoThirds || s == Share::kRestAfterThird;
+}
+// Whether the vector rows can form a pass's inner-row splits.
 template <class Pass>
 constexpr bool VectorSplits() {
-  const auto fits = [](const ColumnForm& c) { return c.kind == ColumnKind::kLinear && c.den >= 1 && c.den <= 3; };
-  using Ltr = FastSplit<Pass, RowKind::kInnerLtr>;
-  using Rtl = FastSplit<Pass, RowKind::kInnerRtl>;
-  // One divisor a row: the parts of e are formed once for both columns.
-  const auto share_parts = [](const ColumnForm& a, const ColumnForm& b) {
-    return a.den == 1 || b.den == 1 || a.den == b.den;
-  };
-  return fits(Ltr::kAlong) && fits(Ltr::kBelow) && fits(Rtl::kAlong) && fits(Rtl::kBelow) &&
-         share_parts(Ltr::kAlong, Ltr::kBelow) && share_parts(Rtl::kAlong, Rtl::kBelow);
+  constexpr unsigned kCodes = Pass::kScan.draw_bits == 2 ? 4 : 2;
+  for (const Split* row : {Pass::kScan.splits.inner_ltr, Pass::kScan.splits.inner_rtl})
+    for (unsigned c = 0; c < kCodes; ++c)
+      if (!VectorShare(row[c].along) || !VectorShare(row[c].below)) return false;
+  return true;
 }
 
 template <class Pass, class VectorDecider, class Decider>
@@ -283,22 +284,49 @@ class VectorRows {
   static constexpr unsigned kCodes = kScan.draw_bits == 2 ? 4 : 2;
   static constexpr std::size_t kRowEndDraws = kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
 
-  // The split codes whose share in a column is kNum / den of the error.
-  template <const ColumnForm& kCol, int kNum>
-  HALFTONE_FORCE_INLINE static __m128i CodesWhere(__m128i code) {
+  // The parts of an error e a share can be, each formed once a pixel (and only if used).
+  struct Parts {
+    __m128i e, half, third, two_thirds;
+  };
+  HALFTONE_FORCE_INLINE static __m128i PartOf(Share share, const Parts& p) {
+    switch (share) {
+      case Share::kAll: return p.e;
+      case Share::kHalf: return p.half;
+      case Share::kThird: return p.third;
+      case Share::kTwoThirds: return p.two_thirds;
+      case Share::kRestAfterThird: return _mm_sub_epi16(p.e, p.third);
+      default: return _mm_setzero_si128();
+    }
+  }
+  // The split codes whose share in a column is `kind`, as a lane mask (the compares are off
+  // the error's chain).
+  template <const Split* kSplits, bool kBelow, Share kKind>
+  HALFTONE_FORCE_INLINE static __m128i CodesOf(__m128i code) {
     __m128i m = _mm_setzero_si128();
     [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) HALFTONE_FORCE_INLINE {
-      ((m = kCol.num[c] == kNum ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c))) : m), ...);
+      ((m = Pick(kSplits[c], kBelow) == kKind ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c))) : m), ...);
     }(std::make_integer_sequence<unsigned, kCodes>{});
     return m;
   }
-  // A column's share for each lane's split code: none, all, or one or two parts of the error
-  // (`one` is e / den, `two` is (2e) / den, both truncated toward zero).
-  template <const ColumnForm& kCol>
-  HALFTONE_FORCE_INLINE static __m128i Share(__m128i code, __m128i e, __m128i one, __m128i two) {
-    __m128i share = _mm_and_si128(CodesWhere<kCol, kCol.den>(code), e);
-    if constexpr (kCol.den >= 2) share = _mm_or_si128(share, _mm_and_si128(CodesWhere<kCol, 1>(code), one));
-    if constexpr (kCol.den >= 3) share = _mm_or_si128(share, _mm_and_si128(CodesWhere<kCol, 2>(code), two));
+  template <const Split* kSplits, bool kBelow, Share kKind>
+  static constexpr bool kUses = [] {
+    for (unsigned c = 0; c < kCodes; ++c)
+      if (Pick(kSplits[c], kBelow) == kKind) return true;
+    return false;
+  }();
+  // A column's share for each lane's split code: the part its code's split names.
+  template <const Split* kSplits, bool kBelow>
+  HALFTONE_FORCE_INLINE static __m128i ShareFor(__m128i code, const Parts& parts) {
+    __m128i share = _mm_setzero_si128();
+    const auto add = [&]<Share kKind>() HALFTONE_FORCE_INLINE {
+      if constexpr (kUses<kSplits, kBelow, kKind>)
+        share = _mm_or_si128(share, _mm_and_si128(CodesOf<kSplits, kBelow, kKind>(code), PartOf(kKind, parts)));
+    };
+    add.template operator()<Share::kAll>();
+    add.template operator()<Share::kHalf>();
+    add.template operator()<Share::kThird>();
+    add.template operator()<Share::kTwoThirds>();
+    add.template operator()<Share::kRestAfterThird>();
     return share;
   }
 
@@ -328,7 +356,7 @@ class VectorRows {
 
   template <bool kLtr, bool kKeep>
   void Row(std::size_t y) {
-    using Splits = FastSplit<Pass, kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl>;
+    constexpr const Split* kSplits = kLtr ? kScan.splits.inner_ltr : kScan.splits.inner_rtl;
     PrepareRow<kLtr>(y);
     const std::size_t w = band_.w;
     const VectorDecider vdecide = vdecide_;
@@ -349,17 +377,10 @@ class VectorRows {
       __m128i dot;
       const __m128i e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
       vec::Store8(dots + at, dot);
-      constexpr int kDen = Splits::kAlong.den > Splits::kBelow.den ? Splits::kAlong.den : Splits::kBelow.den;
-      __m128i one = e, two = e;
-      if constexpr (kDen == 2) {
-        one = vec::Half(e);
-      } else if constexpr (kDen == 3) {
-        one = vec::Third(e);
-        two = vec::TwoThirds(e);
-      }
+      const Parts parts{e, vec::Half(e), vec::Third(e), vec::TwoThirds(e)};
       const __m128i code = vec::Load8(codes + kVectorLanes * i);
-      const __m128i along = Share<Splits::kAlong>(code, e, one, two);
-      const __m128i down = Share<Splits::kBelow>(code, e, one, two);
+      const __m128i along = ShareFor<kSplits, false>(code, parts);
+      const __m128i down = ShareFor<kSplits, true>(code, parts);
       vec::Store16(next + at, _mm_add_epi16(vec::Load8(below + at), down));
       v = _mm_add_epi16(vec::Load16(cur + at + kStep), along);
     }
