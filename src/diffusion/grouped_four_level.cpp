@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "diffusion/four_level.h"
+#include "diffusion/four_level_vector.h"
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
 #include "frame/job.h"
@@ -57,45 +58,7 @@ struct LevelValuesPass {
     return t;
   }
 #if HALFTONE_VECTOR_ROWS
-  // With the levels in order (L0 <= L1 <= L2 <= L3), the vetoes leave each sample one threshold
-  // between two neighbouring levels: L0/L1 at M01 where r <= L1, L2/L3 at M23 where r > L2, and
-  // L1/L2 at M12 between. Levels out of order keep the table.
-  struct VectorDecide {
-    __m128i l1_above, l2_above;           // L1 + 1 and L2 + 1: r <= L as L + 1 > r
-    __m128i t_none, t_step_b, t_step_a;   // the threshold: M23, then M12 - M23, M01 - M12
-    __m128i lo_none, lo_step_b, lo_step_a;  // minus the lower level, by the same steps
-    __m128i d_none, d_step_b, d_step_a;   // the step from the lower level to the upper one
-    struct Sample {
-      __m128i threshold, minus_lower, step, lower_code;
-    };
-    HALFTONE_FORCE_INLINE Sample Prepare(__m128i r) const {
-      using namespace random_split::vec;
-      const __m128i a = _mm_cmpgt_epi16(l1_above, r), b = _mm_cmpgt_epi16(l2_above, r);  // a implies b
-      const auto by_class = [&](__m128i none, __m128i step_b, __m128i step_a) HALFTONE_FORCE_INLINE {
-        return _mm_add_epi16(_mm_add_epi16(none, _mm_and_si128(b, step_b)), _mm_and_si128(a, step_a));
-      };
-      // Code of the lower level: L2 (1), L1 (2) where r <= L2, L0 (3) where r <= L1.
-      return {by_class(t_none, t_step_b, t_step_a), by_class(lo_none, lo_step_b, lo_step_a),
-              by_class(d_none, d_step_b, d_step_a), _mm_sub_epi16(_mm_sub_epi16(Splat(kCodeL2), a), b)};
-    }
-    // The error v - level + term, and the code (the upper level's is one less).
-    HALFTONE_FORCE_INLINE __m128i Error(__m128i v, const Sample& k, __m128i term, __m128i& code) const {
-      const __m128i upper = _mm_cmpgt_epi16(v, k.threshold);
-      code = _mm_add_epi16(k.lower_code, upper);
-      return _mm_sub_epi16(_mm_add_epi16(v, _mm_add_epi16(term, k.minus_lower)), _mm_and_si128(upper, k.step));
-    }
-  };
-  std::optional<VectorDecide> Vector() const {
-    if (!(lv.L0 <= lv.L1 && lv.L1 <= lv.L2 && lv.L2 <= lv.L3)) return std::nullopt;
-    using random_split::vec::Splat;
-    const int t_none = lv.M23, t_b = lv.M12, t_a = lv.M01;
-    const int lo_none = lv.L2, lo_b = lv.L1, lo_a = lv.L0;
-    const int d_none = lv.L3 - lv.L2, d_b = lv.L2 - lv.L1, d_a = lv.L1 - lv.L0;
-    return VectorDecide{Splat(lv.L1 + 1), Splat(lv.L2 + 1),
-                        Splat(t_none),    Splat(t_b - t_none),  Splat(t_a - t_b),
-                        Splat(-lo_none),  Splat(lo_none - lo_b), Splat(lo_b - lo_a),
-                        Splat(d_none),    Splat(d_b - d_none),  Splat(d_a - d_b)};
-  }
+  std::optional<FourLevelVector> Vector() const { return FourLevelVector::Of(lv); }
 #endif
 };
 

@@ -5,7 +5,9 @@
 #include <algorithm>
 
 #include "diffusion/four_level.h"
+#include "diffusion/four_level_vector.h"
 #include "diffusion/random_split_fast.h"
+#include "diffusion/random_split_vector.h"
 #include "frame/dispatch.h"
 #include "frame/job.h"
 
@@ -129,6 +131,12 @@ class SpineLockstep {
   // Scans the group's planes; each lane's generator is handed back after its plane's draws.
   void Run(SpineLane* lanes) {
     RunRows();
+    for (unsigned l = 0; l < kLanes; ++l) lanes[l].random = lanes_[l].random;
+  }
+  // The band's last row alone, on working rows holding what the rows before it left.
+  void RunLastRow(SpineLane* lanes) {
+    const std::size_t h = band_.h;
+    ((h - 1) & 1) == 0 ? LanesRow<true, true>(h - 1) : LanesRow<false, true>(h - 1);
     for (unsigned l = 0; l < kLanes; ++l) lanes[l].random = lanes_[l].random;
   }
 
@@ -283,6 +291,42 @@ class SpineLockstep {
   SpineLane lanes_[kLanes];
 };
 
+#if HALFTONE_VECTOR_ROWS
+// The spine as a pass of the random-split vector rows: one drawn bit a pixel, the row's end
+// pixel included, picks which neighbour gets the third and which the rest.
+using random_split::Share;
+constexpr random_split::Split kThirdAlong = {Share::kThird, Share::kRestAfterThird};
+constexpr random_split::Split kThirdDown = {Share::kRestAfterThird, Share::kThird};
+struct SpineVectorPass {
+  static constexpr unsigned kBits = 2;
+  static constexpr random_split::ScanTraits kScan = {
+      .draw_bits = 1,
+      .curve_terms = true,
+      .splits = {.inner_ltr = {kThirdAlong, kThirdDown},
+                 .inner_rtl = {kThirdAlong, kThirdDown},
+                 .last = {kThirdAlong, kThirdDown}},  // the last row stays with SpineLockstep
+      .inner_row_end = {random_split::EndDraw::kUsed, {Share::kRestAfterThird, Share::kThird}},
+      .ltr_last_end_reads_b = false,
+  };
+};
+static_assert(random_split::VectorSplits<SpineVectorPass>());
+
+// A group of two or more planes: rows 0 .. h-2 on vector lanes, then each plane's last row.
+void SpineVectorGroup(const FourLevelVector& vdecide, const SpineTable& decide, const Band& band, SpineLane* lanes,
+                      unsigned n, const ToneCurveSet& curves, random_split::VectorRowsMemory mem) {
+  random_split::FastLane fast[random_split::kVectorLanes];
+  for (unsigned l = 0; l < n; ++l)
+    fast[l] = {{lanes[l].a, lanes[l].b, lanes[l].carry}, lanes[l].random, lanes[l].words, lanes[l].p};
+  random_split::VectorRows<SpineVectorPass, FourLevelVector, SpineTable> rows(vdecide, decide, band, fast, n, curves,
+                                                                               mem);
+  rows.Run();
+  for (unsigned l = 0; l < n; ++l) {
+    lanes[l].random = rows.random(l);
+    SpineLockstep<1>(decide, band, &lanes[l], curves).RunLastRow(&lanes[l]);
+  }
+}
+#endif
+
 void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
@@ -300,6 +344,30 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
     return t;
   });
   JobBuffers& rows = engine.rows;
+#if HALFTONE_VECTOR_ROWS
+  // Ordered level values and bands of two rows or more: groups of planes on vector lanes.
+  if (const auto vdecide = FourLevelVector::Of(lv); vdecide && band.h >= 2 && planes >= 2) {
+    using random_split::kVectorLanes;
+    using random_split::VectorRowsMemory;
+    const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
+    const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
+    auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
+    ForEachLockstepGroup(engine.threads, planes, kVectorLanes, [&](unsigned first, unsigned n) {
+      SpineLane lanes[kVectorLanes];
+      for (unsigned l = 0; l < n; ++l) {
+        const unsigned p = first + l;
+        lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w), starts[p],
+                    words + band.w * p, p};
+      }
+      if (n >= 2)
+        SpineVectorGroup(*vdecide, decide, band, lanes, n, engine.curves,
+                         VectorRowsMemory::In(memory + bytes * (first / size), band.w));
+      else
+        SpineLockstep<1>(decide, band, lanes, engine.curves).Run(lanes);
+    });
+    return;
+  }
+#endif
   ForEachLockstepGroup(engine.threads, planes, kSpineLockstep, [&](unsigned first, unsigned n) {
     SpineLane lanes[kMaxLockstep];
     for (unsigned l = 0; l < n; ++l) {
