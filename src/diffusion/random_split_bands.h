@@ -39,10 +39,10 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const auto decider = FastDecider(pass, engine);
   const auto& decide = Unwrapped(decider);
 #if HALFTONE_VECTOR_ROWS
-  // Vector groups take bands of two rows or more and at least two planes.
+  // Vector groups take bands of two rows or more, and groups of kVectorMinLanes planes or more.
   if constexpr (requires { pass.Vector(); } && VectorSplits<Pass>()) {
     const auto vdecide = pass.Vector();
-    if (vdecide && band.h >= 2 && planes >= 2) {
+    if (vdecide && band.h >= 2 && planes >= kVectorMinLanes) {
       const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
       const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
       auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
@@ -53,7 +53,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
           lanes[l] = {{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w)},
                       starts[p], words + row_room * p, p};
         }
-        if (n >= 2)
+        if (n >= kVectorMinLanes)
           RunVectorGroup<Pass>(*vdecide, decide, band, lanes, n, engine.curves,
                                VectorRowsMemory::In(memory + bytes * (first / size), band.w));
         else

@@ -311,7 +311,8 @@ struct SpineVectorPass {
 };
 static_assert(random_split::VectorSplits<SpineVectorPass>());
 
-// A group of two or more planes: rows 0 .. h-2 on vector lanes, then each plane's last row.
+// A group of kVectorMinLanes planes or more: rows 0 .. h-2 on vector lanes, then each plane's
+// last row.
 void SpineVectorGroup(const FourLevelVector& vdecide, const SpineTable& decide, const Band& band, SpineLane* lanes,
                       unsigned n, const ToneCurveSet& curves, random_split::VectorRowsMemory mem) {
   random_split::FastLane fast[random_split::kVectorLanes];
@@ -346,7 +347,7 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   JobBuffers& rows = engine.rows;
 #if HALFTONE_VECTOR_ROWS
   // Ordered level values and bands of two rows or more: groups of planes on vector lanes.
-  if (const auto vdecide = FourLevelVector::Of(lv); vdecide && band.h >= 2 && planes >= 2) {
+  if (const auto vdecide = FourLevelVector::Of(lv); vdecide && band.h >= 2 && planes >= random_split::kVectorMinLanes) {
     using random_split::kVectorLanes;
     using random_split::VectorRowsMemory;
     const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
@@ -359,9 +360,11 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
         lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w), starts[p],
                     words + band.w * p, p};
       }
-      if (n >= 2)
+      if (n >= random_split::kVectorMinLanes)
         SpineVectorGroup(*vdecide, decide, band, lanes, n, engine.curves,
                          VectorRowsMemory::In(memory + bytes * (first / size), band.w));
+      else if (n == 2)
+        SpineLockstep<2>(decide, band, lanes, engine.curves).Run(lanes);
       else
         SpineLockstep<1>(decide, band, lanes, engine.curves).Run(lanes);
     });
