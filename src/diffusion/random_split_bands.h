@@ -43,10 +43,10 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   if constexpr (requires { pass.Vector(); } && VectorSplits<Pass>()) {
     const auto vdecide = pass.Vector();
     if (vdecide && band.h >= 2 && planes >= kVectorMinLanes) {
-      const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
+      const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes, kVectorMinLanes);
       const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
       auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
-      ForEachLockstepGroup(engine.threads, planes, kVectorLanes, [&](unsigned first, unsigned n) {
+      ForEachLockstepGroup(engine.threads, planes, kVectorLanes, kVectorMinLanes, [&](unsigned first, unsigned n) {
         FastLane lanes[kVectorLanes];
         for (unsigned l = 0; l < n; ++l) {
           const unsigned p = first + l;

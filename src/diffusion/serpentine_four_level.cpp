@@ -350,10 +350,10 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   if (const auto vdecide = FourLevelVector::Of(lv); vdecide && band.h >= 2 && planes >= random_split::kVectorMinLanes) {
     using random_split::kVectorLanes;
     using random_split::VectorRowsMemory;
-    const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
+    const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes, random_split::kVectorMinLanes);
     const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
     auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
-    ForEachLockstepGroup(engine.threads, planes, kVectorLanes, [&](unsigned first, unsigned n) {
+    ForEachLockstepGroup(engine.threads, planes, kVectorLanes, random_split::kVectorMinLanes, [&](unsigned first, unsigned n) {
       SpineLane lanes[kVectorLanes];
       for (unsigned l = 0; l < n; ++l) {
         const unsigned p = first + l;

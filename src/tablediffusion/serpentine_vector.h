@@ -249,10 +249,10 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
   const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes);
-  const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
+  const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes, kVectorLanes);
   const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
   auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
-  ForEachLockstepGroup(engine.threads, planes, kVectorLanes, [&](unsigned first, unsigned n) {
+  ForEachLockstepGroup(engine.threads, planes, kVectorLanes, kVectorLanes, [&](unsigned first, unsigned n) {
     Lane lanes[kVectorLanes];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
