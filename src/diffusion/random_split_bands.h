@@ -43,22 +43,20 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   if constexpr (requires { pass.Vector(); } && VectorSplits<Pass>()) {
     const auto vdecide = pass.Vector();
     if (vdecide && band.h >= 2 && planes >= kVectorMinLanes) {
-      const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes, kVectorMinLanes);
-      const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
-      auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
-      ForEachLockstepGroup(engine.threads, planes, kVectorLanes, kVectorMinLanes, [&](unsigned first, unsigned n) {
+      const auto group = [&](unsigned first, unsigned n, VectorRowsMemory mem) {
         FastLane lanes[kVectorLanes];
         for (unsigned l = 0; l < n; ++l) {
           const unsigned p = first + l;
-          lanes[l] = {{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w)},
-                      starts[p], words + row_room * p, p};
+          const PlaneRows rows{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes),
+                               engine.rows.carry(p, band.w)};
+          lanes[l] = {rows, starts[p], words + row_room * p, p};
         }
         if (n >= kVectorMinLanes)
-          RunVectorGroup<Pass>(*vdecide, decide, band, lanes, n, engine.curves,
-                               VectorRowsMemory::In(memory + bytes * (first / size), band.w));
+          RunVectorGroup<Pass>(*vdecide, decide, band, lanes, n, engine.curves, mem);
         else
           RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
-      });
+      };
+      ForEachVectorGroup(engine, planes, band.w, kVectorMinLanes, group);
       return;
     }
   }

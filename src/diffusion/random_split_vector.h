@@ -195,7 +195,68 @@ inline void InterleaveCodes(const std::uint32_t* const words[kVectorLanes], std:
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + kVectorLanes * i), _mm_unpacklo_epi16(l01, l23));
   }
   for (; i < n; ++i)
-    for (unsigned l = 0; l < kVectorLanes; ++l) out[kVectorLanes * i + l] = static_cast<std::uint8_t>((words[l][i] >> 1) & mask);
+    for (unsigned l = 0; l < kVectorLanes; ++l)
+      out[kVectorLanes * i + l] = static_cast<std::uint8_t>((words[l][i] >> 1) & mask);
+}
+
+// Rows 0 .. h-2 of a band (h >= 2) in serpentine order: row.template operator()<kLtr, kKeep>(y),
+// kKeep for the last of them, the only inner row whose scanned values outlast the band.
+template <class RowFn>
+inline void ScanInnerRows(std::size_t h, RowFn&& row) {
+  for (std::size_t y = 0; y + 1 < h; ++y) {
+    const bool keep = y + 2 >= h;
+    if ((y & 1) == 0)
+      keep ? row.template operator()<true, true>(y) : row.template operator()<true, false>(y);
+    else
+      keep ? row.template operator()<false, true>(y) : row.template operator()<false, false>(y);
+  }
+}
+
+// After rows 0 .. h-2, hands lanes 0 .. n-1 back their working rows as a scalar scan leaves
+// them before the last row: row h-2's scanned values (in `next` after the row's swap) in the row
+// it scanned, row h-1's starting values (in `cur`) in the other.
+inline void HandBackRows(const VectorRowsMemory& mem, std::size_t w, std::size_t h, unsigned n,
+                         std::int16_t* const a[], std::int16_t* const b[]) {
+  const bool ltr = ((h - 2) & 1) == 0;
+  for (unsigned l = 0; l < n; ++l) {
+    std::int16_t* scanned = ltr ? a[l] : b[l];
+    std::int16_t* starting = ltr ? b[l] : a[l];
+    for (std::size_t x = 0; x < w; ++x) {
+      scanned[x] = mem.next[kVectorLanes * x + l];
+      starting[x] = mem.cur[kVectorLanes * x + l];
+    }
+  }
+}
+
+// A row's dots (a code a column, interleaved, zero past the row's end) into the output rows
+// of lanes 0 .. n-1: 8 / kBits columns a byte, the first at the high end. A step packs byte k
+// of all four lanes at once, a lane's codes in its own byte of one 32-bit word.
+template <unsigned kBits>
+inline void PackDots(const std::uint8_t* dots, std::size_t w, std::uint8_t* const out[], unsigned n) {
+  constexpr unsigned kPerByte = 8 / kBits;
+  const std::size_t bytes = (w + kPerByte - 1) / kPerByte;
+  for (std::size_t k = 0; k < bytes; ++k, dots += kPerByte * kVectorLanes) {
+    std::uint32_t packed = 0;
+    for (unsigned j = 0; j < kPerByte; ++j) {
+      std::uint32_t column;
+      std::memcpy(&column, dots + kVectorLanes * j, sizeof column);
+      packed |= column << (8 - kBits * (j + 1));
+    }
+    for (unsigned l = 0; l < n; ++l) out[l][k] = static_cast<std::uint8_t>(out[l][k] | (packed >> (8 * l)));
+  }
+}
+
+// Calls group(first, n, memory) for every group of a band's planes as vector lanes: groups of
+// up to kVectorLanes planes, none smaller than `smallest` unless the band has fewer planes,
+// spread over the engine's threads, each with its own interleaved rows.
+template <class Group>
+void ForEachVectorGroup(Engine& engine, unsigned planes, std::size_t w, unsigned smallest, Group&& group) {
+  const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes, smallest);
+  const std::size_t bytes = VectorRowsMemory::Bytes(w);
+  auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
+  ForEachLockstepGroup(engine.threads, planes, kVectorLanes, smallest, [&](unsigned first, unsigned n) {
+    group(first, n, VectorRowsMemory::In(memory + bytes * (first / size), w));
+  });
 }
 
 // The shares the vector rows form: whole, half, third, two thirds and the rest after a third
@@ -256,27 +317,14 @@ class VectorRows {
     for (unsigned l = n_; l < kVectorLanes; ++l)
       for (std::size_t x = 0; x < w; ++x) mem_.cur[kVectorLanes * x + l] = mem_.cur[kVectorLanes * x];
 
-    // Only the last inner row stores its scanned values back; earlier ones are rewritten whole
-    // by the next row as its row below.
-    for (std::size_t y = 0; y + 1 < h; ++y) {
-      const bool keep = y + 2 >= h;
-      if ((y & 1) == 0)
-        keep ? Row<true, true>(y) : Row<true, false>(y);
-      else
-        keep ? Row<false, true>(y) : Row<false, false>(y);
-    }
-
-    // After the swap at the end of row h-2, `next` holds its scanned values and `cur` the
-    // starting values of row h-1.
-    const bool ltr = ((h - 2) & 1) == 0;
+    ScanInnerRows(h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
+    std::int16_t* a[kVectorLanes];
+    std::int16_t* b[kVectorLanes];
     for (unsigned l = 0; l < n_; ++l) {
-      std::int16_t* scanned = ltr ? rows_[l].a : rows_[l].b;
-      std::int16_t* starting = ltr ? rows_[l].b : rows_[l].a;
-      for (std::size_t x = 0; x < w; ++x) {
-        scanned[x] = mem_.next[kVectorLanes * x + l];
-        starting[x] = mem_.cur[kVectorLanes * x + l];
-      }
+      a[l] = rows_[l].a;
+      b[l] = rows_[l].b;
     }
+    HandBackRows(mem_, w, h, n_, a, b);
   }
 
  private:
@@ -388,7 +436,7 @@ class VectorRows {
       v = _mm_add_epi16(vec::Load16(cur + at + kStep), along);
     }
     EndPixel<kLtr>(v);
-    PackDots(y);
+    PackRow(y);
     std::swap(mem_.cur, mem_.next);
     std::swap(mem_.samples, mem_.below);
   }
@@ -417,22 +465,11 @@ class VectorRows {
     }
   }
 
-  // The row's dots into each plane's output row: kPerByte columns a byte, the first at the
-  // high end. A step packs byte k of all four lanes at once, a lane's codes in its own byte.
-  void PackDots(std::size_t y) {
-    const std::size_t bytes = (band_.w + kPerByte - 1) / kPerByte;
+  // The row's dots into each plane's output row.
+  void PackRow(std::size_t y) {
     std::uint8_t* out[kVectorLanes];
     for (unsigned l = 0; l < n_; ++l) out[l] = band_.Out(y, p_[l]);
-    const std::uint8_t* d = mem_.dots;
-    for (std::size_t k = 0; k < bytes; ++k, d += kPerByte * kVectorLanes) {
-      std::uint32_t packed = 0;
-      for (unsigned j = 0; j < kPerByte; ++j) {
-        std::uint32_t column;
-        std::memcpy(&column, d + kVectorLanes * j, sizeof column);
-        packed |= column << (8 - kBits * (j + 1));
-      }
-      for (unsigned l = 0; l < n_; ++l) out[l][k] = static_cast<std::uint8_t>(out[l][k] | (packed >> (8 * l)));
-    }
+    PackDots<kBits>(mem_.dots, band_.w, out, n_);
   }
 
   const VectorDecider& vdecide_;

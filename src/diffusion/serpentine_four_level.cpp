@@ -349,20 +349,17 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   // Ordered level values and bands of two rows or more: groups of planes on vector lanes.
   if (const auto vdecide = FourLevelVector::Of(lv); vdecide && band.h >= 2 && planes >= random_split::kVectorMinLanes) {
     using random_split::kVectorLanes;
-    using random_split::VectorRowsMemory;
-    const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes, random_split::kVectorMinLanes);
-    const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
-    auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
-    ForEachLockstepGroup(engine.threads, planes, kVectorLanes, random_split::kVectorMinLanes, [&](unsigned first, unsigned n) {
+    using random_split::kVectorMinLanes;
+    random_split::ForEachVectorGroup(engine, planes, band.w, kVectorMinLanes, [&](unsigned first, unsigned n,
+                                                                                random_split::VectorRowsMemory mem) {
       SpineLane lanes[kVectorLanes];
       for (unsigned l = 0; l < n; ++l) {
         const unsigned p = first + l;
         lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w), starts[p],
                     words + band.w * p, p};
       }
-      if (n >= random_split::kVectorMinLanes)
-        SpineVectorGroup(*vdecide, decide, band, lanes, n, engine.curves,
-                         VectorRowsMemory::In(memory + bytes * (first / size), band.w));
+      if (n >= kVectorMinLanes)
+        SpineVectorGroup(*vdecide, decide, band, lanes, n, engine.curves, mem);
       else if (n == 2)
         SpineLockstep<2>(decide, band, lanes, engine.curves).Run(lanes);
       else

@@ -68,22 +68,14 @@ class VectorScan {
         mem_.cur[kVectorLanes * x + l] = lanes_[l].carry[x];
         if (l < n_) lanes_[l].carry[x] = 0;
       }
-    for (std::size_t y = 0; y + 1 < h; ++y) {
-      const bool keep = y + 2 >= h;
-      if ((y & 1) == 0)
-        keep ? Row<true, true>(y) : Row<true, false>(y);
-      else
-        keep ? Row<false, true>(y) : Row<false, false>(y);
-    }
-    const bool ltr = ((h - 2) & 1) == 0;
+    random_split::ScanInnerRows(h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
+    std::int16_t* a[kVectorLanes];
+    std::int16_t* b[kVectorLanes];
     for (unsigned l = 0; l < n_; ++l) {
-      std::int16_t* scanned = ltr ? lanes_[l].a : lanes_[l].b;
-      std::int16_t* starting = ltr ? lanes_[l].b : lanes_[l].a;
-      for (std::size_t x = 0; x < w; ++x) {
-        scanned[x] = mem_.next[kVectorLanes * x + l];
-        starting[x] = mem_.cur[kVectorLanes * x + l];
-      }
+      a[l] = lanes_[l].a;
+      b[l] = lanes_[l].b;
     }
+    random_split::HandBackRows(mem_, w, h, n_, a, b);
   }
 
  private:
@@ -177,7 +169,7 @@ class VectorScan {
       held = _mm_add_epi16(Load16(cur + at + kStep), ahead);
     }
     EndPixel<kLtr>(held, y);
-    PackDots(y);
+    PackRow(y);
     std::swap(mem_.cur, mem_.next);
   }
 
@@ -217,20 +209,10 @@ class VectorScan {
     }
   }
 
-  void PackDots(std::size_t y) {
-    const std::size_t bytes = (band_.w + kPerByte - 1) / kPerByte;
+  void PackRow(std::size_t y) {
     std::uint8_t* out[kVectorLanes];
     for (unsigned l = 0; l < n_; ++l) out[l] = band_.Out(y, lanes_[l].p);
-    const std::uint8_t* d = mem_.dots;
-    for (std::size_t k = 0; k < bytes; ++k, d += kPerByte * kVectorLanes) {
-      std::uint32_t packed = 0;
-      for (unsigned j = 0; j < kPerByte; ++j) {
-        std::uint32_t column;
-        std::memcpy(&column, d + kVectorLanes * j, sizeof column);
-        packed |= column << (8 - kBits * (j + 1));
-      }
-      for (unsigned l = 0; l < n_; ++l) out[l][k] = static_cast<std::uint8_t>(out[l][k] | (packed >> (8 * l)));
-    }
+    random_split::PackDots<kBits>(mem_.dots, band_.w, out, n_);
   }
 
   Kernel k_;
@@ -249,10 +231,8 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
   const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes);
-  const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes, kVectorLanes);
-  const std::size_t bytes = VectorRowsMemory::Bytes(band.w);
-  auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
-  ForEachLockstepGroup(engine.threads, planes, kVectorLanes, kVectorLanes, [&](unsigned first, unsigned n) {
+  random_split::ForEachVectorGroup(engine, planes, band.w, kVectorLanes, [&](unsigned first, unsigned n,
+                                                                            VectorRowsMemory mem) {
     Lane lanes[kVectorLanes];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
@@ -263,7 +243,7 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
       WithLaneCount(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
       return;
     }
-    VectorScan<Kernel>(kernel, band, lanes, n, VectorRowsMemory::In(memory + bytes * (first / size), band.w)).Run();
+    VectorScan<Kernel>(kernel, band, lanes, n, mem).Run();
     for (unsigned l = 0; l < n; ++l) {
       Lane last = lanes[l];
       last.drawn += (band.h - 1) * band.w;
