@@ -349,29 +349,34 @@ class VectorRows {
       default: return _mm_setzero_si128();
     }
   }
-  // The split codes whose share in a column is `kind`, as a lane mask (the compares are off
+  // The share a column takes for split code c in a row of one direction.
+  template <bool kLtr, bool kBelow>
+  static constexpr Share ShareAt(unsigned c) {
+    return Pick(kLtr ? kScan.splits.inner_ltr[c] : kScan.splits.inner_rtl[c], kBelow);
+  }
+  // The split codes whose share in a column is `kKind`, as a lane mask (the compares are off
   // the error's chain).
-  template <const Split* kSplits, bool kBelow, Share kKind>
+  template <bool kLtr, bool kBelow, Share kKind>
   HALFTONE_FORCE_INLINE static __m128i CodesOf(__m128i code) {
     __m128i m = _mm_setzero_si128();
     [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) HALFTONE_FORCE_INLINE {
-      ((m = Pick(kSplits[c], kBelow) == kKind ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c))) : m), ...);
+      ((m = ShareAt<kLtr, kBelow>(c) == kKind ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c))) : m), ...);
     }(std::make_integer_sequence<unsigned, kCodes>{});
     return m;
   }
-  template <const Split* kSplits, bool kBelow, Share kKind>
+  template <bool kLtr, bool kBelow, Share kKind>
   static constexpr bool kUses = [] {
     for (unsigned c = 0; c < kCodes; ++c)
-      if (Pick(kSplits[c], kBelow) == kKind) return true;
+      if (ShareAt<kLtr, kBelow>(c) == kKind) return true;
     return false;
   }();
   // A column's share for each lane's split code: the part its code's split names.
-  template <const Split* kSplits, bool kBelow>
+  template <bool kLtr, bool kBelow>
   HALFTONE_FORCE_INLINE static __m128i ShareFor(__m128i code, const Parts& parts) {
     __m128i share = _mm_setzero_si128();
     const auto add = [&]<Share kKind>() HALFTONE_FORCE_INLINE {
-      if constexpr (kUses<kSplits, kBelow, kKind>)
-        share = _mm_or_si128(share, _mm_and_si128(CodesOf<kSplits, kBelow, kKind>(code), PartOf(kKind, parts)));
+      if constexpr (kUses<kLtr, kBelow, kKind>)
+        share = _mm_or_si128(share, _mm_and_si128(CodesOf<kLtr, kBelow, kKind>(code), PartOf(kKind, parts)));
     };
     add.template operator()<Share::kAll>();
     add.template operator()<Share::kHalf>();
@@ -407,7 +412,6 @@ class VectorRows {
 
   template <bool kLtr, bool kKeep>
   void Row(std::size_t y) {
-    constexpr const Split* kSplits = kLtr ? kScan.splits.inner_ltr : kScan.splits.inner_rtl;
     PrepareRow<kLtr>(y);
     const std::size_t w = band_.w;
     const VectorDecider vdecide = vdecide_;
@@ -430,8 +434,8 @@ class VectorRows {
       vec::Store8(dots + at, dot);
       const Parts parts{e, vec::Half(e), vec::Third(e), vec::TwoThirds(e)};
       const __m128i code = vec::Load8(codes + kVectorLanes * i);
-      const __m128i along = ShareFor<kSplits, false>(code, parts);
-      const __m128i down = ShareFor<kSplits, true>(code, parts);
+      const __m128i along = ShareFor<kLtr, false>(code, parts);
+      const __m128i down = ShareFor<kLtr, true>(code, parts);
       vec::Store16(next + at, _mm_add_epi16(vec::Load8(below + at), down));
       v = _mm_add_epi16(vec::Load16(cur + at + kStep), along);
     }
