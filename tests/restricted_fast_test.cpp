@@ -17,6 +17,7 @@
 #include "frame/engine.h"
 #include "tablediffusion/integer_diffusion.h"
 #include "tablediffusion/serpentine_lockstep.h"
+#include "tablediffusion/serpentine_vector.h"
 #include "test_support.h"
 
 namespace halftone {
@@ -73,6 +74,36 @@ TEST(RestrictedFast, MaskedSplitsMatchTheRulesForEveryError) {
           << rule.num << "/" << rule.den << (rule.to_ahead ? " ahead" : " down") << " e " << e;
   }
 }
+
+#if HALFTONE_VECTOR_ROWS
+TEST(RestrictedFast, VectorRuleFlagsGiveEveryRulesShareForEvery16BitError) {
+  // Lanes of one vector take different rules, each from its flags; every fraction is formed.
+  using serpentine_lockstep::RuleFlags;
+  constexpr std::uint16_t kEveryFlag = 0xFFFF;
+  const ShareRule rules[] = {kAllAhead,      kAllDown,           kHalfAhead,   {1, 2, Rounding::kTrunc, false},
+                             kThirdDown,     {1, 3, Rounding::kTrunc, true}, kTwoThirdsAhead, kQuarterAhead,
+                             kThreeQuartersDown, {3, 4, Rounding::kTrunc, true}};
+  constexpr std::size_t kRules = std::size(rules);
+  // Errors below the vector rows' bound: a held value under the limit, plus a level and a term.
+  constexpr int kTop = 32767 - 255;
+  for (std::size_t r0 = 0; r0 < kRules; r0 += 4)
+    for (int e0 = -32768; e0 <= kTop; e0 += 2) {
+      alignas(16) std::int16_t in[8], flags[8] = {}, ahead[8];
+      for (int k = 0; k < 8; ++k) {
+        in[k] = static_cast<std::int16_t>(std::min(e0 + k % 2, kTop));
+        flags[k] = static_cast<std::int16_t>(RuleFlags(rules[(r0 + static_cast<std::size_t>(k) / 2) % kRules]));
+      }
+      const __m128i e = _mm_load_si128(reinterpret_cast<const __m128i*>(in));
+      const __m128i f = _mm_load_si128(reinterpret_cast<const __m128i*>(flags));
+      _mm_store_si128(reinterpret_cast<__m128i*>(ahead), serpentine_lockstep::AheadByFlags<kEveryFlag, 0>(e, f));
+      for (int k = 0; k < 8; ++k) {
+        const ShareRule& rule = rules[(r0 + static_cast<std::size_t>(k) / 2) % kRules];
+        ASSERT_EQ(ahead[k], Apply(rule, in[k]).ahead)
+            << rule.num << "/" << rule.den << (rule.to_ahead ? " ahead" : " down") << " e " << in[k];
+      }
+    }
+}
+#endif
 
 using Call = std::function<int(Engine&, std::uint8_t*, std::uint8_t*, std::size_t, std::size_t, HalftoneFlags)>;
 struct Member {
@@ -272,7 +303,7 @@ TEST(RestrictedFast, ErrorsDrivenToTheTopOf16BitsMatchTheReference) {
     ASSERT_EQ(runs[0].size(), runs[1].size());
     for (std::size_t i = 0; i < runs[0].size(); ++i)
       ASSERT_TRUE(runs[0][i] == runs[1][i]) << members[k].name << " band " << i;
-    if (members[k].name == std::string("curve bias")) {
+    if (members[k].name == std::string("curve bias") || members[k].name == std::string("random bilevel")) {
       EXPECT_GT(highest, 30000) << "the errors must come near the wrap";
     }
   }

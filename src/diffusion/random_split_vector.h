@@ -80,6 +80,16 @@ HALFTONE_FORCE_INLINE inline __m128i TwoThirds(__m128i e) {
   return _mm_sub_epi16(_mm_add_epi16(_mm_mulhi_epi16(e, _mm_set1_epi16(kTwoThirdsUpLess2_16)), e),
                        _mm_srai_epi16(e, 15));
 }
+// Truncating quarters: add 3 to negative e, then shift.
+HALFTONE_FORCE_INLINE inline __m128i Quarter(__m128i e) {
+  return _mm_srai_epi16(_mm_add_epi16(e, _mm_srli_epi16(_mm_srai_epi16(e, 15), 14)), 2);
+}
+// Truncating three quarters, (3e) / 4, as e less the rest rounded away from zero: e - ceil(e / 4)
+// for positive e, e - floor(e / 4) for negative. Exact for e up to 32764 (e + 3 must not wrap).
+HALFTONE_FORCE_INLINE inline __m128i ThreeQuarters(__m128i e) {
+  const __m128i up = _mm_andnot_si128(_mm_srai_epi16(e, 15), _mm_set1_epi16(3));
+  return _mm_sub_epi16(e, _mm_srai_epi16(_mm_add_epi16(e, up), 2));
+}
 // `pick ? a : b` for an all-ones or all-zeros pick.
 HALFTONE_FORCE_INLINE inline __m128i Select(__m128i pick, __m128i a, __m128i b) {
   return _mm_or_si128(_mm_and_si128(pick, a), _mm_andnot_si128(pick, b));

@@ -194,24 +194,18 @@ struct LayerKernel {
   // Vector rows for the drawing members without the layer table: the rule of a pixel by its
   // level's split band and its draw, the curve term by level and column.
   static constexpr bool kVectorRows = !M.layer && kDraws;
-  std::uint16_t Rule(std::uint8_t level, unsigned drawn) const {
-    static constexpr std::array<std::uint16_t, 3 * kDrawnCodes> kFlags = [] {
-      std::array<std::uint16_t, 3 * kDrawnCodes> f{};
-      const auto masks = AheadMaskTable<M>();
-      for (std::size_t i = 0; i < f.size(); ++i) f[i] = serpentine_lockstep::RuleFlags(masks[i]);
-      return f;
-    }();
-    return kFlags[kSplitBand[level] * kDrawnCodes + (drawn & (kDrawnCodes - 1))];
+  template <bool kLtr>
+  static constexpr std::uint16_t Rule(std::uint8_t level, unsigned drawn) {
+    const ShareChoice& c = M.bands[kSplitBand[level]].choice;
+    if (c.by == Selector::kParity) throw "a drawing member draws at every level";
+    return serpentine_lockstep::RuleFlags(c.rules[c.by == Selector::kOneBit ? (drawn & 1u) : (drawn & 3u)]);
   }
   template <bool kLtr>
   int Term(std::uint8_t level, std::size_t odd) const {
     return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
   }
-  // A dot where s <= the threshold; the error is the biased value, less white without a dot.
   HALFTONE_FORCE_INLINE __m128i VectorError(__m128i s, __m128i biased, __m128i& dot) const {
-    using random_split::vec::Splat;
-    dot = _mm_cmpgt_epi16(Splat(kThreshold + 1), s);
-    return _mm_sub_epi16(biased, _mm_andnot_si128(dot, Splat(kWhite)));
+    return serpentine_lockstep::BilevelVectorError<kThreshold, kWhite>(s, biased, dot);
   }
 #endif
 };

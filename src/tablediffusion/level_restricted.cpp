@@ -14,6 +14,7 @@
 #include "tablediffusion/error_shares.h"
 #include "tablediffusion/integer_diffusion.h"
 #include "tablediffusion/serpentine_lockstep.h"
+#include "tablediffusion/serpentine_vector.h"
 
 namespace halftone {
 namespace {
@@ -262,6 +263,23 @@ struct BilevelKernel {
     const int ahead = serpentine_lockstep::AheadShare<kSplit>(drawn & 1u, e);
     return {dot, ahead, e - ahead};
   }
+
+#if HALFTONE_VECTOR_ROWS
+  // Vector rows for the member whose rows hold bare error and which draws at every pixel.
+  static constexpr bool kVectorRows = !kStarts && kDraws;
+  template <bool kLtr>
+  static constexpr std::uint16_t Rule(std::uint8_t, unsigned drawn) {
+    constexpr ShareChoice kSplit = kLtr ? M.split_ltr : M.split_rtl;
+    return serpentine_lockstep::RuleFlags(kSplit.rules[kSplit.by == Selector::kOneBit ? (drawn & 1u) : 0u]);
+  }
+  template <bool kLtr>
+  int Term(std::uint8_t level, std::size_t odd) const {
+    return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
+  }
+  HALFTONE_FORCE_INLINE __m128i VectorError(__m128i s, __m128i biased, __m128i& dot) const {
+    return serpentine_lockstep::BilevelVectorError<kBilevelThreshold, kWhite>(s, biased, dot);
+  }
+#endif
 };
 
 template <const LevelRestrictedTraits& M>
@@ -275,7 +293,14 @@ void FastBand(Engine& engine, const Band& band, const Levels& lv) {
     CurveTermTable ltr, rtl;
     BuildCurveTermTable<M.ltr>(engine, ltr);
     BuildCurveTermTable<M.rtl>(engine, rtl);
-    serpentine_lockstep::RunBand(BilevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
+    const BilevelKernel<M> kernel{ltr.data(), rtl.data(), &engine.tables.bias};
+#if HALFTONE_VECTOR_ROWS
+    if constexpr (BilevelKernel<M>::kVectorRows) {
+      if (band.h >= 2 && band.planes >= random_split::kVectorLanes)
+        return serpentine_lockstep::RunBandVector(kernel, engine, band);
+    }
+#endif
+    serpentine_lockstep::RunBand(kernel, engine, band);
   }
 }
 

@@ -26,25 +26,78 @@ using random_split::kVectorLanes;
 using random_split::VectorRowsMemory;
 
 // A pixel's split rule as flags in the top bits of a 16-bit entry, so each flag becomes a lane
-// mask with a shift left and an arithmetic shift right.
-inline constexpr unsigned kRuleWholeBit = 15, kRuleThirdBit = 14, kRuleHalfBit = 13, kRuleNegateBit = 12;
-constexpr std::uint16_t RuleFlags(const AheadMasks& m) {
-  unsigned f = 0;
-  if (m.whole) f |= 1u << kRuleWholeBit;
-  if (m.divides && m.mul == static_cast<std::uint32_t>(random_split::RoundedUpReciprocal(3))) f |= 1u << kRuleThirdBit;
-  if (m.divides && m.mul == static_cast<std::uint32_t>(random_split::RoundedUpReciprocal(2))) f |= 1u << kRuleHalfBit;
-  if (m.negate) f |= 1u << kRuleNegateBit;
-  return static_cast<std::uint16_t>(f);
+// mask with a shift left and an arithmetic shift right. The ahead share is
+//   (e & whole) + ((part ^ negate) - negate)
+// with part the truncated fraction the rule names: ahead takes the fraction, or (whole and
+// negate) the rest after it goes down.
+inline constexpr unsigned kRuleWholeBit = 15, kRuleThirdBit = 14, kRuleHalfBit = 13, kRuleNegateBit = 12,
+                          kRuleQuarterBit = 11, kRuleTwoThirdsBit = 10, kRuleThreeQuartersBit = 9;
+constexpr unsigned PartBit(int num, int den) {
+  if (num == 1 && den == 2) return kRuleHalfBit;
+  if (num == 1 && den == 3) return kRuleThirdBit;
+  if (num == 2 && den == 3) return kRuleTwoThirdsBit;
+  if (num == 1 && den == 4) return kRuleQuarterBit;
+  if (num == 3 && den == 4) return kRuleThreeQuartersBit;
+  throw "a fraction the vector rows do not form";
+}
+constexpr std::uint16_t RuleFlags(const ShareRule& r) {
+  if (r.rounding != Rounding::kTrunc) throw "only truncated shares";
+  if (r.num == r.den) return r.to_ahead ? std::uint16_t{1u << kRuleWholeBit} : std::uint16_t{0};
+  const unsigned part = 1u << PartBit(r.num, r.den);
+  return static_cast<std::uint16_t>(r.to_ahead ? part : part | 1u << kRuleWholeBit | 1u << kRuleNegateBit);
 }
 
 // The carried value above which a lane's int arithmetic may leave 16 bits: the sum of the
-// value, an input level and a curve term (each at most 255) must stay a 16-bit value.
+// value, an input level and a curve term (each at most 255) must stay a 16-bit value. Below
+// it an error stays under 32767 - 255, so the quarter splits' rounding adds fit too.
 inline constexpr int kHeldLimit = 32767 - 2 * 255;
+
+// A flag's lane mask: all ones where every rule sets it, none where no rule does (both known
+// when the kernel is compiled), else taken from the lane's flags.
+template <std::uint16_t kAny, std::uint16_t kEvery, unsigned kBit>
+HALFTONE_FORCE_INLINE inline __m128i FlagMask(__m128i flags) {
+  if constexpr ((kEvery >> kBit & 1u) != 0)
+    return _mm_set1_epi16(-1);
+  else if constexpr ((kAny >> kBit & 1u) == 0)
+    return _mm_setzero_si128();
+  else
+    return _mm_srai_epi16(_mm_slli_epi16(flags, static_cast<int>(15 - kBit)), 15);
+}
+
+// The ahead share of each lane's error e (at most 32767 - 255) under its rule flags, where the
+// rules in play set no flag outside kAny and every flag in kEvery: only the fractions some rule
+// names are formed.
+template <std::uint16_t kAny, std::uint16_t kEvery>
+HALFTONE_FORCE_INLINE inline __m128i AheadByFlags(__m128i e, __m128i flags) {
+  using namespace random_split::vec;
+  __m128i part = _mm_setzero_si128();
+  const auto add = [&]<unsigned kBit>(auto fraction) HALFTONE_FORCE_INLINE {
+    if constexpr ((kAny >> kBit & 1u) != 0)
+      part = _mm_or_si128(part, _mm_and_si128(fraction(e), FlagMask<kAny, kEvery, kBit>(flags)));
+  };
+  add.template operator()<kRuleHalfBit>([](__m128i v) HALFTONE_FORCE_INLINE { return Half(v); });
+  add.template operator()<kRuleThirdBit>([](__m128i v) HALFTONE_FORCE_INLINE { return Third(v); });
+  add.template operator()<kRuleTwoThirdsBit>([](__m128i v) HALFTONE_FORCE_INLINE { return TwoThirds(v); });
+  add.template operator()<kRuleQuarterBit>([](__m128i v) HALFTONE_FORCE_INLINE { return Quarter(v); });
+  add.template operator()<kRuleThreeQuartersBit>([](__m128i v) HALFTONE_FORCE_INLINE { return ThreeQuarters(v); });
+  const __m128i negate = FlagMask<kAny, kEvery, kRuleNegateBit>(flags);
+  return _mm_add_epi16(_mm_and_si128(e, FlagMask<kAny, kEvery, kRuleWholeBit>(flags)),
+                       _mm_sub_epi16(_mm_xor_si128(part, negate), negate));
+}
+
+// The bilevel decision of the kernels here: a dot where s <= kThreshold; the error is the
+// biased value, less white without a dot.
+template <int kThreshold, int kWhite>
+HALFTONE_FORCE_INLINE inline __m128i BilevelVectorError(__m128i s, __m128i biased, __m128i& dot) {
+  using random_split::vec::Splat;
+  dot = _mm_cmpgt_epi16(Splat(kThreshold + 1), s);
+  return _mm_sub_epi16(biased, _mm_andnot_si128(dot, Splat(kWhite)));
+}
 
 // A kernel on this path provides, besides the scalar Step:
 //   kVectorRows                     true;
-//   Rule(level, drawn)              the pixel's rule flags (RuleFlags), by the draw's two low
-//                                   bits only;
+//   Rule<kLtr>(level, drawn)        static constexpr: the pixel's rule flags (RuleFlags), by
+//                                   the draw's two low bits only;
 //   Term<kLtr>(level, odd)          its curve term (0..65535 as a 16-bit value);
 //   VectorError(s, biased, dot)     from s = level + value and biased = s + term, the error
 //                                   and the dot (all ones where a dot is set).
@@ -94,7 +147,7 @@ class VectorScan {
           const auto v = static_cast<std::uint8_t>(level);
           const auto term = static_cast<std::uint16_t>(k_.template Term<kLtr>(v, odd));
           records_[kLtr][odd * kPerParity + level * kRuleCodes + code] =
-              term | std::uint32_t{k_.Rule(v, code)} << 16;
+              term | std::uint32_t{Kernel::template Rule<kLtr>(v, code)} << 16;
         }
   }
 
@@ -122,6 +175,23 @@ class VectorScan {
       }
       if (x < w) put(x, even);
     }
+  }
+
+  // The flags any rule of a direction sets, and those every rule sets: a part no rule names is
+  // never formed, and a flag every rule sets needs no mask.
+  template <bool kLtr, bool kEvery>
+  static constexpr std::uint16_t kFlagsOf = [] {
+    unsigned f = kEvery ? 0xFFFFu : 0u;
+    for (unsigned level = 0; level < kCurveLength; ++level)
+      for (unsigned code = 0; code < kRuleCodes; ++code) {
+        const unsigned r = Kernel::template Rule<kLtr>(static_cast<std::uint8_t>(level), code);
+        f = kEvery ? (f & r) : (f | r);
+      }
+    return static_cast<std::uint16_t>(f);
+  }();
+  template <bool kLtr>
+  HALFTONE_FORCE_INLINE static __m128i AheadOf(__m128i e, __m128i flags) {
+    return AheadByFlags<kFlagsOf<kLtr, false>, kFlagsOf<kLtr, true>>(e, flags);
   }
 
   template <bool kLtr, bool kKeep>
@@ -152,14 +222,7 @@ class VectorScan {
         const __m128i flags = _mm_unpackhi_epi64(rec, rec);
         const __m128i s = _mm_add_epi16(Load8(levels + at), held);
         const __m128i e = k_.VectorError(s, _mm_add_epi16(s, rec), dot);
-        const auto mask = [&](unsigned bit) HALFTONE_FORCE_INLINE {
-          return _mm_srai_epi16(_mm_slli_epi16(flags, static_cast<int>(15 - bit)), 15);
-        };
-        const __m128i part = _mm_or_si128(_mm_and_si128(Third(e), mask(kRuleThirdBit)),
-                                          _mm_and_si128(Half(e), mask(kRuleHalfBit)));
-        const __m128i negate = mask(kRuleNegateBit);
-        ahead = _mm_add_epi16(_mm_and_si128(e, mask(kRuleWholeBit)),
-                              _mm_sub_epi16(_mm_xor_si128(part, negate), negate));
+        ahead = AheadOf<kLtr>(e, flags);
         down = _mm_sub_epi16(e, ahead);
       } else {
         ScalarColumn<kLtr>(held, y, i, at / kVectorLanes, ahead, down, dot);
