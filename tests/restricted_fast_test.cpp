@@ -82,7 +82,8 @@ TEST(RestrictedFast, VectorRuleFlagsGiveEveryRulesShareForEvery16BitError) {
   constexpr std::uint16_t kEveryFlag = 0xFFFF;
   const ShareRule rules[] = {kAllAhead,      kAllDown,           kHalfAhead,   {1, 2, Rounding::kTrunc, false},
                              kThirdDown,     {1, 3, Rounding::kTrunc, true}, kTwoThirdsAhead, kQuarterAhead,
-                             kThreeQuartersDown, {3, 4, Rounding::kTrunc, true}};
+                             kThreeQuartersDown, {3, 4, Rounding::kTrunc, true}, {1, 2, Rounding::kFloor, true},
+                             {3, 4, Rounding::kFloor, true}};
   constexpr std::size_t kRules = std::size(rules);
   // Errors below the vector rows' bound: a held value under the limit, plus a level and a term.
   constexpr int kTop = 32767 - 255;
@@ -102,6 +103,11 @@ TEST(RestrictedFast, VectorRuleFlagsGiveEveryRulesShareForEvery16BitError) {
             << rule.num << "/" << rule.den << (rule.to_ahead ? " ahead" : " down") << " e " << in[k];
       }
     }
+  // The same flags in ints, for the errors the vector lanes cannot hold.
+  for (const ShareRule& rule : rules)
+    for (int e = kLowestError; e <= kHighestError; ++e)
+      ASSERT_EQ(serpentine_lockstep::AheadByFlags(e, RuleFlags(rule)), Apply(rule, e).ahead)
+          << rule.num << "/" << rule.den << (rule.to_ahead ? " ahead" : " down") << " e " << e;
 }
 #endif
 

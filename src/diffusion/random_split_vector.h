@@ -90,6 +90,10 @@ HALFTONE_FORCE_INLINE inline __m128i ThreeQuarters(__m128i e) {
   const __m128i up = _mm_andnot_si128(_mm_srai_epi16(e, 15), _mm_set1_epi16(3));
   return _mm_sub_epi16(e, _mm_srai_epi16(_mm_add_epi16(e, up), 2));
 }
+// Flooring three quarters: e - ceil(e / 4) for either sign. Exact for e up to 32764.
+HALFTONE_FORCE_INLINE inline __m128i ThreeQuartersFloor(__m128i e) {
+  return _mm_sub_epi16(e, _mm_srai_epi16(_mm_add_epi16(e, _mm_set1_epi16(3)), 2));
+}
 // `pick ? a : b` for an all-ones or all-zeros pick.
 HALFTONE_FORCE_INLINE inline __m128i Select(__m128i pick, __m128i a, __m128i b) {
   return _mm_or_si128(_mm_and_si128(pick, a), _mm_andnot_si128(pick, b));

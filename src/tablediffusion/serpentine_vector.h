@@ -31,26 +31,57 @@ using random_split::VectorRowsMemory;
 // with part the truncated fraction the rule names: ahead takes the fraction, or (whole and
 // negate) the rest after it goes down.
 inline constexpr unsigned kRuleWholeBit = 15, kRuleThirdBit = 14, kRuleHalfBit = 13, kRuleNegateBit = 12,
-                          kRuleQuarterBit = 11, kRuleTwoThirdsBit = 10, kRuleThreeQuartersBit = 9;
-constexpr unsigned PartBit(int num, int den) {
-  if (num == 1 && den == 2) return kRuleHalfBit;
-  if (num == 1 && den == 3) return kRuleThirdBit;
-  if (num == 2 && den == 3) return kRuleTwoThirdsBit;
-  if (num == 1 && den == 4) return kRuleQuarterBit;
-  if (num == 3 && den == 4) return kRuleThreeQuartersBit;
+                          kRuleQuarterBit = 11, kRuleTwoThirdsBit = 10, kRuleThreeQuartersBit = 9,
+                          kRuleHalfFloorBit = 8, kRuleThreeQuartersFloorBit = 7;
+constexpr unsigned PartBit(int num, int den, Rounding rounding) {
+  if (rounding == Rounding::kFloor) {
+    if (num == 1 && den == 2) return kRuleHalfFloorBit;
+    if (num == 3 && den == 4) return kRuleThreeQuartersFloorBit;
+  } else {
+    if (num == 1 && den == 2) return kRuleHalfBit;
+    if (num == 1 && den == 3) return kRuleThirdBit;
+    if (num == 2 && den == 3) return kRuleTwoThirdsBit;
+    if (num == 1 && den == 4) return kRuleQuarterBit;
+    if (num == 3 && den == 4) return kRuleThreeQuartersBit;
+  }
   throw "a fraction the vector rows do not form";
 }
 constexpr std::uint16_t RuleFlags(const ShareRule& r) {
-  if (r.rounding != Rounding::kTrunc) throw "only truncated shares";
   if (r.num == r.den) return r.to_ahead ? std::uint16_t{1u << kRuleWholeBit} : std::uint16_t{0};
-  const unsigned part = 1u << PartBit(r.num, r.den);
+  const unsigned part = 1u << PartBit(r.num, r.den, r.rounding);
   return static_cast<std::uint16_t>(r.to_ahead ? part : part | 1u << kRuleWholeBit | 1u << kRuleNegateBit);
+}
+// The same share in plain ints, for errors of any size: the columns and pixels the vector
+// rows leave to scalar code.
+constexpr int AheadByFlags(int e, std::uint16_t flags) {
+  struct Part {
+    unsigned bit;
+    ShareRule rule;
+  };
+  constexpr Part kParts[] = {{kRuleHalfBit, {1, 2, Rounding::kTrunc, true}},
+                             {kRuleThirdBit, {1, 3, Rounding::kTrunc, true}},
+                             {kRuleTwoThirdsBit, {2, 3, Rounding::kTrunc, true}},
+                             {kRuleQuarterBit, {1, 4, Rounding::kTrunc, true}},
+                             {kRuleThreeQuartersBit, {3, 4, Rounding::kTrunc, true}},
+                             {kRuleHalfFloorBit, {1, 2, Rounding::kFloor, true}},
+                             {kRuleThreeQuartersFloorBit, {3, 4, Rounding::kFloor, true}}};
+  const auto has = [flags](unsigned bit) { return (flags >> bit & 1u) != 0; };
+  int part = 0;
+  for (const Part& p : kParts)
+    if (has(p.bit)) part = Apply(p.rule, e).ahead;
+  return (has(kRuleWholeBit) ? e : 0) + (has(kRuleNegateBit) ? -part : part);
 }
 
 // The carried value above which a lane's int arithmetic may leave 16 bits: the sum of the
 // value, an input level and a curve term (each at most 255) must stay a 16-bit value. Below
 // it an error stays under 32767 - 255, so the quarter splits' rounding adds fit too.
 inline constexpr int kHeldLimit = 32767 - 2 * 255;
+// Whether a lane of the group holds a value above kHeldLimit. Only the four low lanes count:
+// the upper ones carry whatever the arithmetic leaves there and are never stored.
+HALFTONE_FORCE_INLINE inline bool AnyHeldOverLimit(__m128i held) {
+  constexpr int kGroupBytes = 0xFF;  // movemask bits of the low four 16-bit lanes
+  return (_mm_movemask_epi8(_mm_cmpgt_epi16(held, _mm_set1_epi16(kHeldLimit))) & kGroupBytes) != 0;
+}
 
 // A flag's lane mask: all ones where every rule sets it, none where no rule does (both known
 // when the kernel is compiled), else taken from the lane's flags.
@@ -80,6 +111,10 @@ HALFTONE_FORCE_INLINE inline __m128i AheadByFlags(__m128i e, __m128i flags) {
   add.template operator()<kRuleTwoThirdsBit>([](__m128i v) HALFTONE_FORCE_INLINE { return TwoThirds(v); });
   add.template operator()<kRuleQuarterBit>([](__m128i v) HALFTONE_FORCE_INLINE { return Quarter(v); });
   add.template operator()<kRuleThreeQuartersBit>([](__m128i v) HALFTONE_FORCE_INLINE { return ThreeQuarters(v); });
+  add.template operator()<kRuleHalfFloorBit>([](__m128i v) HALFTONE_FORCE_INLINE { return _mm_srai_epi16(v, 1); });
+  add.template operator()<kRuleThreeQuartersFloorBit>([](__m128i v) HALFTONE_FORCE_INLINE {
+    return ThreeQuartersFloor(v);
+  });
   const __m128i negate = FlagMask<kAny, kEvery, kRuleNegateBit>(flags);
   return _mm_add_epi16(_mm_and_si128(e, FlagMask<kAny, kEvery, kRuleWholeBit>(flags)),
                        _mm_sub_epi16(_mm_xor_si128(part, negate), negate));
@@ -206,14 +241,14 @@ class VectorScan {
     const std::uint8_t* const levels = mem_.samples;
     std::uint8_t* const dots = mem_.dots;
     constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
-    const __m128i limit = Splat(kHeldLimit), one = Splat(1);
+    const __m128i one = Splat(1);
 
     std::size_t at = kLtr ? 0 : (w - 1) * kVectorLanes;
     __m128i held = Load16(cur + at);
     for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
       if constexpr (kKeep) Store16(cur + at, held);
       __m128i ahead, down, dot;
-      if (_mm_movemask_epi8(_mm_cmpgt_epi16(held, limit)) == 0) [[likely]] {
+      if (!AnyHeldOverLimit(held)) [[likely]] {
         // The four records' low halves (terms) to the low quadword, high halves (rules) above.
         __m128i rec = _mm_loadu_si128(reinterpret_cast<const __m128i*>(records + sizeof(std::uint32_t) * at));
         rec = _mm_shufflelo_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
