@@ -196,20 +196,23 @@ class VectorScan {
     auto* out = reinterpret_cast<unsigned char*>(mem_.records());
     const std::uint32_t* even = records_[kLtr];
     const std::uint32_t* odd = records_[kLtr] + kPerParity;
-    for (unsigned l = 0; l < kVectorLanes; ++l) {
-      const std::uint8_t* level = in[l];
-      const std::uint8_t* drawn = lanes_[l].drawn + y * w;  // by scan position
-      const auto put = [&](std::size_t x, const std::uint32_t* table) HALFTONE_FORCE_INLINE {
-        const std::uint32_t r = table[level[x] * kRuleCodes + (drawn[kLtr ? x : w - 1 - x] & (kRuleCodes - 1))];
+    const std::uint8_t* const levels = mem_.samples;
+    const std::uint8_t* drawn[kVectorLanes];  // by scan position
+    for (unsigned l = 0; l < kVectorLanes; ++l) drawn[l] = lanes_[l].drawn + y * w;
+    // Column by column, the four lanes' records together.
+    const auto put = [&](std::size_t x, const std::uint32_t* table) HALFTONE_FORCE_INLINE {
+      const std::size_t i = kLtr ? x : w - 1 - x;
+      ForEachLane<kVectorLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
+        const std::uint32_t r = table[levels[kVectorLanes * x + l] * kRuleCodes + (drawn[l][i] & (kRuleCodes - 1))];
         std::memcpy(out + sizeof r * (kVectorLanes * x + l), &r, sizeof r);
-      };
-      std::size_t x = 0;
-      for (; x + 2 <= w; x += 2) {
-        put(x, even);
-        put(x + 1, odd);
-      }
-      if (x < w) put(x, even);
+      });
+    };
+    std::size_t x = 0;
+    for (; x + 2 <= w; x += 2) {
+      put(x, even);
+      put(x + 1, odd);
     }
+    if (x < w) put(x, even);
   }
 
   // The flags any rule of a direction sets, and those every rule sets: a part no rule names is
