@@ -84,11 +84,14 @@ HALFTONE_FORCE_INLINE inline __m128i TwoThirds(__m128i e) {
 HALFTONE_FORCE_INLINE inline __m128i Quarter(__m128i e) {
   return _mm_srai_epi16(_mm_add_epi16(e, _mm_srli_epi16(_mm_srai_epi16(e, 15), 14)), 2);
 }
-// Truncating three quarters, (3e) / 4, as e less the rest rounded away from zero: e - ceil(e / 4)
-// for positive e, e - floor(e / 4) for negative. Exact for e up to 32764 (e + 3 must not wrap).
+// Truncating three quarters, (3e) / 4, for every 16-bit e: the high word of e times -2^14 is
+// floor(-e / 4), so adding e gives floor(3e / 4) without leaving 16 bits; a negative e that 4
+// does not divide then rounds up by one.
 HALFTONE_FORCE_INLINE inline __m128i ThreeQuarters(__m128i e) {
-  const __m128i up = _mm_andnot_si128(_mm_srai_epi16(e, 15), _mm_set1_epi16(3));
-  return _mm_sub_epi16(e, _mm_srai_epi16(_mm_add_epi16(e, up), 2));
+  constexpr short kMinusQuarter = -(1 << 14);
+  const __m128i floored = _mm_add_epi16(_mm_mulhi_epi16(e, _mm_set1_epi16(kMinusQuarter)), e);
+  const __m128i exact = _mm_cmpeq_epi16(_mm_and_si128(e, _mm_set1_epi16(3)), _mm_setzero_si128());
+  return _mm_sub_epi16(floored, _mm_andnot_si128(exact, _mm_srai_epi16(e, 15)));
 }
 // Flooring three quarters: e - ceil(e / 4) for either sign. Exact for e up to 32764.
 HALFTONE_FORCE_INLINE inline __m128i ThreeQuartersFloor(__m128i e) {
@@ -273,11 +276,11 @@ void ForEachVectorGroup(Engine& engine, unsigned planes, std::size_t w, unsigned
   });
 }
 
-// The shares the vector rows form: whole, half, third, two thirds and the rest after a third
-// (quarters would need their own rounding of 3e / 4, which no vector pass uses).
+// The shares the vector rows form: every share of the split tables.
 constexpr bool VectorShare(Share s) {
   return s == Share::kNone || s == Share::kAll || s == Share::kHalf || s == Share::kThird ||
-         s == Share::kTwoThirds || s == Share::kRestAfterThird;
+         s == Share::kTwoThirds || s == Share::kRestAfterThird || s == Share::kQuarter ||
+         s == Share::kThreeQuarters;
 }
 // Whether the vector rows can form a pass's inner-row splits.
 template <class Pass>
@@ -351,7 +354,7 @@ class VectorRows {
 
   // The parts of an error e a share can be, each formed once a pixel (and only if used).
   struct Parts {
-    __m128i e, half, third, two_thirds;
+    __m128i e, half, third, two_thirds, quarter, three_quarters;
   };
   HALFTONE_FORCE_INLINE static __m128i PartOf(Share share, const Parts& p) {
     switch (share) {
@@ -360,6 +363,8 @@ class VectorRows {
       case Share::kThird: return p.third;
       case Share::kTwoThirds: return p.two_thirds;
       case Share::kRestAfterThird: return _mm_sub_epi16(p.e, p.third);
+      case Share::kQuarter: return p.quarter;
+      case Share::kThreeQuarters: return p.three_quarters;
       default: return _mm_setzero_si128();
     }
   }
@@ -397,6 +402,8 @@ class VectorRows {
     add.template operator()<Share::kThird>();
     add.template operator()<Share::kTwoThirds>();
     add.template operator()<Share::kRestAfterThird>();
+    add.template operator()<Share::kQuarter>();
+    add.template operator()<Share::kThreeQuarters>();
     return share;
   }
 
@@ -446,7 +453,7 @@ class VectorRows {
       __m128i dot;
       const __m128i e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
       vec::Store8(dots + at, dot);
-      const Parts parts{e, vec::Half(e), vec::Third(e), vec::TwoThirds(e)};
+      const Parts parts{e, vec::Half(e), vec::Third(e), vec::TwoThirds(e), vec::Quarter(e), vec::ThreeQuarters(e)};
       const __m128i code = vec::Load8(codes + kVectorLanes * i);
       const __m128i along = ShareFor<kLtr, false>(code, parts);
       const __m128i down = ShareFor<kLtr, true>(code, parts);
