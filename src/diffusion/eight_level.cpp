@@ -66,6 +66,10 @@ struct LevelValuesPass {
     const int i = kLevelChoice[vb][sb];
     return {kLargestCode - static_cast<unsigned>(i), v - L[i]};
   }
+#if HALFTONE_VECTOR_ROWS
+  // Vector rows look each lane's decision up in the table below.
+  static constexpr bool kVectorTable = true;
+#endif
   // The same decision by table: the raw sample counts only through its band among L1..L6.
   random_split::ClampedDecisionTable<2> Fast() const {
     random_split::ClampedDecisionTable<2> t;

@@ -5,11 +5,28 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "diffusion/random_split_fast.h"
 #include "diffusion/random_split_vector.h"
 
 namespace halftone::random_split {
+
+#if HALFTONE_VECTOR_ROWS
+// A pass's vector decision: its own (`Vector()`, engaged where its quantiser allows), or
+// lookups in its scalar table where it asks for them (`kVectorTable`).
+template <class Pass>
+constexpr bool HasVectorDecision() {
+  return (requires(const Pass& p) { p.Vector(); } || requires { Pass::kVectorTable; }) && VectorSplits<Pass>();
+}
+template <class Pass, class Decider>
+auto VectorDecision(const Pass& pass, const Decider& decide) {
+  if constexpr (requires { pass.Vector(); })
+    return pass.Vector();
+  else
+    return std::optional<TableDecide<Decider>>(TableDecide<Decider>{&decide});
+}
+#endif
 
 // Every plane of a band of a job. The reference runs the planes one after the other on the
 // generator itself. The fast path starts a copy of the generator where each plane's slice of
@@ -40,8 +57,8 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const auto& decide = Unwrapped(decider);
 #if HALFTONE_VECTOR_ROWS
   // Vector groups take bands of two rows or more, and groups of kVectorMinLanes planes or more.
-  if constexpr (requires { pass.Vector(); } && VectorSplits<Pass>()) {
-    const auto vdecide = pass.Vector();
+  if constexpr (HasVectorDecision<Pass>()) {
+    const auto vdecide = VectorDecision(pass, decide);
     if (vdecide && band.h >= 2 && planes >= kVectorMinLanes) {
       const auto group = [&](unsigned first, unsigned n, VectorRowsMemory mem) {
         FastLane lanes[kVectorLanes];

@@ -125,6 +125,59 @@ struct FixedStepsDecide {
   }
 };
 
+// A vector decision by the pass's scalar decision table (ClampedDecisionTable), for quantisers
+// no fixed steps describe: each lane's entry is looked up on its own, by its sample class's
+// origin (found off the chain, when the samples are prepared) plus its value. A column where a
+// lane's value lies outside the table's window takes the table's clamped lookup lane by lane.
+template <class Table>
+struct TableDecide {
+  const Table* table;
+  struct Sample {
+    __m128i origin;  // each lane's class origin in the table
+    __m128i s;       // the raw samples, for a lookup outside the window
+  };
+  HALFTONE_FORCE_INLINE Sample Prepare(__m128i s) const {
+    const auto origin = [&](int lane) HALFTONE_FORCE_INLINE {
+      return static_cast<short>(table->origin_of[static_cast<unsigned>(_mm_extract_epi16(s, lane))]);
+    };
+    return {_mm_setr_epi16(origin(0), origin(1), origin(2), origin(3), 0, 0, 0, 0), s};
+  }
+  // The error v - level + term, and the code.
+  HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample k, __m128i term, __m128i& code) const {
+    constexpr int kGroupBytes = 0xFF;  // movemask bits of the low four lanes
+    const __m128i outside = _mm_or_si128(_mm_cmpgt_epi16(v, vec::Splat(Table::kWindowHi)),
+                                         _mm_cmpgt_epi16(vec::Splat(Table::kWindowLo), v));
+    __m128i err;
+    if ((_mm_movemask_epi8(outside) & kGroupBytes) == 0) [[likely]] {
+      const __m128i at = _mm_add_epi16(v, k.origin);
+      const auto entry = [&](int lane) HALFTONE_FORCE_INLINE {
+        return _mm_loadl_epi64(
+            reinterpret_cast<const __m128i*>(table->entry + static_cast<unsigned>(_mm_extract_epi16(at, lane))));
+      };
+      // Entries {err, part, code, -}: lanes 0 and 1, 2 and 3 side by side, then err and code apart.
+      const __m128i e01 = _mm_unpacklo_epi16(entry(0), entry(1));
+      const __m128i e23 = _mm_unpacklo_epi16(entry(2), entry(3));
+      err = _mm_unpacklo_epi32(e01, e23);
+      code = _mm_unpackhi_epi32(e01, e23);
+    } else {
+      err = Outside(v, k.s, code);
+    }
+    return _mm_add_epi16(err, term);
+  }
+  [[gnu::noinline]] __m128i Outside(__m128i v, __m128i s, __m128i& code) const {
+    alignas(16) std::int16_t vs[8], ss[8], err[8] = {}, codes[8] = {};
+    _mm_store_si128(reinterpret_cast<__m128i*>(vs), v);
+    _mm_store_si128(reinterpret_cast<__m128i*>(ss), s);
+    for (unsigned l = 0; l < kVectorLanes; ++l) {
+      const PartOutcome o = table->DecideWithPart(vs[l], ss[l]);
+      err[l] = static_cast<std::int16_t>(o.err);
+      codes[l] = static_cast<std::int16_t>(o.code);
+    }
+    code = _mm_load_si128(reinterpret_cast<const __m128i*>(codes));
+    return _mm_load_si128(reinterpret_cast<const __m128i*>(err));
+  }
+};
+
 // The interleaved rows of one vector group, carved from one block of scratch memory.
 struct VectorRowsMemory {
   std::int16_t* cur;           // the working row being scanned
