@@ -316,6 +316,11 @@ inline void PackDots(const std::uint8_t* dots, std::size_t w, std::uint8_t* cons
   }
 }
 
+// Whether every thread's share of a band's planes fills a whole vector group.
+inline bool FillsVectorGroups(const Engine& engine, unsigned planes) {
+  return LockstepGroupSize(planes, engine.threads.count()) >= kVectorLanes;
+}
+
 // Calls group(first, n, memory) for every group of a band's planes as vector lanes: groups of
 // up to kVectorLanes planes, none smaller than `smallest` unless the band has fewer planes,
 // spread over the engine's threads, each with its own interleaved rows.
