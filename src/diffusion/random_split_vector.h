@@ -8,7 +8,8 @@
 // A pass takes this path by offering a vector decision, `Vector()`, returning an engaged
 // optional where its decision can be written with 16-bit compares and masks: the decision for
 // a sample is one or more thresholds on the corrected value with fixed steps of level between
-// them. The arithmetic is the scalar scan's, modulo 2^16 as the working rows store it, so the
+// them. A pass whose decision has no such form may ask (`kVectorTable`) for its lanes to read
+// their entries from its scalar decision table (TableDecide). The arithmetic is the scalar scan's, modulo 2^16 as the working rows store it, so the
 // dots and every row left behind are the same.
 //
 // Each row is three steps: the row's draws, the samples below and the curve terms are
