@@ -137,11 +137,18 @@ struct TableDecide {
     __m128i origin;  // each lane's class origin in the table
     __m128i s;       // the raw samples, for a lookup outside the window
   };
+  // Lane kLane of v as an unsigned 16-bit value (the lane is a constant of the instruction).
+  template <int kLane>
+  HALFTONE_FORCE_INLINE static unsigned LaneOf(__m128i v) {
+    return static_cast<unsigned>(_mm_extract_epi16(v, kLane));
+  }
   HALFTONE_FORCE_INLINE Sample Prepare(__m128i s) const {
-    const auto origin = [&](int lane) HALFTONE_FORCE_INLINE {
-      return static_cast<short>(table->origin_of[static_cast<unsigned>(_mm_extract_epi16(s, lane))]);
+    const auto origin = [&](unsigned sample) HALFTONE_FORCE_INLINE {
+      return static_cast<short>(table->origin_of[sample]);
     };
-    return {_mm_setr_epi16(origin(0), origin(1), origin(2), origin(3), 0, 0, 0, 0), s};
+    return {_mm_setr_epi16(origin(LaneOf<0>(s)), origin(LaneOf<1>(s)), origin(LaneOf<2>(s)), origin(LaneOf<3>(s)), 0,
+                           0, 0, 0),
+            s};
   }
   // The error v - level + term, and the code.
   HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample k, __m128i term, __m128i& code) const {
@@ -151,13 +158,12 @@ struct TableDecide {
     __m128i err;
     if ((_mm_movemask_epi8(outside) & kGroupBytes) == 0) [[likely]] {
       const __m128i at = _mm_add_epi16(v, k.origin);
-      const auto entry = [&](int lane) HALFTONE_FORCE_INLINE {
-        return _mm_loadl_epi64(
-            reinterpret_cast<const __m128i*>(table->entry + static_cast<unsigned>(_mm_extract_epi16(at, lane))));
+      const auto entry = [&](unsigned index) HALFTONE_FORCE_INLINE {
+        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(table->entry + index));
       };
       // Entries {err, part, code, -}: lanes 0 and 1, 2 and 3 side by side, then err and code apart.
-      const __m128i e01 = _mm_unpacklo_epi16(entry(0), entry(1));
-      const __m128i e23 = _mm_unpacklo_epi16(entry(2), entry(3));
+      const __m128i e01 = _mm_unpacklo_epi16(entry(LaneOf<0>(at)), entry(LaneOf<1>(at)));
+      const __m128i e23 = _mm_unpacklo_epi16(entry(LaneOf<2>(at)), entry(LaneOf<3>(at)));
       err = _mm_unpacklo_epi32(e01, e23);
       code = _mm_unpackhi_epi32(e01, e23);
     } else {
