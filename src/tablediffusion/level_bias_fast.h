@@ -344,6 +344,13 @@ class LockstepDiffusion {
     for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
   }
 
+#if HALFTONE_VECTOR_ROWS
+  // Vector inner rows for a full group of a bilevel member. The four-level member's quantiser
+  // costs more as vector compares than its window table does here (measured 0.96-0.99 times the
+  // scalar rate), so it stays scalar.
+  static constexpr bool kVectorRows = M.bits == 1 && kLanes == random_split::kVectorLanes;
+#endif
+
   // `vector`, for a group of kVectorLanes planes: scratch rows in which the inner rows run as
   // vectors (the band's last row stays scalar).
   void Run(const VectorMemory* vector = nullptr) {
@@ -356,7 +363,7 @@ class LockstepDiffusion {
     if (w != 0) {
       std::size_t y = 0;
 #if HALFTONE_VECTOR_ROWS
-      if constexpr (kLanes == random_split::kVectorLanes) {
+      if constexpr (kVectorRows) {
         if (vector != nullptr && h >= 2) {
           VectorRows(*vector);
           y = h - 1;
@@ -507,19 +514,9 @@ class LockstepDiffusion {
   };
   static IntPixel PixelOfRecord(int v, int c, std::uint32_t record) {
     const int s = c + v;
-    int level = kWhite;
-    unsigned code = 0;
-    if constexpr (kBits == 1) {
-      if (s <= kBilevelThreshold) level = 0, code = 1;
-    } else {
-      for (unsigned i = 0; i < 3; ++i)
-        if (s <= kFourThreshold[i]) {
-          level = kFourLevelValue[i], code = 3 - i;
-          break;
-        }
-    }
-    const int e = s - level + static_cast<std::int16_t>(record & 0xFFFF);
-    return {e, serpentine_lockstep::AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), code};
+    const bool dot = s <= kBilevelThreshold;
+    const int e = s - (dot ? 0 : kWhite) + static_cast<std::int16_t>(record & 0xFFFF);
+    return {e, serpentine_lockstep::AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), dot ? 1u : 0u};
   }
 
   template <bool kLtr>
@@ -621,9 +618,7 @@ class LockstepDiffusion {
 
   static constexpr int kBilevelLevels[2] = {0, kWhite};
   static constexpr int kBilevelThresholds[1] = {kBilevelThreshold};
-  using Decide = std::conditional_t<kBits == 1,
-                                    random_split::FixedStepsDecide<kBilevelThresholds, kBilevelLevels, 1>,
-                                    random_split::FixedStepsDecide<kFourThreshold, kFourLevelValue, 3>>;
+  using Decide = random_split::FixedStepsDecide<kBilevelThresholds, kBilevelLevels, 1>;
 #endif
 
   const FastTables& tables_;
@@ -681,9 +676,7 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
   };
 #if HALFTONE_VECTOR_ROWS
   using random_split::kVectorLanes;
-  // The four-level member's quantiser costs more as vector compares than its window table
-  // does in the scalar scan (measured 0.96-0.99 times the scalar rate), so it stays scalar.
-  if constexpr (M.bits == 1) {
+  if constexpr (LockstepDiffusion<M, kVectorLanes>::kVectorRows) {
     if (planes >= kVectorLanes && band.h >= 2) {
       // Groups of four planes as vector lanes; a smaller rest stays scalar.
       random_split::ForEachVectorGroup(engine, planes, w, kVectorLanes,
