@@ -559,7 +559,7 @@ class LockstepDiffusion {
     const std::size_t w = band_.w;
     std::int16_t* const cur = kLtr ? rows_a_ : rows_b_;
     std::int16_t* const next = kLtr ? rows_b_ : rows_a_;
-    const auto* const records = reinterpret_cast<const unsigned char*>(mem.records());
+    const std::uint32_t* const records = mem.records();
     const std::uint8_t* const samples = mem.samples;
     std::uint8_t* const dots = mem.dots;
     constexpr std::ptrdiff_t kStep = kLtr ? kLanes : -static_cast<std::ptrdiff_t>(kLanes);
@@ -572,11 +572,7 @@ class LockstepDiffusion {
       if constexpr (kKeep) Store16(cur + at, held);
       __m128i ahead, down, code;
       if (!serpentine_lockstep::AnyHeldOverLimit(held)) [[likely]] {
-        // The four records' low halves (bias) to the low quadword, high halves (rules) above.
-        __m128i rec = _mm_loadu_si128(reinterpret_cast<const __m128i*>(records + sizeof(std::uint32_t) * at));
-        rec = _mm_shufflelo_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
-        rec = _mm_shufflehi_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
-        rec = _mm_shuffle_epi32(rec, _MM_SHUFFLE(3, 1, 2, 0));
+        const __m128i rec = serpentine_lockstep::ColumnRecords(records + at);  // bias low, rules high
         const __m128i e = decide.Error(_mm_add_epi16(Load8(samples + at), held), {}, rec, code);
         ahead = serpentine_lockstep::AheadByFlags<kAny, kEvery>(e, _mm_unpackhi_epi64(rec, rec));
         down = _mm_sub_epi16(e, ahead);

@@ -120,6 +120,15 @@ HALFTONE_FORCE_INLINE inline __m128i AheadByFlags(__m128i e, __m128i flags) {
                        _mm_sub_epi16(_mm_xor_si128(part, negate), negate));
 }
 
+// A column's four 32-bit records (entries 4x .. 4x+3 of a row of records): their low halves
+// in the low four 16-bit lanes, their high halves in the upper four.
+HALFTONE_FORCE_INLINE inline __m128i ColumnRecords(const std::uint32_t* column) {
+  __m128i rec = _mm_loadu_si128(reinterpret_cast<const __m128i*>(column));
+  rec = _mm_shufflelo_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
+  rec = _mm_shufflehi_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
+  return _mm_shuffle_epi32(rec, _MM_SHUFFLE(3, 1, 2, 0));
+}
+
 // The bilevel decision of the kernels here: a dot where s <= kThreshold; the error is the
 // biased value, less white without a dot.
 template <int kThreshold, int kWhite>
@@ -240,7 +249,7 @@ class VectorScan {
     k_.SetRow(y);
     std::int16_t* const cur = mem_.cur;
     std::int16_t* const next = mem_.next;
-    const unsigned char* const records = reinterpret_cast<const unsigned char*>(mem_.records());
+    const std::uint32_t* const records = mem_.records();
     const std::uint8_t* const levels = mem_.samples;
     std::uint8_t* const dots = mem_.dots;
     constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
@@ -252,11 +261,7 @@ class VectorScan {
       if constexpr (kKeep) Store16(cur + at, held);
       __m128i ahead, down, dot;
       if (!AnyHeldOverLimit(held)) [[likely]] {
-        // The four records' low halves (terms) to the low quadword, high halves (rules) above.
-        __m128i rec = _mm_loadu_si128(reinterpret_cast<const __m128i*>(records + sizeof(std::uint32_t) * at));
-        rec = _mm_shufflelo_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
-        rec = _mm_shufflehi_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
-        rec = _mm_shuffle_epi32(rec, _MM_SHUFFLE(3, 1, 2, 0));
+        const __m128i rec = ColumnRecords(records + at);  // terms low, rules high
         const __m128i flags = _mm_unpackhi_epi64(rec, rec);
         const __m128i s = _mm_add_epi16(Load8(levels + at), held);
         const __m128i e = k_.VectorError(s, _mm_add_epi16(s, rec), dot);
