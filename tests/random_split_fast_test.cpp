@@ -31,6 +31,9 @@ TEST(RandomSplitFast, DivisionsTruncateTowardZeroForEveryShareOperand) {
     ASSERT_EQ(random_split::DivTrunc2(x), x / 2) << x;
     ASSERT_EQ(random_split::DivTrunc3(x), x / 3) << x;
     ASSERT_EQ(random_split::DivTrunc4(x), x / 4) << x;
+    // Either side of a split into thirds, picked by multiplier, high word and step.
+    ASSERT_EQ(random_split::ThirdOrRest(x, false), x / 3) << x;
+    ASSERT_EQ(random_split::ThirdOrRest(x, true), x - x / 3) << x;
   }
 }
 
@@ -105,6 +108,16 @@ TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
         ASSERT_EQ(t.code, code);
         ASSERT_EQ(Store16(t.err), err);
         ASSERT_EQ(t.part, random_split::DivTrunc3(err));
+        if (random_split::ClampedDecisionTable<3>::InWindow(v)) {
+          // The fields a scan reads by column, the rest among them.
+          using T = random_split::ClampedDecisionTable<3>;
+          const std::ptrdiff_t at = std::ptrdiff_t{v} * T::kFields;
+          ASSERT_EQ(thirds->Column(r, T::kErr)[at], t.err);
+          ASSERT_EQ(thirds->Column(r, T::kCode)[at], static_cast<std::int16_t>(code));
+          ASSERT_EQ(thirds->Column(r, T::kPart)[at], t.part);
+          ASSERT_EQ(thirds->Column(r, T::kRest)[at], t.err - t.part);
+          ASSERT_EQ(halves->Column(r, T::kRest)[at], h.err - h.part);
+        }
       }
   }
 }

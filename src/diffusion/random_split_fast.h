@@ -39,6 +39,28 @@ constexpr int DivTrunc(int x) {
   else return DivTrunc4(x);
 }
 
+// One side of a split into a third and the rest, trunc(x / 3) or x - trunc(x / 3), as the high
+// word of x times a multiplier plus a step of one, the side picked before x is known so the
+// pick stays off the chain. The third is DivTrunc3: x times 2^32 / 3 rounded up, floored, plus
+// one for negative x. The rest: x times 2^32 - that multiplier is x - x / 3 less a sliver with
+// x's sign, which floors to the rest for negative x and to one under it for positive x (for
+// |x| < 2^31). The high word and the step apart (ThirdsHigh, ThirdsStep), so a caller can fold
+// the step into a sum formed beside the multiply.
+//
+// The multipliers by side: [0] the third's, [1] the rest's.
+inline constexpr std::int64_t kThirdsMul[2] = {0x55555556LL, (std::int64_t{1} << 32) - 0x55555556LL};
+HALFTONE_FORCE_INLINE constexpr std::int64_t ThirdsHigh(std::int64_t x, std::int64_t mul) { return (x * mul) >> 32; }
+// The step: one for negative x on the third's side, one for positive x on the rest's, without a
+// branch on the side (a drawn bit no predictor learns): both are "the side's x is positive",
+// with x negated on the third's side.
+HALFTONE_FORCE_INLINE constexpr std::int64_t ThirdsStep(std::int64_t x, bool rest) {
+  const std::int64_t flip = std::int64_t{rest} - 1;  // all ones on the third's side
+  return ((x ^ flip) - flip) > 0;
+}
+HALFTONE_FORCE_INLINE constexpr std::int64_t ThirdOrRest(std::int64_t x, bool rest) {
+  return ThirdsHigh(x, kThirdsMul[rest]) + ThirdsStep(x, rest);
+}
+
 // 2^32 / den rounded up (2^31 + 1 for halves, 0x55555556 for thirds).
 constexpr std::int64_t RoundedUpReciprocal(int den) { return (std::int64_t{1} << 32) / den + 1; }
 // num * e / den truncated toward zero, with mul = num * RoundedUpReciprocal(den) and `divides`
@@ -289,15 +311,14 @@ struct ClampedDecisionTable {
   static_assert(kWindowLo <= kLo && kWindowHi >= kHi);
   static constexpr unsigned kOrigin = -kWindowLo;
   static_assert(kMaxClasses * kWindowRows <= 65536);
-  struct Entry {
-    std::int16_t err;   // v - level
-    std::int16_t part;  // err / kPartDen, truncated toward zero
-    std::uint16_t code;
-    std::uint16_t unused;
-  };
+  // An entry is four 16-bit fields side by side: the error (v - level), its part (err /
+  // kPartDen, truncated toward zero), the code, and the rest (err - part). A split that sends
+  // the part one way and the rest the other reads the share it carries along straight from
+  // the table, the field picked by the drawn bit before the value is known.
+  enum Field : unsigned { kErr = 0, kPart = 1, kCode = 2, kRest = 3, kFields = 4 };
   // The entries first, at the table's own address: an entry's address is then the table plus
   // index times 8, with no offset the compiler would fold into a slow three-part address.
-  Entry entry[kMaxClasses * kWindowRows];
+  std::int16_t cells[kMaxClasses * kWindowRows * kFields];
   // Where value 0 of sample s's class column sits: class times kWindowRows, plus the window's
   // offset. One addition with v gives the index.
   std::uint16_t origin_of[256];
@@ -314,11 +335,21 @@ struct ClampedDecisionTable {
     }
     for (unsigned c = 0; c < kMaxClasses; ++c) {
       if (representative[c] < 0) continue;  // no sample indexes this column
-      Entry* column = entry + c * kWindowRows;
+      std::int16_t* column = cells + std::size_t{c} * kWindowRows * kFields;
       const auto put = [&](int v, unsigned code, int level) {
         const int err = v - level;
-        column[v - kWindowLo] = {static_cast<std::int16_t>(err), static_cast<std::int16_t>(DivTrunc<kPartDen>(err)),
-                                 static_cast<std::uint16_t>(code), 0};
+        const int part = DivTrunc<kPartDen>(err);
+        std::int16_t* en = column + static_cast<std::size_t>(v - kWindowLo) * kFields;
+        en[kErr] = static_cast<std::int16_t>(err);
+        en[kPart] = static_cast<std::int16_t>(part);
+        en[kCode] = static_cast<std::int16_t>(code);
+        en[kRest] = static_cast<std::int16_t>(err - part);
+      };
+      const auto level_at = [&](int v) {
+        return v - column[static_cast<std::size_t>(v - kWindowLo) * kFields + kErr];
+      };
+      const auto code_at = [&](int v) {
+        return static_cast<unsigned>(column[static_cast<std::size_t>(v - kWindowLo) * kFields + kCode]);
       };
       // The decision is asked for -1..256 only; beyond, each row repeats its end's code and
       // level (a band's table is built per call, so this stays cheap).
@@ -326,18 +357,31 @@ struct ClampedDecisionTable {
         const Outcome o = decide(v, representative[c]);
         put(v, o.code, v - o.err);
       }
-      const Entry lo = column[kLo - kWindowLo], hi = column[kHi - kWindowLo];
-      for (int v = kWindowLo; v < kLo; ++v) put(v, lo.code, kLo - lo.err);
-      for (int v = kHi + 1; v <= kWindowHi; ++v) put(v, hi.code, kHi - hi.err);
+      const int lo_level = level_at(kLo), hi_level = level_at(kHi);
+      const unsigned lo_code = code_at(kLo), hi_code = code_at(kHi);
+      for (int v = kWindowLo; v < kLo; ++v) put(v, lo_code, lo_level);
+      for (int v = kHi + 1; v <= kWindowHi; ++v) put(v, hi_code, hi_level);
     }
   }
+  // Whether v (a value not yet held to 16 bits) has its own entry. The test by the shift, not
+  // by v - kWindowLo, so the compiler forms the index from v itself: one addition on the chain.
+  // A value outside may still be one inside once held to 16 bits.
+  HALFTONE_FORCE_INLINE static bool InWindow(std::ptrdiff_t v) {
+    return static_cast<std::size_t>((v >> kWindowShift) + 1) <= 1u;
+  }
+  // Field f of sample s's column at value 0; the field of a value v in the window is at
+  // [v * kFields].
+  HALFTONE_FORCE_INLINE const std::int16_t* Column(int s, unsigned f) const {
+    return cells + std::size_t{origin_of[s]} * kFields + f;
+  }
+  // The four fields of entry `index` (a class origin plus a value in the window).
+  HALFTONE_FORCE_INLINE const std::int16_t* EntryAt(std::size_t index) const { return cells + index * kFields; }
+
   HALFTONE_FORCE_INLINE PartOutcome DecideWithPart(int v, int s) const {
-    // The window test by the shift, not by v - kWindowLo, so the compiler forms the index
-    // from v itself: one addition on the chain.
-    if (static_cast<unsigned>((v >> kWindowShift) + 1) > 1u) [[unlikely]]
+    if (!InWindow(v)) [[unlikely]]
       return Outside(v, s);
-    const Entry& en = entry[origin_of[s] + std::ptrdiff_t{v}];
-    return {en.code, en.err, en.part};
+    const std::int16_t* en = Column(s, 0) + std::ptrdiff_t{v} * kFields;
+    return {static_cast<unsigned>(en[kCode]), en[kErr], en[kPart]};
   }
   HALFTONE_FORCE_INLINE Outcome Decide(int v, int s) const {
     const PartOutcome o = DecideWithPart(v, s);
@@ -347,9 +391,9 @@ struct ClampedDecisionTable {
  private:
   [[gnu::noinline]] PartOutcome Outside(int v, int s) const {
     const int clamped = v < kLo ? kLo : kHi;
-    const Entry& en = entry[origin_of[s] + clamped];
-    const int err = Store16(v - (clamped - en.err));
-    return {en.code, err, DivTrunc<kPartDen>(err)};
+    const std::int16_t* en = Column(s, 0) + std::ptrdiff_t{clamped} * kFields;
+    const int err = Store16(v - (clamped - en[kErr]));
+    return {static_cast<unsigned>(en[kCode]), err, DivTrunc<kPartDen>(err)};
   }
 };
 

@@ -159,9 +159,10 @@ struct TableDecide {
     if ((_mm_movemask_epi8(outside) & kGroupBytes) == 0) [[likely]] {
       const __m128i at = _mm_add_epi16(v, k.origin);
       const auto entry = [&](unsigned index) HALFTONE_FORCE_INLINE {
-        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(table->entry + index));
+        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(table->EntryAt(index)));
       };
-      // Entries {err, part, code, -}: lanes 0 and 1, 2 and 3 side by side, then err and code apart.
+      // Entries {err, part, code, rest}: lanes 0 and 1, 2 and 3 side by side, then err and code
+      // apart (the group's four lanes of each; the upper lanes hold parts and rests).
       const __m128i e01 = _mm_unpacklo_epi16(entry(LaneOf<0>(at)), entry(LaneOf<1>(at)));
       const __m128i e23 = _mm_unpacklo_epi16(entry(LaneOf<2>(at)), entry(LaneOf<3>(at)));
       err = _mm_unpacklo_epi32(e01, e23);

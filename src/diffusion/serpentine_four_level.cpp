@@ -163,7 +163,7 @@ class SpineLockstep {
     const std::uint8_t* below;
     const std::uint32_t* drawn;  // the draw of pixel x: drawn[x] left to right, drawn[-x] right to left
     std::uint8_t* out;
-    int v;
+    std::ptrdiff_t v;  // the value carried along, not yet held to 16 bits
     unsigned acc;
   };
   static constexpr unsigned kPerByte = 4;
@@ -171,35 +171,51 @@ class SpineLockstep {
 
   // One pixel of one lane; kHasNext is false for the pixel ending the row, whose side share
   // is dropped. `odd` is x & 1. The last row stores its scanned values back (kLast).
+  //
+  // The chain from pixel to pixel is the value carried along: its entry in the table, the
+  // share it passes on, the next pixel's value. So the value is kept as a plain sum, not held
+  // to 16 bits (a value outside the table's window, the only kind the holding can change,
+  // takes the cold path, which holds it first), and the drawn bit picks the share's field of
+  // the entry (or, with a curve term, the multiplier of the third) before the value is known.
   template <bool kLtr, bool kLast, bool kHasNext>
   HALFTONE_FORCE_INLINE void OnePixel(Lane& st, const SpineTable& decide, std::size_t x,
                                        unsigned shift, bool odd) const {
     const std::uint8_t r = st.in[x];
     if constexpr (kLast) st.cur[x] = static_cast<std::int16_t>(st.v);
-    // Curve terms fall on odd columns left to right, even ones right to left. Without one, the
-    // error and its third come from the table; with one, the third is formed here.
-    int err, third;
-    if (kLtr ? !odd : odd) {
-      const random_split::PartOutcome o = decide.DecideWithPart(st.v, r);
-      st.acc |= o.code << shift;
-      err = o.err;
-      third = o.part;
-    } else {
-      const random_split::Outcome o = decide.Decide(st.v, r);
-      st.acc |= o.code << shift;
-      // Two 16-bit truncations in a row, before and after the curve term, are one.
-      err = Store16(o.err + (kLtr ? curve_a_[r] : curve_b_[r]));
-      third = random_split::DivTrunc3(err);
-    }
     const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
     // Bit 1 sends the third down and the rest along.
     const bool bit = ((word >> 1) & 1u) != 0;
-    const int rest = err - third;
-    const int down = SelectUnpredictable(bit, third, rest);
-    if constexpr (kHasNext) {
-      const int ahead = st.cur[kLtr ? x + 1 : x - 1];
-      st.v = Store16(ahead + SelectUnpredictable(bit, rest, third));
+    // Curve terms fall on odd columns left to right, even ones right to left.
+    const bool has_term = kLtr ? odd : !odd;
+    const int term = has_term ? (kLtr ? curve_a_[r] : curve_b_[r]) : 0;
+    // The share carried along is `on + off`: `on` the part that waits for the value, `off` a
+    // part known beside it, added to the pixel ahead first.
+    std::ptrdiff_t on, off = 0;
+    int down;
+    unsigned code;
+    if (SpineTable::InWindow(st.v)) [[likely]] {
+      const std::ptrdiff_t v = st.v;
+      code = static_cast<unsigned>(PinnedAddress(decide.Column(r, SpineTable::kCode))[v * SpineTable::kFields]);
+      const std::ptrdiff_t err = PinnedAddress(decide.Column(r, SpineTable::kErr))[v * SpineTable::kFields];
+      if (has_term) {
+        // Levels and terms are bytes, so within the window neither the error nor the error
+        // with its term leaves 16 bits.
+        const std::ptrdiff_t e = err + term;
+        on = random_split::ThirdsHigh(e, random_split::kThirdsMul[bit]);
+        off = random_split::ThirdsStep(e, bit);
+        down = static_cast<int>(e - on - off);
+      } else {
+        on = PinnedAddress(decide.Column(r, bit ? SpineTable::kRest : SpineTable::kPart))[v * SpineTable::kFields];
+        down = static_cast<int>(err - on);
+      }
+    } else {
+      const Shares sh = OutsidePixel(decide, st.v, r, term, bit);
+      code = sh.code;
+      on = sh.along;
+      down = sh.down;
     }
+    st.acc |= code << shift;
+    if constexpr (kHasNext) st.v = (st.cur[kLtr ? x + 1 : x - 1] + off) + on;
     if constexpr (kLtr) {
       st.next[x] = Store16((kLast ? 0 : st.below[x]) + down);
     } else if constexpr (!kLast) {
@@ -208,6 +224,21 @@ class SpineLockstep {
       st.next[x] = 0;
       st.carry[x] = Store16(down);
     }
+  }
+
+  struct Shares {
+    unsigned code;
+    int along, down;
+  };
+  // A pixel whose carried value lies outside the table's window, as DiffusePlane forms it: the
+  // value held to 16 bits, the error truncated when formed and again after the curve term.
+  [[gnu::noinline]] static Shares OutsidePixel(const SpineTable& decide, std::ptrdiff_t v, int r, int term,
+                                               bool bit) {
+    const random_split::PartOutcome o = decide.DecideWithPart(Store16(static_cast<int>(v)), r);
+    const int err = term ? Store16(o.err + term) : o.err;
+    const int third = term ? random_split::DivTrunc3(err) : o.part;
+    const int rest = err - third;
+    return {o.code, bit ? rest : third, bit ? third : rest};
   }
 
   static unsigned ShiftOf(std::size_t x) { return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits; }

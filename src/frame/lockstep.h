@@ -25,6 +25,18 @@ HALFTONE_FORCE_INLINE inline int SelectUnpredictable(bool pick, int a, int b) {
 #endif
 }
 
+// p, opaque to the optimiser: a table column's address formed off the chain stays one
+// register, so a load on the chain is one base-plus-scaled-index access. Left alone, the
+// compiler folds the column's offset into the index arithmetic, and a three-part address adds
+// cycles between one pixel's value and the next.
+template <class T>
+HALFTONE_FORCE_INLINE inline const T* PinnedAddress(const T* p) {
+#if defined(__GNUC__)
+  __asm__("" : "+r"(p));
+#endif
+  return p;
+}
+
 // Planes run in lockstep groups of at most this many (WithLaneCount has a case for each size).
 inline constexpr unsigned kMaxLockstep = 4;
 
