@@ -80,6 +80,37 @@ TEST(RandomSplitFast, SplitFormsGiveTheReferenceShares) {
     }
 }
 
+// A pass of the grouped kind: two-bit draws, inner rows sending all, half or none of e along.
+struct HalvesPass {
+  static constexpr random_split::ScanTraits kScan = {
+      .draw_bits = 2,
+      .curve_terms = true,
+      .splits = random_split::kHalvesThenThirds,
+      .inner_row_end = random_split::kTwoThirdsDownAfterIgnoredDraw,
+      .ltr_last_end_reads_b = false,
+  };
+};
+
+TEST(RandomSplitFast, TableRowsCarryTheReferenceShareAlong) {
+  // Rows reading a window table take the share they carry along either from the entry's field
+  // (masked) or, with a curve term, as a high word plus a step: both must be the split's share.
+  using Splits = random_split::FastSplit<HalvesPass, random_split::RowKind::kInnerLtr>;
+  static_assert(Splits::kTakesHalf);
+  constexpr Splits::TableAlong kAlong = Splits::MakeTableAlong();
+  for (int e = -65536; e <= 65535; ++e) {
+    const std::int16_t entry[random_split::kEntryFields] = {static_cast<std::int16_t>(e),
+                                                            static_cast<std::int16_t>(random_split::DivTrunc2(e)), 0, 0};
+    for (unsigned c = 0; c < Splits::kCodes; ++c) {
+      const int want = random_split::ShareOf(random_split::kHalvesThenThirds.inner_ltr[c].along, e);
+      const std::int64_t formed = ((std::int64_t{e} * kAlong.mul[c]) >> 32) + (std::int64_t{e < 0} & kAlong.step[c]);
+      ASSERT_EQ(formed, want) << "e " << e << " code " << c;
+      if (e >= -32768 && e <= 32767) {
+        ASSERT_EQ(entry[kAlong.field[c]] & kAlong.mask[c], want) << "e " << e << " code " << c;
+      }
+    }
+  }
+}
+
 TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
   std::mt19937 gen(7);
   for (int round = 0; round < 6; ++round) {

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <type_traits>
 #include <utility>
 
 #include "diffusion/random_split_scan.h"
@@ -152,6 +153,12 @@ constexpr RowForm FormOf(const Split* splits, unsigned codes) {
   return r;
 }
 
+// A window table's entry (ClampedDecisionTable) is four 16-bit fields side by side: the error
+// (v - level), its part (err / the table's divisor, truncated toward zero), the code, and the
+// rest (err - part). A scan reads the share it carries along straight from the field its drawn
+// split names, picked before the value is known.
+enum EntryField : unsigned { kEntryErr = 0, kEntryPart = 1, kEntryCode = 2, kEntryRest = 3, kEntryFields = 4 };
+
 enum class RowKind { kInnerLtr, kInnerRtl, kLast };
 
 // The two shares of a split code, branch-free.
@@ -226,6 +233,32 @@ struct FastSplit {
   }
   static constexpr bool kTakesHalf = kAlong.kind != ColumnKind::kGeneric && ColumnTakesHalf(kAlong) &&
                                      ColumnTakesHalf(kBelow);
+
+  // The along share by code when e and its half come from a window table (kTakesHalf): none,
+  // half or all of e. `field` and `mask` read it from the entry (the mask clears a share of
+  // none); `mul` and `step` form it from an error with a curve term added: the high word of e
+  // times mul (2^31 + 1 for a half, 2^32 for all of e), plus `step` for negative e (a half's
+  // high word is one under the truncated half there).
+  struct TableAlong {
+    unsigned field[kCodes];
+    std::int64_t mask[kCodes];
+    std::int64_t mul[kCodes];
+    std::int64_t step[kCodes];
+  };
+  static constexpr TableAlong MakeTableAlong() {
+    TableAlong t{};
+    for (unsigned c = 0; c < kCodes; ++c) {
+      // The share as a fraction of e: 0, 1/2 or 1.
+      int twice = 0;
+      if (kAlong.kind == ColumnKind::kLinear) twice = 2 * kAlong.num[c] / kAlong.den;
+      if (kAlong.kind == ColumnKind::kComplement) twice = 2 - 2 * kBelow.num[c] / kBelow.den;
+      t.field[c] = twice == 1 ? kEntryPart : kEntryErr;
+      t.mask[c] = twice == 0 ? 0 : -1;
+      t.mul[c] = twice == 2 ? (std::int64_t{1} << 32) : twice == 1 ? RoundedUpReciprocal(2) : 0;
+      t.step[c] = twice == 1 ? 1 : 0;
+    }
+    return t;
+  }
 
   // Shares {along, below} of error e for the drawn code; `half` is DivTrunc2(e).
   template <bool kMasks = false>
@@ -311,11 +344,8 @@ struct ClampedDecisionTable {
   static_assert(kWindowLo <= kLo && kWindowHi >= kHi);
   static constexpr unsigned kOrigin = -kWindowLo;
   static_assert(kMaxClasses * kWindowRows <= 65536);
-  // An entry is four 16-bit fields side by side: the error (v - level), its part (err /
-  // kPartDen, truncated toward zero), the code, and the rest (err - part). A split that sends
-  // the part one way and the rest the other reads the share it carries along straight from
-  // the table, the field picked by the drawn bit before the value is known.
-  enum Field : unsigned { kErr = 0, kPart = 1, kCode = 2, kRest = 3, kFields = 4 };
+  static constexpr unsigned kErr = kEntryErr, kPart = kEntryPart, kCode = kEntryCode, kRest = kEntryRest,
+                            kFields = kEntryFields;
   // The entries first, at the table's own address: an entry's address is then the table plus
   // index times 8, with no offset the compiler would fold into a slow three-part address.
   std::int16_t cells[kMaxClasses * kWindowRows * kFields];
@@ -498,6 +528,12 @@ class LockstepScan {
   template <class Splits>
   static constexpr bool kTableHalves = PartDivisorOf<Decider>() == 2 && Splits::kTakesHalf;
 
+  // The value carried along a row: an int held to 16 bits at every pixel, or in a pass whose
+  // inner rows read a window table (TablePixel) a plain sum in a full register.
+  static constexpr bool kWindowRows = kTableHalves<FastSplit<Pass, RowKind::kInnerLtr>> ||
+                                      kTableHalves<FastSplit<Pass, RowKind::kInnerRtl>>;
+  using CarriedValue = std::conditional_t<kWindowRows, std::ptrdiff_t, int>;
+
   // The working state of one lane's row, held in locals of LanesRow.
   struct Lane {
     std::int16_t* cur;
@@ -507,7 +543,7 @@ class LockstepScan {
     const std::uint8_t* in_below;
     const std::uint32_t* drawn;  // the draw of pixel x: drawn[x] left to right, drawn[-x] right to left
     std::uint8_t* out;
-    int v;
+    CarriedValue v;
     unsigned acc;
   };
 
@@ -515,42 +551,94 @@ class LockstepScan {
   template <bool kLtr, bool kLast, bool kKeepCur>
   HALFTONE_FORCE_INLINE void LanePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
-    const std::uint8_t s = st.in[x];
-    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
-    // Curve terms fall on every other column (odd ones left to right, even ones right to left).
-    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
-    int e, half;
     if constexpr (kTableHalves<Splits>) {
-      if (!has_term) {
-        // No term: the error and its half come from the table, no arithmetic on the chain.
-        const PartOutcome o = decide.DecideWithPart(st.v, s);
-        ShiftIn<kLtr>(st.acc, o.code);
-        e = o.err;
-        half = o.part;
-      } else {
-        const Outcome o = decide.Decide(st.v, s);
-        ShiftIn<kLtr>(st.acc, o.code);
-        e = Store16(o.err + (kLtr ? curve_a_[s] : curve_b_[s]));
-        half = DivTrunc2(e);
-      }
+      TablePixel<kLtr, kLast, kKeepCur, Splits>(st, decide, x, odd);
+      return;
     } else {
-      const Outcome o = decide.Decide(st.v, s);
+      const std::uint8_t s = st.in[x];
+      if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
+      // Curve terms fall on every other column (odd ones left to right, even ones right to left).
+      const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
+      // Rows of this kind hold the carried value to 16 bits at every pixel.
+      const Outcome o = decide.Decide(static_cast<int>(st.v), s);
       ShiftIn<kLtr>(st.acc, o.code);
       int term = 0;
       if constexpr (kScan.curve_terms) term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
-      e = Store16(o.err + term);
-      half = DivTrunc2(e);
+      const int e = Store16(o.err + term);
+      const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
+      const unsigned code = (word >> 1) & kCodeMask;
+      int a, b;
+      Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a, b);
+      PassOn<kLtr, kLast>(st, x, b);
+      st.v = Store16(st.cur[kLtr ? x + 1 : x - 1] + a);
     }
+  }
+
+  // A pixel of a row whose error and half come from a window table (kTableHalves). The chain
+  // from pixel to pixel is the value carried along: its entry, the share it passes on, the
+  // next pixel's value. So the value is kept as a plain sum, not held to 16 bits (a value
+  // outside the window, the only kind the holding can change, is held first on the cold
+  // path), and the drawn code picks the share's field (or, with a curve term, its multiplier)
+  // before the value is known.
+  template <bool kLtr, bool kLast, bool kKeepCur, class Splits>
+  HALFTONE_FORCE_INLINE void TablePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
+    static constexpr typename Splits::TableAlong kAlong = Splits::MakeTableAlong();
+    const std::uint8_t s = st.in[x];
+    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
+    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
+    const int term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
     const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
     const unsigned code = (word >> 1) & kCodeMask;
-    int a, b;
-    Splits::template SharesWithHalf<true>(code, e, half, a, b);
+    // The share carried along is `on + off`: `on` waits for the value, `off` is known beside
+    // it and joins the pixel ahead first.
+    std::ptrdiff_t on, off = 0;
+    int b;
+    if (decide.InWindow(st.v)) [[likely]] {
+      // The sample's column, pinned to one register; the value's entry is at [v * kEntryFields].
+      const std::int16_t* column = PinnedAddress(decide.Column(s, kEntryErr));
+      const std::ptrdiff_t at = st.v * kEntryFields;
+      ShiftIn<kLtr>(st.acc, static_cast<unsigned>(column[at + kEntryCode]));
+      const int err = column[at + kEntryErr];
+      int e, half;
+      if (!has_term) {
+        on = std::ptrdiff_t{PinnedAddress(column + kAlong.field[code])[at]} & kAlong.mask[code];
+        e = err;
+        half = column[at + kEntryPart];
+      } else {
+        // Levels and terms are bytes, so within the window neither the error nor the error
+        // with its term leaves 16 bits.
+        const std::ptrdiff_t et = std::ptrdiff_t{err} + term;
+        on = (et * kAlong.mul[code]) >> 32;
+        off = std::ptrdiff_t{et < 0} & kAlong.step[code];
+        e = static_cast<int>(et);
+        half = DivTrunc2(e);
+      }
+      if constexpr (Splits::kBelow.kind == ColumnKind::kComplement) {
+        b = e - static_cast<int>(on + off);
+      } else {
+        int a_unused;
+        Splits::template SharesWithHalf<true>(code, e, half, a_unused, b);
+      }
+    } else {
+      const PartOutcome o = decide.DecideWithPart(Store16(static_cast<int>(st.v)), s);
+      ShiftIn<kLtr>(st.acc, o.code);
+      const int e = has_term ? Store16(o.err + term) : o.err;
+      int a;
+      Splits::template SharesWithHalf<true>(code, e, has_term ? DivTrunc2(e) : o.part, a, b);
+      on = a;
+    }
+    PassOn<kLtr, kLast>(st, x, b);
+    st.v = (st.cur[kLtr ? x + 1 : x - 1] + off) + on;
+  }
+
+  // The share b of pixel x to the row below (or, in the band's last row, to the carry row).
+  template <bool kLtr, bool kLast>
+  HALFTONE_FORCE_INLINE static void PassOn(Lane& st, std::size_t x, int b) {
     if constexpr (kLast) {
       if (st.carry) st.carry[x] = Store16(b);
     } else {
       st.next[x] = Store16(st.in_below[x] + b);
     }
-    st.v = Store16(st.cur[kLtr ? x + 1 : x - 1] + a);
   }
 
   // Pixel x of every lane.
@@ -641,12 +729,13 @@ class LockstepScan {
       Lane& ln = st[l];
       const std::uint8_t s = ln.in[x];
       ln.cur[x] = static_cast<std::int16_t>(ln.v);
+      const int held = ln.cur[x];  // the carried value, held to 16 bits
       if constexpr (kLast) {
         // The pixel ending the band: its dot only.
-        const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : ln.v;
+        const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : held;
         ShiftIn<kLtr>(ln.acc, decide.Decide(vd, s).code);
       } else {
-        const Outcome o = decide.Decide(ln.v, s);
+        const Outcome o = decide.Decide(held, s);
         ShiftIn<kLtr>(ln.acc, o.code);
         const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
         unsigned bit = 0;  // an ignored row-end draw was made with the row's draws

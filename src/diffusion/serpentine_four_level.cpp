@@ -194,9 +194,11 @@ class SpineLockstep {
     int down;
     unsigned code;
     if (SpineTable::InWindow(st.v)) [[likely]] {
-      const std::ptrdiff_t v = st.v;
-      code = static_cast<unsigned>(PinnedAddress(decide.Column(r, SpineTable::kCode))[v * SpineTable::kFields]);
-      const std::ptrdiff_t err = PinnedAddress(decide.Column(r, SpineTable::kErr))[v * SpineTable::kFields];
+      // The sample's column, pinned to one register; the value's entry is at [v * kFields].
+      const std::int16_t* column = PinnedAddress(decide.Column(r, SpineTable::kErr));
+      const std::ptrdiff_t at = st.v * SpineTable::kFields;
+      code = static_cast<unsigned>(column[at + SpineTable::kCode]);
+      const std::ptrdiff_t err = column[at + SpineTable::kErr];
       if (has_term) {
         // Levels and terms are bytes, so within the window neither the error nor the error
         // with its term leaves 16 bits.
@@ -205,7 +207,7 @@ class SpineLockstep {
         off = random_split::ThirdsStep(e, bit);
         down = static_cast<int>(e - on - off);
       } else {
-        on = PinnedAddress(decide.Column(r, bit ? SpineTable::kRest : SpineTable::kPart))[v * SpineTable::kFields];
+        on = PinnedAddress(column + (bit ? SpineTable::kRest : SpineTable::kPart))[at];
         down = static_cast<int>(err - on);
       }
     } else {
