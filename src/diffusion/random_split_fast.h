@@ -327,8 +327,8 @@ struct PartOutcome {
 // The clamp would sit on the pixel-to-pixel chain (two compares and two conditional moves), so
 // the table is laid out over a window of values well beyond -1..256, each row outside that
 // range a copy of the end it clamps to. Within the window every row is one value, so an entry
-// holds the error itself and its part (error / kPartDen), and a pixel without a curve term
-// takes its split straight from the table. A value outside the window (only after errors that
+// holds the error itself, its part (error / kPartDen) and the rest (EntryField), and a pixel
+// without a curve term takes its share straight from the table. A value outside the window (only after errors that
 // wander far, as with levels out of order) takes a predicted-not-taken branch to the clamped
 // lookup, off the chain. Each sample class has its own column of the window, so a picture
 // region of one class keeps to one column.
