@@ -75,6 +75,20 @@ TEST(RestrictedFast, MaskedSplitsMatchTheRulesForEveryError) {
   }
 }
 
+TEST(RestrictedFast, ProductSplitsMatchEveryTruncatedRuleForEveryError) {
+  // A drawn bit picks a multiplier (and a step) before the error is known: every fraction up
+  // to quarters, either way, against the rule.
+  for (int den = 1; den <= 4; ++den)
+    for (int num = 0; num <= den; ++num)
+      for (const bool to_ahead : {true, false}) {
+        const ShareRule rule{num, den, Rounding::kTrunc, to_ahead};
+        const serpentine_lockstep::AheadProduct product = serpentine_lockstep::ProductOf(rule);
+        for (int e = kLowestError; e <= kHighestError; ++e)
+          ASSERT_EQ(serpentine_lockstep::AheadByProduct(product, e), Apply(rule, e).ahead)
+              << num << "/" << den << (to_ahead ? " ahead" : " down") << " e " << e;
+      }
+}
+
 #if HALFTONE_VECTOR_ROWS
 TEST(RestrictedFast, VectorRuleFlagsGiveEveryRulesShareForEvery16BitError) {
   // Lanes of one vector take different rules, each from its flags; every fraction is formed.
