@@ -31,9 +31,9 @@ TEST(RandomSplitFast, DivisionsTruncateTowardZeroForEveryShareOperand) {
     ASSERT_EQ(random_split::DivTrunc2(x), x / 2) << x;
     ASSERT_EQ(random_split::DivTrunc3(x), x / 3) << x;
     ASSERT_EQ(random_split::DivTrunc4(x), x / 4) << x;
-    // Either side of a split into thirds, picked by multiplier, high word and step.
-    ASSERT_EQ(random_split::ThirdOrRest(x, false), x / 3) << x;
-    ASSERT_EQ(random_split::ThirdOrRest(x, true), x - x / 3) << x;
+    // Either side of a split into thirds as a product: high word and step.
+    ASSERT_EQ(random_split::ShareByProduct(random_split::ProductOfShare(1, 3, false), x), x / 3) << x;
+    ASSERT_EQ(random_split::ShareByProduct(random_split::ProductOfShare(1, 3, true), x), x - x / 3) << x;
   }
 }
 

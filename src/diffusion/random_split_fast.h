@@ -40,30 +40,43 @@ constexpr int DivTrunc(int x) {
   else return DivTrunc4(x);
 }
 
-// One side of a split into a third and the rest, trunc(x / 3) or x - trunc(x / 3), as the high
-// word of x times a multiplier plus a step of one, the side picked before x is known so the
-// pick stays off the chain. The third is DivTrunc3: x times 2^32 / 3 rounded up, floored, plus
-// one for negative x. The rest: x times 2^32 - that multiplier is x - x / 3 less a sliver with
-// x's sign, which floors to the rest for negative x and to one under it for positive x (for
-// |x| < 2^31). The high word and the step apart (ThirdsHigh, ThirdsStep), so a caller can fold
-// the step into a sum formed beside the multiply.
-//
-// The multipliers by side: [0] the third's, [1] the rest's.
-inline constexpr std::int64_t kThirdsMul[2] = {0x55555556LL, (std::int64_t{1} << 32) - 0x55555556LL};
-HALFTONE_FORCE_INLINE constexpr std::int64_t ThirdsHigh(std::int64_t x, std::int64_t mul) { return (x * mul) >> 32; }
-// The step: one for negative x on the third's side, one for positive x on the rest's, without a
-// branch on the side (a drawn bit no predictor learns): both are "the side's x is positive",
-// with x negated on the third's side.
-HALFTONE_FORCE_INLINE constexpr std::int64_t ThirdsStep(std::int64_t x, bool rest) {
-  const std::int64_t flip = std::int64_t{rest} - 1;  // all ones on the third's side
-  return ((x ^ flip) - flip) > 0;
-}
-HALFTONE_FORCE_INLINE constexpr std::int64_t ThirdOrRest(std::int64_t x, bool rest) {
-  return ThirdsHigh(x, kThirdsMul[rest]) + ThirdsStep(x, rest);
-}
-
 // 2^32 / den rounded up (2^31 + 1 for halves, 0x55555556 for thirds).
 constexpr std::int64_t RoundedUpReciprocal(int den) { return (std::int64_t{1} << 32) / den + 1; }
+// A share of e as a product: trunc(num / den * e), or e less that (the rest), as the high word
+// of e times a multiplier plus a step of one on one side of zero. The share takes num times
+// den's reciprocal rounded up: e times that is num / den * e plus a sliver with e's sign (under
+// 1 / den for |e| below 2^28), so its high word is the truncated share for positive e and one
+// under it for negative e. The rest takes 2^32 less that multiplier: its high word is one under
+// the rest for positive e and the rest itself for negative e. All of e and none of it are 2^32
+// and 0, with no step. A scan that picks the product by its drawn split before e is known keeps
+// the pick off the chain, and can add the step beside the multiply (HighWord, StepOf).
+struct ShareProduct {
+  std::int64_t mul;
+  std::int64_t flip;  // -1: the step is for negative e; 0: for positive e
+  std::int64_t step;  // 1 where the share divides, else 0
+};
+constexpr ShareProduct ProductOfShare(int num, int den, bool rest) {
+  constexpr std::int64_t kOne = std::int64_t{1} << 32;
+  if (num == 0 || num == den) {
+    const bool all = (num == den) != rest;
+    return {all ? kOne : 0, 0, 0};
+  }
+  const std::int64_t share = num * RoundedUpReciprocal(den);
+  return rest ? ShareProduct{kOne - share, 0, 1} : ShareProduct{share, -1, 1};
+}
+HALFTONE_FORCE_INLINE constexpr std::int64_t HighWord(std::int64_t e, std::int64_t mul) { return (e * mul) >> 32; }
+// Without a branch on the side (a drawn split no predictor learns): "the side's e is positive",
+// with e negated where the step is for negative e. DividingStep is for products known to divide.
+HALFTONE_FORCE_INLINE constexpr std::int64_t DividingStep(const ShareProduct& p, std::int64_t e) {
+  return ((e ^ p.flip) - p.flip) > 0;
+}
+HALFTONE_FORCE_INLINE constexpr std::int64_t StepOf(const ShareProduct& p, std::int64_t e) {
+  return DividingStep(p, e) & p.step;
+}
+HALFTONE_FORCE_INLINE constexpr std::int64_t ShareByProduct(const ShareProduct& p, std::int64_t e) {
+  return HighWord(e, p.mul) + StepOf(p, e);
+}
+
 // num * e / den truncated toward zero, with mul = num * RoundedUpReciprocal(den) and `divides`
 // all ones (zero where the share is 0 or e itself), for the values a share is formed from (a
 // 16-bit error, up to four times over). e * mul misses the exact quotient times 2^32 by less
@@ -236,9 +249,8 @@ struct FastSplit {
 
   // The along share by code when e and its half come from a window table (kTakesHalf): none,
   // half or all of e. `field` and `mask` read it from the entry (the mask clears a share of
-  // none); `mul` and `step` form it from an error with a curve term added: the high word of e
-  // times mul (2^31 + 1 for a half, 2^32 for all of e), plus `step` for negative e (a half's
-  // high word is one under the truncated half there).
+  // none); `mul` and `step` form it from an error with a curve term added, as ProductOfShare
+  // does (a half's step, the only one here, is for negative e).
   struct TableAlong {
     unsigned field[kCodes];
     std::int64_t mask[kCodes];
@@ -248,14 +260,16 @@ struct FastSplit {
   static constexpr TableAlong MakeTableAlong() {
     TableAlong t{};
     for (unsigned c = 0; c < kCodes; ++c) {
-      // The share as a fraction of e: 0, 1/2 or 1.
+      // The share as a fraction of e: 0, 1/2 or 1. A complement here is of none or all of e.
       int twice = 0;
       if (kAlong.kind == ColumnKind::kLinear) twice = 2 * kAlong.num[c] / kAlong.den;
       if (kAlong.kind == ColumnKind::kComplement) twice = 2 - 2 * kBelow.num[c] / kBelow.den;
+      if (kAlong.kind == ColumnKind::kComplement && twice == 1) throw "the rest of a half has no field";
+      const ShareProduct p = ProductOfShare(twice, 2, false);
       t.field[c] = twice == 1 ? kEntryPart : kEntryErr;
       t.mask[c] = twice == 0 ? 0 : -1;
-      t.mul[c] = twice == 2 ? (std::int64_t{1} << 32) : twice == 1 ? RoundedUpReciprocal(2) : 0;
-      t.step[c] = twice == 1 ? 1 : 0;
+      t.mul[c] = p.mul;
+      t.step[c] = p.step;
     }
     return t;
   }

@@ -168,6 +168,10 @@ class SpineLockstep {
   };
   static constexpr unsigned kPerByte = 4;
   static constexpr unsigned kBits = 2;
+  // The share carried along by drawn bit: the third, or the rest.
+  static constexpr random_split::ShareProduct kAlongProduct[2] = {random_split::ProductOfShare(1, kSplitDivisor, false),
+                                                                  random_split::ProductOfShare(1, kSplitDivisor, true)};
+  static_assert(kAlongProduct[0].step == 1 && kAlongProduct[1].step == 1, "both sides divide");
 
   // One pixel of one lane; kHasNext is false for the pixel ending the row, whose side share
   // is dropped. `odd` is x & 1. The last row stores its scanned values back (kLast).
@@ -203,8 +207,9 @@ class SpineLockstep {
         // Levels and terms are bytes, so within the window neither the error nor the error
         // with its term leaves 16 bits.
         const std::ptrdiff_t e = err + term;
-        on = random_split::ThirdsHigh(e, random_split::kThirdsMul[bit]);
-        off = random_split::ThirdsStep(e, bit);
+        const random_split::ShareProduct& along = kAlongProduct[bit];
+        on = random_split::HighWord(e, along.mul);
+        off = random_split::DividingStep(along, e);
         down = static_cast<int>(e - on - off);
       } else {
         on = PinnedAddress(column + (bit ? SpineTable::kRest : SpineTable::kPart))[at];

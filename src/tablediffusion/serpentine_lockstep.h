@@ -35,31 +35,13 @@ HALFTONE_FORCE_INLINE constexpr int AheadOf(int e) {
   const int share = DivTrunc<R.den>(R.num * e);
   return R.to_ahead ? share : e - share;
 }
-// A truncated rule's ahead share as the high word of e times a multiplier, plus a step of one
-// on one side of zero. A share of f = num/den of e takes num times den's reciprocal rounded up:
-// e times that is f e plus a sliver with e's sign (under 1/den for the errors here), so its
-// high word is trunc(f e) for positive e and one under it for negative e. The rest, e less
-// that share, takes 2^32 less the multiplier: the high word is one under it for positive e and
-// right for negative e. The whole error and none of it are 2^32 and 0 with no step. A test
-// checks every rule up to quarters for every error a pixel here can hold.
-struct AheadProduct {
-  std::int64_t mul;
-  std::int64_t flip;  // 0: the step is for positive e; -1: for negative e
-  std::int64_t step;  // 1 where the rule divides, else 0
-};
-constexpr AheadProduct ProductOf(const ShareRule& r) {
+// A truncated rule's ahead share as a product (random_split::ProductOfShare): a share that
+// goes ahead is the fraction of e, one that goes down leaves the rest ahead. A test checks
+// every rule up to quarters for every error a pixel here can hold.
+constexpr random_split::ShareProduct ProductOf(const ShareRule& r) {
   if (r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 4 || r.num < 0 || r.num > r.den)
     throw "truncated fractions up to quarters only";
-  constexpr std::int64_t kOne = std::int64_t{1} << 32;
-  if (r.num == 0 || r.num == r.den) {
-    const bool all_ahead = (r.num == r.den) == r.to_ahead;
-    return {all_ahead ? kOne : 0, 0, 0};
-  }
-  const std::int64_t share = r.num * random_split::RoundedUpReciprocal(r.den);
-  return r.to_ahead ? AheadProduct{share, -1, 1} : AheadProduct{kOne - share, 0, 1};
-}
-HALFTONE_FORCE_INLINE constexpr std::int64_t AheadByProduct(const AheadProduct& p, std::int64_t e) {
-  return ((e * p.mul) >> 32) + ((((e ^ p.flip) - p.flip) > 0) & p.step);
+  return random_split::ProductOfShare(r.num, r.den, !r.to_ahead);
 }
 
 template <ShareChoice C>
@@ -75,8 +57,8 @@ HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
     if constexpr (kDivides(C.rules[0]) || kDivides(C.rules[1])) {
       // The bit picks the multiplier before e is known, so the chain through e is one multiply
       // and one shift, not both rules' divisions and a select.
-      static constexpr AheadProduct kByBit[2] = {ProductOf(C.rules[0]), ProductOf(C.rules[1])};
-      return static_cast<int>(AheadByProduct(kByBit[bit & 1u], e));
+      static constexpr random_split::ShareProduct kByBit[2] = {ProductOf(C.rules[0]), ProductOf(C.rules[1])};
+      return static_cast<int>(random_split::ShareByProduct(kByBit[bit & 1u], e));
     } else {
       // Whole error or none: masks.
       const int a0 = AheadOf<C.rules[0]>(e), a1 = AheadOf<C.rules[1]>(e);
