@@ -9,10 +9,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <ostream>
 #include <string>
 
 #include "golden_jobs.h"
 #include "test_support.h"
+
+// The parameter is a plain C struct from the public header; test listings show its name.
+void PrintTo(const halftone_method_info& m, std::ostream* os) { *os << m.name; }
 
 namespace {
 

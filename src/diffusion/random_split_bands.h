@@ -87,7 +87,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
         else
           RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
       };
-      ForEachVectorGroup(engine, planes, band.w, kMinLanes, group);
+      ForEachVectorGroup(engine, planes, band.w, group);
       return;
     }
   }

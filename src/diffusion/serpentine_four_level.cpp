@@ -388,8 +388,8 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   if (const auto vdecide = FourLevelVector::Of(lv); vdecide && band.h >= 2 && planes >= random_split::kVectorMinLanes) {
     using random_split::kVectorLanes;
     using random_split::kVectorMinLanes;
-    random_split::ForEachVectorGroup(engine, planes, band.w, kVectorMinLanes, [&](unsigned first, unsigned n,
-                                                                                random_split::VectorRowsMemory mem) {
+    random_split::ForEachVectorGroup(engine, planes, band.w,
+                                     [&](unsigned first, unsigned n, random_split::VectorRowsMemory mem) {
       SpineLane lanes[kVectorLanes];
       for (unsigned l = 0; l < n; ++l) {
         const unsigned p = first + l;

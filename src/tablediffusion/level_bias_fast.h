@@ -353,7 +353,7 @@ class LockstepDiffusion {
 
   // `vector`, for a group of kVectorLanes planes: scratch rows in which the inner rows run as
   // vectors (the band's last row stays scalar).
-  void Run(const VectorMemory* vector = nullptr) {
+  void Run([[maybe_unused]] const VectorMemory* vector = nullptr) {
     const std::size_t w = band_.w, h = band_.h;
     for (unsigned l = 0; l < kLanes; ++l)
       for (std::size_t x = 0; x < w; ++x) {
@@ -675,10 +675,9 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
   if constexpr (LockstepDiffusion<M, kVectorLanes>::kVectorRows) {
     if (planes >= kVectorLanes && band.h >= 2) {
       // Groups of four planes as vector lanes; a smaller rest stays scalar.
-      random_split::ForEachVectorGroup(engine, planes, w, kVectorLanes,
-                                       [&](unsigned first, unsigned n, VectorMemory mem) {
-                                         run(first, n, n == kVectorLanes ? &mem : nullptr);
-                                       });
+      random_split::ForEachVectorGroup(engine, planes, w, [&](unsigned first, unsigned n, VectorMemory mem) {
+        run(first, n, n == kVectorLanes ? &mem : nullptr);
+      });
       return;
     }
   }

@@ -337,8 +337,7 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
   const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes);
-  random_split::ForEachVectorGroup(engine, planes, band.w, kVectorLanes, [&](unsigned first, unsigned n,
-                                                                            VectorRowsMemory mem) {
+  random_split::ForEachVectorGroup(engine, planes, band.w, [&](unsigned first, unsigned n, VectorRowsMemory mem) {
     Lane lanes[kVectorLanes];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
