@@ -41,25 +41,34 @@ HALFTONE_FORCE_INLINE inline const T* PinnedAddress(const T* p) {
 inline constexpr unsigned kMaxLockstep = 4;
 
 // Planes a group holds: up to `widest` (at most kMaxLockstep) on one thread; with more threads
-// the planes are spread so that every thread gets a group.
-inline unsigned LockstepGroupSize(unsigned planes, int threads, unsigned widest = kMaxLockstep) {
+// the planes are spread so that every thread gets a group, but no group is made smaller than
+// `smallest` planes (a scan whose small groups on two threads run slower than one larger group
+// on one thread).
+inline unsigned LockstepGroupSize(unsigned planes, int threads, unsigned widest = kMaxLockstep,
+                                  unsigned smallest = 1) {
   if (widest > kMaxLockstep) widest = kMaxLockstep;
   const unsigned t = threads <= 1 ? 1u : static_cast<unsigned>(threads);
   unsigned g = (planes + t - 1) / t;
+  if (g < smallest) g = smallest < planes ? smallest : planes;
   if (g == 0) g = 1;
   return g < widest ? g : widest;
 }
 
 // Calls group(first, n) for every lockstep group of a band's planes (planes first .. first+n-1),
-// the groups spread over the threads.
+// the groups spread over the threads, none smaller than `smallest` planes where the band has
+// that many.
 template <class Group>
-void ForEachLockstepGroup(PlaneThreads& threads, unsigned planes, unsigned widest, Group&& group) {
-  const unsigned size = LockstepGroupSize(planes, threads.count(), widest);
+void ForEachLockstepGroup(PlaneThreads& threads, unsigned planes, unsigned widest, unsigned smallest, Group&& group) {
+  const unsigned size = LockstepGroupSize(planes, threads.count(), widest, smallest);
   const unsigned groups = (planes + size - 1) / size;
   threads.ForEachPlane(groups, [&](unsigned g) {
     const unsigned first = g * size;
     group(first, planes - first < size ? planes - first : size);
   });
+}
+template <class Group>
+void ForEachLockstepGroup(PlaneThreads& threads, unsigned planes, unsigned widest, Group&& group) {
+  ForEachLockstepGroup(threads, planes, widest, 1, static_cast<Group&&>(group));
 }
 
 // Calls fn(std::integral_constant<unsigned, n>{}) for a group of n planes, so the scan is
