@@ -1,6 +1,7 @@
 // Loaders of the screening tables: formats, partial loads and hostile files.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
 
 #include "frame/engine.h"
@@ -309,6 +310,20 @@ TEST(LoaderExports, ReturnCodesAndRecordedStatus) {
   EXPECT_EQ(PuaningFaAM("anything", 1, 2), 0);
   EXPECT_EQ(halftone_last_load_status(), 0);  // changes nothing, status included
   halftone_set_host_folder(nullptr);
+}
+
+// The engine keeps its tables in zero-filled pages and sets the defaults that are not zero
+// itself: what it starts with must equal value-initialised tables, byte for byte, and no two
+// engines share them.
+TEST(ScreeningTablesAtRest, AnEngineStartsWithTheDefaultTablesOfItsOwn) {
+  const auto expected = std::make_unique<ScreeningTables>();
+  auto a = std::make_unique<Engine>();
+  auto b = std::make_unique<Engine>();
+  EXPECT_EQ(std::memcmp(&a->tables, expected.get(), sizeof(ScreeningTables)), 0);
+  EXPECT_EQ(a->tables.geometry.width, 256);
+  a->tables.duo[255][255][63] = 0xFF;
+  a->tables.layers_double[3][4][5] = 1.5;
+  EXPECT_EQ(std::memcmp(&b->tables, expected.get(), sizeof(ScreeningTables)), 0);
 }
 
 }  // namespace

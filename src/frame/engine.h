@@ -13,6 +13,7 @@
 #include "frame/plane_threads.h"
 #include "frame/random_bits.h"
 #include "frame/table_cache.h"
+#include "frame/zero_filled.h"
 #include "screening/pattern_rows.h"
 #include "screening/tables.h"
 #include "tone/tone.h"
@@ -29,7 +30,9 @@ struct Engine {
   // Fourth row of the double-precision family: per-pixel weights of the row being diffused by
   // its tone-weighted member. Made at the start of that member's job, released at its end.
   std::vector<double> double_weight_row;
-  ScreeningTables tables;       // matrices, pattern stacks and tables the loaders fill
+  // Matrices, pattern stacks and tables the loaders fill (about 7 MiB, zero until loaded).
+  ZeroFilled<ScreeningTables> screening_storage{SetNonZeroDefaults};
+  ScreeningTables& tables = *screening_storage;
   PlaneThreads threads;         // threads a band's independent planes may run on (1: the caller)
   DrawBuffer draws;             // a band's random stream drawn ahead
   TableCache fast_tables;       // the last decision table a fast scan built

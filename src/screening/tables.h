@@ -29,6 +29,8 @@ struct EdgeMasks {
   std::array<std::uint8_t, 8> tail{};
 };
 
+// Every member's default is zero but the pattern geometry's (SetNonZeroDefaults): the engine
+// keeps the tables in zero-filled pages and sets only those.
 struct ScreeningTables {
   // Threshold bitmap, row-major, 256 bytes a row (the pixel value is the threshold).
   std::array<std::array<std::uint8_t, kMatrixSize>, kMatrixSize> bitmap{};
@@ -50,5 +52,7 @@ struct ScreeningTables {
   // Rows screened per plane by the clustered-dot screens; grows for the life of the process.
   std::array<std::uint32_t, kPlaneRowCounterCount> plane_row_counters{};
 };
+
+inline void SetNonZeroDefaults(ScreeningTables& t) { t.geometry = PatternGeometry{}; }
 
 }  // namespace halftone
