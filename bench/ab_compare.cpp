@@ -4,6 +4,7 @@
 // each with its own engine and the same tables, and must write the same dots.
 //
 //   halftone_ab OLD.so NEW.so METHOD [PLANES=4] [ROWS=256] [CALLS=300]
+//   (HALFTONE_BENCH_THREADS=n: both builds run the band's planes on n threads)
 //
 // OLD.so and NEW.so must be distinct files (copy one to compare a build with itself): the
 // loader would hand back the same library for the same file.
@@ -121,7 +122,9 @@ int main(int argc, char** argv) {
     b.Load(host);
     // The eight-drop routines read eight level values.
     b.set_levels(4, b.method.output_bits == 4 ? "0,36,72,109,145,182,218,255," : "0,85,170,255,");
-    b.set_threads(1);
+    // HALFTONE_BENCH_THREADS, as for halftone_bench: the planes' threads of both builds.
+    const char* threads = std::getenv("HALFTONE_BENCH_THREADS");
+    b.set_threads(threads != nullptr ? std::atoi(threads) : 1);
   }
   std::filesystem::remove_all(host);
 

@@ -4,10 +4,13 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "frame/band_draws.h"
+#include "frame/engine.h"
 #include "frame/plane_threads.h"
 #include "frame/random_bits.h"
 #include "golden_jobs.h"
@@ -75,6 +78,32 @@ TEST(DrawByteFields, MatchesSingleDrawsAcrossChunksAndTails) {
       ASSERT_EQ(out[n], 0xA5) << "wrote past " << n << " draws";
       ASSERT_EQ(batch.state(), single.state());
       ASSERT_EQ(batch.front(), single.front());
+    }
+  }
+}
+
+// A band's draws shared out among threads: each part from a jumped copy of the generator, so
+// the bytes, the spare bytes behind them and the generator's end must be those of one thread
+// drawing them all, for runs under and over the sharing threshold and parts of unequal length.
+TEST(DrawBandBytes, SameBytesAndGeneratorOnAnyThreadCount) {
+  using halftone::kSpreadDraws;
+  for (std::size_t n : {std::size_t{1000}, kSpreadDraws - 1, kSpreadDraws, kSpreadDraws + 12345, 3 * kSpreadDraws + 7}) {
+    auto one = std::make_unique<halftone::Engine>();
+    one->random.Seed(4242);
+    const std::uint8_t* ref = halftone::DrawBandBytes(*one, n, 0, 1, 3, 1);
+    const std::vector<std::uint8_t> expected(ref, ref + n);
+    for (int threads : {2, 3}) {
+      auto many = std::make_unique<halftone::Engine>();
+      many->threads.SetCount(threads);
+      many->random.Seed(4242);
+      // The spare byte behind the draws is left alone.
+      reinterpret_cast<std::uint8_t*>(many->draws.Reserve(n / 4 + 1))[n] = 0x5A;
+      const std::uint8_t* got = halftone::DrawBandBytes(*many, n, 1, 1, 3, 4);
+      ASSERT_EQ(std::vector<std::uint8_t>(got, got + n), expected) << n << " draws on " << threads << " threads";
+      EXPECT_EQ(got[n], 0x5A);
+      EXPECT_EQ(many->random.state(), one->random.state()) << "the generator must end where " << n << " draws end";
+      EXPECT_EQ(many->random.front(), one->random.front());
+      EXPECT_EQ(many->random.rear(), one->random.rear());
     }
   }
 }

@@ -285,7 +285,7 @@ TEST(RestrictedFast, EveryNarrowWidthOverTallBandsMatchesTheReference) {
 
 TEST(RestrictedFast, RowsLongerThanADrawChunkMatchTheReference) {
   // A row whose draws span two chunks of the drawn stream, forward and backward.
-  const std::size_t w = serpentine_lockstep::kDrawChunk + 37;
+  const std::size_t w = RandomBitSource::kFieldChunk + 37;
   ExpectJobsMatch({{w, 3}, {w, 2}}, 2, 900, "w " + std::to_string(w));
 }
 

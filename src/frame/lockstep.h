@@ -54,6 +54,12 @@ inline unsigned LockstepGroupSize(unsigned planes, int threads, unsigned widest 
   return g < widest ? g : widest;
 }
 
+// The lockstep groups a band's planes run as (see LockstepGroupSize).
+inline unsigned LockstepGroupCount(unsigned planes, int threads, unsigned widest = kMaxLockstep, unsigned smallest = 1) {
+  const unsigned size = LockstepGroupSize(planes, threads, widest, smallest);
+  return (planes + size - 1) / size;
+}
+
 // Calls group(first, n) for every lockstep group of a band's planes (planes first .. first+n-1),
 // the groups spread over the threads, none smaller than `smallest` planes where the band has
 // that many.

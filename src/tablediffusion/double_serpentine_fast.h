@@ -21,6 +21,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "frame/band_draws.h"
 #include "frame/lockstep.h"
 #include "frame/random_bits.h"
 #include "tablediffusion/double_serpentine.h"
@@ -261,11 +262,9 @@ void AheadDownBand(const Fast& fast, Engine& engine, const Band& band) {
   const std::size_t per_plane = Fast::kDrawsPerPixel ? band.h * (band.w - 1) : 0;
   std::uint8_t* splits = nullptr;
   if (per_plane != 0) {
-    const std::size_t n = per_plane * band.planes;
-    const std::size_t byte_words = (n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
-    std::uint32_t* buffer = engine.draws.Reserve(byte_words + RandomBitSource::kFieldChunk);
-    splits = reinterpret_cast<std::uint8_t*>(buffer);
-    engine.random.DrawByteFields(splits, n, kSplitBitShift, kSplitBitMask, buffer + byte_words);
+    constexpr unsigned kWidest = LockstepWidth<Fast>();
+    splits = DrawBandBytes(engine, per_plane * band.planes, 0, kSplitBitShift, kSplitBitMask,
+                           LockstepGroupCount(band.planes, engine.threads.count(), kWidest, kWidest));
   }
   ForEachLockstepGroup(engine, band, splits, per_plane, LockstepWidth<Fast>(),
                        [&](const Lane* lanes, unsigned n) { RunLockstep(fast, band, lanes, n); });

@@ -21,6 +21,7 @@
 #endif
 
 #include "frame/band.h"
+#include "frame/band_draws.h"
 #include "frame/engine.h"
 #include "frame/lockstep.h"
 #include "frame/random_bits.h"
@@ -653,12 +654,9 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
     start[p] = total;
     for (std::size_t y = 0; y < band.h; ++y) total += CountBelow(band.In(y, p), w, kLimit[y & 1]);
   }
-  // One draw more than drawn: a pixel reads its draw before knowing whether it draws. The
-  // engine's draw buffer holds the prepared bytes and, behind them, one chunk of words.
-  const std::size_t byte_words = (total + 1 + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
-  std::uint32_t* buffer = engine.draws.Reserve(byte_words + RandomBitSource::kFieldChunk);
-  auto* words = reinterpret_cast<std::uint8_t*>(buffer);
-  engine.random.DrawByteFields(words, total, kPreparedShift, kPreparedMask, buffer + byte_words);
+  // One draw more than drawn: a pixel reads its draw before knowing whether it draws.
+  std::uint8_t* words = DrawBandBytes(engine, total, 1, kPreparedShift, kPreparedMask,
+                                      LockstepGroupCount(planes, engine.threads.count()));
   words[total] = 0;
 
   const FastTables& tables = TablesOf<M>();

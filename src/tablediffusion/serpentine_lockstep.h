@@ -18,6 +18,7 @@
 
 #include "diffusion/random_split_fast.h"
 #include "frame/band.h"
+#include "frame/band_draws.h"
 #include "frame/engine.h"
 #include "frame/lockstep.h"
 #include "tablediffusion/error_shares.h"
@@ -279,16 +280,10 @@ class Scan {
 };
 
 // The band's n draws, kept as their split bits, one byte a draw (a quarter of the memory the
-// words take, which the scan of a 4-plane band otherwise streams through twice). The engine's
-// draw buffer holds the bytes and, behind them, one chunk of words.
-inline constexpr std::size_t kDrawChunk = RandomBitSource::kFieldChunk;
+// words take, which the scan of a 4-plane band otherwise streams through twice).
 inline constexpr unsigned kSplitBitsShift = 1;  // a draw's split bits start at bit 1
-inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n) {
-  const std::size_t byte_words = (n + sizeof(std::uint32_t) - 1) / sizeof(std::uint32_t);
-  std::uint32_t* buffer = engine.draws.Reserve(byte_words + kDrawChunk);
-  auto* bits = reinterpret_cast<std::uint8_t*>(buffer);
-  engine.random.DrawByteFields(bits, n, kSplitBitsShift, 0xFF, buffer + byte_words);
-  return bits;
+inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n, unsigned planes) {
+  return DrawBandBytes(engine, n, 0, kSplitBitsShift, 0xFF, LockstepGroupCount(planes, engine.threads.count()));
 }
 
 // Every plane of a band (w, h >= 1). The random stream the planes would draw one after the
@@ -300,7 +295,7 @@ void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = Kernel::kDraws ? band.w * band.h : 0;
   const std::uint8_t* drawn = nullptr;
-  if constexpr (Kernel::kDraws) drawn = DrawSplitBits(engine, per_plane * planes);
+  if constexpr (Kernel::kDraws) drawn = DrawSplitBits(engine, per_plane * planes, planes);
   ForEachLockstepGroup(engine.threads, planes, kMaxLockstep, [&](unsigned first, unsigned n) {
     Lane lanes[kMaxLockstep];
     for (unsigned l = 0; l < n; ++l) {

@@ -336,7 +336,7 @@ template <class Kernel>
 void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
-  const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes);
+  const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes, planes);
   random_split::ForEachVectorGroup(engine, planes, band.w, [&](unsigned first, unsigned n, VectorRowsMemory mem) {
     Lane lanes[kVectorLanes];
     for (unsigned l = 0; l < n; ++l) {
