@@ -202,30 +202,47 @@ TEST(RandomSplitFast, SinglePlaneMatchesTheReference) {
     }
 }
 
-// Carried values far outside the window the bilevel share tables cover: the carry row preset
-// between two bands to values no picture leaves, so row 0 of the second band starts near the
-// ends of 16 bits. The lone-plane and paired scans take the cold path there and must still
-// give the reference's dots, rows and draws.
-TEST(RandomSplitFast, BilevelValuesOutsideTheShareWindowMatchTheReference) {
+// Carried values far outside the window the share tables cover: the carry row preset between
+// two bands to values no picture leaves, so row 0 of the second band starts near the ends of
+// 16 bits. The lone-plane and paired scans of the bilevel and one-drop routines take the cold
+// path there and must still give the reference's dots, rows and draws.
+TEST(RandomSplitFast, ValuesOutsideTheShareWindowMatchTheReference) {
   constexpr std::size_t w = 40, h = 6;
   constexpr std::uint32_t kStart = 1u << 16;
+  using Call = std::function<int(Engine&, const std::uint8_t*, std::uint8_t*, HalftoneFlags)>;
+  struct Routine {
+    std::string name;
+    unsigned bits;
+    Call call;
+  };
+  std::vector<Routine> routines;
   for (const BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
                                 BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
                                 BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
+    routines.push_back({"bilevel " + std::to_string(static_cast<int>(m)), 1,
+                        [m](Engine& e, const std::uint8_t* src, std::uint8_t* dst, HalftoneFlags f) {
+                          return BilevelRandomSplit(e, src, dst, w, h, f, m);
+                        }});
+  for (const GroupedMethod m : {GroupedMethod::kSmallDotOnly, GroupedMethod::kLargeDotOnly})
+    routines.push_back({"one drop " + std::to_string(static_cast<int>(m)), 2,
+                        [m](Engine& e, const std::uint8_t* src, std::uint8_t* dst, HalftoneFlags f) {
+                          return GroupedFourLevel(e, src, dst, w, h, f, m);
+                        }});
+  for (const Routine& r : routines)
     for (const unsigned planes : {1u, 2u}) {
-      const auto src = NoiseBand(w, h, planes, 11 * planes + static_cast<unsigned>(m));
+      const auto src = NoiseBand(w, h, planes, 11 * planes + r.bits);
       std::vector<std::uint8_t> dots[2];
       std::vector<std::int16_t> rows[2];
       std::uint32_t next_word[2] = {};
       for (const bool fast : {false, true}) {
         SetForceScalar(fast ? 0 : 1);
         auto e = MakeEngine(77);
-        std::vector<std::uint8_t> dst(DotStride(w, 1) * h * planes);
-        ASSERT_EQ(BilevelRandomSplit(*e, src.data(), dst.data(), w, h, HalftoneFlags{planes << 8 | kStart}, m), 0);
+        std::vector<std::uint8_t> dst(DotStride(w, r.bits) * h * planes);
+        ASSERT_EQ(r.call(*e, src.data(), dst.data(), HalftoneFlags{planes << 8 | kStart}), 0);
         std::int16_t* carry = e->rows.carry_all();
         for (std::size_t i = 0; i < w * planes; ++i)
           carry[i] = static_cast<std::int16_t>(i % 3 == 0 ? 30000 : i % 3 == 1 ? -30000 : 600);
-        ASSERT_EQ(BilevelRandomSplit(*e, src.data(), dst.data(), w, h, HalftoneFlags{planes << 8}, m), 0);
+        ASSERT_EQ(r.call(*e, src.data(), dst.data(), HalftoneFlags{planes << 8}), 0);
         dots[fast] = dst;
         rows[fast].assign(e->rows.carry_all(), e->rows.carry_all() + w * planes);
         rows[fast].insert(rows[fast].end(), e->rows.a(), e->rows.a() + w);
@@ -233,10 +250,9 @@ TEST(RandomSplitFast, BilevelValuesOutsideTheShareWindowMatchTheReference) {
         next_word[fast] = e->random.NextStateWord();
       }
       SetForceScalar(-1);
-      const int k = static_cast<int>(m);
-      EXPECT_EQ(dots[0], dots[1]) << "method " << k << ", " << planes << " planes";
-      EXPECT_EQ(rows[0], rows[1]) << "method " << k << ", " << planes << " planes";
-      EXPECT_EQ(next_word[0], next_word[1]) << "method " << k << ", " << planes << " planes";
+      EXPECT_EQ(dots[0], dots[1]) << r.name << ", " << planes << " planes";
+      EXPECT_EQ(rows[0], rows[1]) << r.name << ", " << planes << " planes";
+      EXPECT_EQ(next_word[0], next_word[1]) << r.name << ", " << planes << " planes";
     }
 }
 

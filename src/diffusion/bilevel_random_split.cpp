@@ -120,7 +120,7 @@ struct BilevelPass {
   static constexpr unsigned kBits = 1;
   static constexpr const ScanTraits& kScan = kMember.scan;
   // The error is the value less 0 or 255 by the value alone (a guard changes only the dot), so
-  // inner rows without curve terms may read their along share from a table over the value.
+  // inner rows may read their along share from a table over the value where no curve term falls.
   static constexpr bool kAlongShareRows = true;
 
   Outcome Decide(int v, int s) const {

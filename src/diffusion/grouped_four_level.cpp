@@ -97,6 +97,9 @@ template <unsigned kDotCode>
 struct SingleDotPass {
   static constexpr unsigned kBits = kTwoBits;
   static constexpr const ScanTraits& kScan = kSingleDotScan;
+  // The error is the value less 0 or 255 by the value alone: inner rows may read their along
+  // share from a table over the value where no curve term falls.
+  static constexpr bool kAlongShareRows = true;
   Outcome Decide(int v, int) const {
     if (v <= kSingleDotThreshold) return {kDotCode, v};
     return {0, v - kPaper};

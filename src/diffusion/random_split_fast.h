@@ -452,7 +452,7 @@ constexpr int PartDivisorOf() {
 
 // The share carried along for every drawn code and every carried value of a window
 // (-512..511), for rows whose decision is a compare and whose error depends on the value alone
-// (bilevel passes without curve terms). On the chain from one pixel's value to the next, one
+// (the bilevel and one-drop passes), at pixels without a curve term. On the chain from one pixel's value to the next, one
 // load then takes the place of the compare, the error and the split's multiply and rounding.
 struct AlongShareTable {
   static constexpr int kWindowShift = 9;
@@ -592,14 +592,14 @@ class LockstepScan {
       (Splits::kAlong.kind == ColumnKind::kComplement && Splits::kBelow.den > 2);
   // Whether a row with these splits takes its along share from an AlongShareTable: passes
   // that ask for it (kAlongShareRows: a compare decides, the error depends on the value alone)
-  // with a stateless decider and no curve terms, on the band's inner rows. A lone lane gains
+  // with a stateless decider, on the band's inner rows (pixels with a curve term excepted). A lone lane gains
   // on every split (whole error 1.1-1.3 times, thirds and quarters 1.6); in a group, whose
   // chains overlap, only where the split multiplies (pairs 1.05-1.14; whole-error pairs ran at
   // 0.90-0.93).
   template <class Splits>
   static constexpr bool kShareRows = [] {
     if constexpr (requires { Pass::kAlongShareRows; })
-      return Pass::kAlongShareRows && std::is_empty_v<Decider> && !kScan.curve_terms &&
+      return Pass::kAlongShareRows && std::is_empty_v<Decider> &&
              PartDivisorOf<Decider>() == 0 && Splits::kAlong.kind != ColumnKind::kGeneric &&
              (kLanes == 1 || kAlongMultiplies<Splits>);
     else
@@ -640,7 +640,7 @@ class LockstepScan {
       TablePixel<kLtr, kLast, kKeepCur, Splits>(st, decide, x, odd);
       return;
     } else if constexpr (!kLast && kShareRows<Splits>) {
-      SharePixel<kLtr, kKeepCur, Splits>(st, decide, x);
+      SharePixel<kLtr, kKeepCur, Splits>(st, decide, x, odd);
       return;
     } else {
       const std::uint8_t s = st.in[x];
@@ -725,14 +725,17 @@ class LockstepScan {
   // sum (a value outside the window, the only kind holding it to 16 bits can change, is held
   // first on the cold path). The dot and the share below hang off the chain.
   template <bool kLtr, bool kKeepCur, class Splits>
-  HALFTONE_FORCE_INLINE void SharePixel(Lane& st, const Decider& decide, std::size_t x) const {
+  HALFTONE_FORCE_INLINE void SharePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
     const std::uint8_t s = st.in[x];
     if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
     const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
     const unsigned code = (word >> 1) & kCodeMask;
+    // A curve term (every other column) joins the error before the split: such a pixel forms
+    // its shares as the other rows do.
+    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
     std::ptrdiff_t on;
     int e;
-    if (AlongShareTable::InWindow(st.v)) [[likely]] {
+    if (!has_term && AlongShareTable::InWindow(st.v)) [[likely]] {
       const std::int16_t* column = PinnedAddress((kLtr ? along_ltr_ : along_rtl_)->Column(code));
       on = column[st.v * AlongShareTable::kCodes];
       const Outcome o = decide.Decide(static_cast<int>(st.v), s);
@@ -741,7 +744,7 @@ class LockstepScan {
     } else {
       const Outcome o = decide.Decide(Store16(static_cast<int>(st.v)), s);
       ShiftIn<kLtr>(st.acc, o.code);
-      e = Store16(o.err);
+      e = Store16(o.err + (has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0));
       int a, b_unused;
       Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a, b_unused);
       on = a;
