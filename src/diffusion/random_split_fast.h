@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "diffusion/random_split_scan.h"
+#include "frame/band_draws.h"
 #include "frame/lockstep.h"
 
 namespace halftone::random_split {
@@ -452,8 +453,9 @@ constexpr int PartDivisorOf() {
 
 // The share carried along for every drawn code and every carried value of a window
 // (-512..511), for rows whose decision is a compare and whose error depends on the value alone
-// (the bilevel and one-drop passes), at pixels without a curve term. On the chain from one pixel's value to the next, one
-// load then takes the place of the compare, the error and the split's multiply and rounding.
+// (the bilevel and one-drop passes), at pixels without a curve term. On the chain from one
+// pixel's value to the next, one load then takes the place of the compare, the error and the
+// split's multiply and rounding.
 struct AlongShareTable {
   static constexpr int kWindowShift = 9;
   static constexpr int kWindowLo = -(1 << kWindowShift);
@@ -592,10 +594,10 @@ class LockstepScan {
       (Splits::kAlong.kind == ColumnKind::kComplement && Splits::kBelow.den > 2);
   // Whether a row with these splits takes its along share from an AlongShareTable: passes
   // that ask for it (kAlongShareRows: a compare decides, the error depends on the value alone)
-  // with a stateless decider, on the band's inner rows (pixels with a curve term excepted). A lone lane gains
-  // on every split (whole error 1.1-1.3 times, thirds and quarters 1.6); in a group, whose
-  // chains overlap, only where the split multiplies (pairs 1.05-1.14; whole-error pairs ran at
-  // 0.90-0.93).
+  // with a stateless decider, on the band's inner rows (pixels with a curve term excepted). A
+  // lone lane gains on every split (whole error 1.1-1.3 times, thirds and quarters 1.6); in a
+  // group, whose chains overlap, only where the split multiplies (pairs 1.05-1.14; whole-error
+  // pairs ran at 0.90-0.93).
   template <class Splits>
   static constexpr bool kShareRows = [] {
     if constexpr (requires { Pass::kAlongShareRows; })
@@ -929,16 +931,10 @@ void RunLockstep(const Decider& decide, const Band& band, FastLane* lanes, unsig
 // sequential scan leaves it. Returns the planes' starting generators.
 inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::size_t per_plane) {
   if (planes == 0) return nullptr;  // no plane draws; the generator stays where it is
-  RandomBitSource* starts = engine.draws.Starts(planes);
-  starts[0] = engine.random;
+  RandomBitSource* starts = SliceStarts(engine, planes, per_plane);
   if (planes == 1) return starts;  // the single lane hands its generator back itself
-  const RandomJump& slice = engine.draws.Jump(per_plane);
-  for (unsigned p = 1; p < planes; ++p) {
-    starts[p] = starts[p - 1];
-    starts[p].Skip(slice);
-  }
   engine.random = starts[planes - 1];
-  engine.random.Skip(slice);
+  engine.random.Skip(engine.draws.Jump(per_plane));
   return starts;
 }
 

@@ -17,6 +17,21 @@ namespace halftone {
 // some thousand multiply-adds a bit of the count; a draw about a quarter of a nanosecond).
 inline constexpr std::size_t kSpreadDraws = std::size_t{1} << 18;
 
+// Copies of the engine's generator where each of `count` slices of `slice` draws begins:
+// starts[k] is the engine's generator jumped k slices on (the engine's own is left as it is).
+// Kept in the engine's draw buffer; returns them.
+inline RandomBitSource* SliceStarts(Engine& engine, unsigned count, std::size_t slice) {
+  RandomBitSource* starts = engine.draws.Starts(count);
+  starts[0] = engine.random;
+  if (count == 1) return starts;  // no jump to work out
+  const RandomJump& jump = engine.draws.Jump(slice);
+  for (unsigned k = 1; k < count; ++k) {
+    starts[k] = starts[k - 1];
+    starts[k].Skip(jump);
+  }
+  return starts;
+}
+
 // n draws as bytes into the engine's draw buffer, which holds `spare` bytes more behind them
 // (left as they are); returns the bytes. The generator ends as after n single draws. Where the
 // band's scan runs as several lockstep groups (`groups`) on several threads, a long run is cut
@@ -38,13 +53,7 @@ inline std::uint8_t* DrawBandBytes(Engine& engine, std::size_t n, std::size_t sp
     return bytes;
   }
   const std::size_t part = (n + parts - 1) / parts;  // every part but the last this long
-  RandomBitSource* starts = engine.draws.Starts(parts);
-  starts[0] = engine.random;
-  const RandomJump& jump = engine.draws.Jump(part);
-  for (unsigned p = 1; p < parts; ++p) {
-    starts[p] = starts[p - 1];
-    starts[p].Skip(jump);
-  }
+  RandomBitSource* starts = SliceStarts(engine, parts, part);
   engine.threads.ForEachPlane(parts, [&](unsigned p) {
     const std::size_t first = part * p;
     const std::size_t count = n - first < part ? n - first : part;

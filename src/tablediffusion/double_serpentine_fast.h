@@ -259,14 +259,13 @@ void ForEachLockstepGroup(Engine& engine, const Band& band, const std::uint8_t* 
 // the planes in lockstep groups.
 template <class Fast>
 void AheadDownBand(const Fast& fast, Engine& engine, const Band& band) {
+  constexpr unsigned kWidest = LockstepWidth<Fast>();
   const std::size_t per_plane = Fast::kDrawsPerPixel ? band.h * (band.w - 1) : 0;
   std::uint8_t* splits = nullptr;
-  if (per_plane != 0) {
-    constexpr unsigned kWidest = LockstepWidth<Fast>();
+  if (per_plane != 0)
     splits = DrawBandBytes(engine, per_plane * band.planes, 0, kSplitBitShift, kSplitBitMask,
                            LockstepGroupCount(band.planes, engine.threads.count(), kWidest, kWidest));
-  }
-  ForEachLockstepGroup(engine, band, splits, per_plane, LockstepWidth<Fast>(),
+  ForEachLockstepGroup(engine, band, splits, per_plane, kWidest,
                        [&](const Lane* lanes, unsigned n) { RunLockstep(fast, band, lanes, n); });
 }
 
