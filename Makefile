@@ -1,20 +1,24 @@
 # The two everyday commands; CMake does the real work.
-#   make demo   builds the library and the halftone command, halftones the built-in chart
+#   make demo   builds the library and the halftone command only, halftones the built-in chart
 #   make test   builds everything and runs the whole test suite
+# Developers and CI add warnings as errors: make test CMAKE_FLAGS=-DHALFTONE_WERROR=ON
 BUILD ?= build
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_FLAGS ?=
 
-.PHONY: demo test test-sanitize deps build clean
+.PHONY: demo test test-sanitize deps configure build clean
 
 deps:
 	@scripts/ensure-deps.sh
 
-build: deps
+configure: deps
 	cmake -S . -B $(BUILD) -G Ninja $(CMAKE_FLAGS)
+
+build: configure
 	cmake --build $(BUILD) -j $(JOBS)
 
-demo: build
+demo: configure
+	cmake --build $(BUILD) -j $(JOBS) --target halftone_cli
 	$(BUILD)/tools/halftone --time 1 -o halftone.png
 	@echo "wrote halftone.png (the built-in chart, halftoned by RoundFaxest); try '$(BUILD)/tools/halftone --list'"
 

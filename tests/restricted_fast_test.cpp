@@ -206,7 +206,7 @@ std::vector<Snapshot> RunJob(const Member& m, bool fast, int threads, const std:
     const unsigned phase = i == 0 ? 1 : (i + 1 == bands.size() ? 3 : 0);
     EXPECT_EQ(m.call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, phase)}), 0);
     Snapshot s;
-    s.dots = dst;
+    s.dots = std::move(dst);
     if (e->rows.live()) {
       s.carry.assign(e->rows.carry_all(), e->rows.carry_all() + e->rows.width() * planes);
       s.a.assign(e->rows.a(), e->rows.a() + e->rows.width());
@@ -346,7 +346,7 @@ TEST(RestrictedFast, ExtremeInputsMatchTheReference) {
         });
         std::vector<std::uint8_t> dst(DotStride(w, members[k].bits) * planes * h, kCanary);
         ASSERT_EQ(members[k].call(*e, src.data(), dst.data(), w, h, HalftoneFlags{Flags(planes, 1)}), 0);
-        (fast ? fast_dots : ref_dots) = dst;
+        (fast ? fast_dots : ref_dots) = std::move(dst);
       }
       SetForceScalar(-1);
       EXPECT_EQ(ref_dots, fast_dots) << members[k].name << " level " << level;

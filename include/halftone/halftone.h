@@ -56,6 +56,21 @@
 #  define HALFTONE_API
 #endif
 
+/* Calling convention of every export. cdecl as built by default; a library configured with
+ * HALFTONE_STDCALL=ON (for 32-bit Windows hosts whose function pointers are declared WINAPI)
+ * exports stdcall routines under the same undecorated names, and its CMake package and
+ * pkg-config file define HALFTONE_STDCALL for the code that includes this header. On 64-bit
+ * Windows and elsewhere there is one convention and the macro changes nothing. */
+#if defined(_WIN32) && !defined(_WIN64)
+#  if defined(HALFTONE_STDCALL)
+#    define HALFTONE_CALL __stdcall
+#  else
+#    define HALFTONE_CALL __cdecl
+#  endif
+#else
+#  define HALFTONE_CALL
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -78,23 +93,23 @@ extern "C" {
 /* ---- Library extensions ------------------------------------------------------------------ */
 
 /* Library version, "major.minor.patch". */
-HALFTONE_API const char *halftone_version(void);
+HALFTONE_API const char *HALFTONE_CALL halftone_version(void);
 /* From now on every seeding of a random source uses `seconds` instead of the calendar clock;
  * a negative value restores the clock. For reproducible output and exact tests. */
-HALFTONE_API void halftone_set_fixed_time(long long seconds);
+HALFTONE_API void HALFTONE_CALL halftone_set_fixed_time(long long seconds);
 /* Read every library file (tone curves, Moths tables) from `folder` instead of the host
  * program's folder; a separator is appended when missing. NULL restores the default. Returns 0. */
-HALFTONE_API int halftone_set_host_folder(const char *folder);
+HALFTONE_API int HALFTONE_CALL halftone_set_host_folder(const char *folder);
 /* The code the last file load determined (0 or a loader code), also for loaders that return 0
  * to their caller by design. */
-HALFTONE_API int halftone_last_load_status(void);
+HALFTONE_API int HALFTONE_CALL halftone_last_load_status(void);
 
 /* Threads a band call may use for its planes, the calling thread included (default 1, every
  * plane on the caller). Only routines whose planes are independent within a band use them (the
  * random-split diffusions, whose random draws per plane are fixed by the band size); the dots
  * are the same bit for bit whatever the count. n is clamped to 1..64; returns the count set.
  * Call it between jobs, not while a band runs. */
-HALFTONE_API int halftone_set_threads(int n);
+HALFTONE_API int HALFTONE_CALL halftone_set_threads(int n);
 
 /* Entry-point shapes of the halftoning methods, for callers that pick methods by name. */
 enum halftone_entry_kind {
@@ -104,6 +119,13 @@ enum halftone_entry_kind {
   HALFTONE_ENTRY_LOOKUP_REF = 4,    /* int (unsigned char *src, unsigned char **dst, int w, int h, int *lookup, unsigned char *unused) */
   HALFTONE_ENTRY_LOOKUP = 5         /* int (unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *unused) */
 };
+/* The entry shapes as pointer types, with the library's calling convention. */
+typedef int (HALFTONE_CALL *halftone_band_fn)(unsigned char *, unsigned char *, int, int, unsigned int);
+typedef int (HALFTONE_CALL *halftone_band_unsigned_fn)(unsigned char *, unsigned char *, unsigned int, unsigned int,
+                                                       unsigned int);
+typedef int (HALFTONE_CALL *halftone_plane_fn)(unsigned char *, unsigned char *, unsigned int, unsigned int);
+typedef int (HALFTONE_CALL *halftone_lookup_ref_fn)(unsigned char *, unsigned char **, int, int, int *, unsigned char *);
+typedef int (HALFTONE_CALL *halftone_lookup_fn)(unsigned char *, unsigned char *, int, int, int *, unsigned char *);
 /* How a method lays out its dot plane. */
 enum halftone_layout {
   HALFTONE_LAYOUT_BAND = 0,   /* the band layout above */
@@ -130,62 +152,62 @@ typedef struct halftone_method_info {
 } halftone_method_info;
 
 /* Number of halftoning methods this build provides. */
-HALFTONE_API int halftone_method_count(void);
+HALFTONE_API int HALFTONE_CALL halftone_method_count(void);
 /* Fills *info for method `index` (0 .. count - 1); returns 0, or 20401 for a bad index or NULL. */
-HALFTONE_API int halftone_method_get(int index, halftone_method_info *info);
+HALFTONE_API int HALFTONE_CALL halftone_method_get(int index, halftone_method_info *info);
 
 /* ---- Set-up: tone curves, mode, level values --------------------------------------------- */
 
 /* Reload "ToneAry.ham" from the host folder into the fifteen curve slots, select curve A and B
  * by `mode`, parse `levels` ("0,85,170,255," - every value ends in a comma) into L0..L8.
  * Always 0. Routines called before the first call use the all-zero slot 0 and zero levels. */
-HALFTONE_API int Itsdiufiavs(int mode, const char *levels);
+HALFTONE_API int HALFTONE_CALL Itsdiufiavs(int mode, const char *levels);
 
 /* ---- Random-split diffusion, four levels (2 bits) ---------------------------------------- */
 
 /* Serpentine four-level diffusion, 1/3 : 2/3 random split, raw-sample vetoes, curve terms. */
-HALFTONE_API int RoundFaxest(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL RoundFaxest(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* RoundFaxest with unsigned sizes; same dots. */
-HALFTONE_API int RoundFaxest__(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL RoundFaxest__(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Grouped four-level diffusion: whole error or halves by a 2-bit draw, thirds into the next
  * band from the last row in either direction; raw-sample vetoes, curve terms. Zero w or h: 20401. */
-HALFTONE_API int FastGroup(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL FastGroup(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* FastGroup with fixed thresholds 64/128/192 and levels 0/85/170/255, no raw-sample veto. */
-HALFTONE_API int FastGroup1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL FastGroup1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Single-dot-size grouped diffusion (dot at or below 128) writing code 1 (small drop). */
-HALFTONE_API int ArcistPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL ArcistPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* As ArcistPump, same dot positions, code 2 (medium drop). */
-HALFTONE_API int Kaishanxing(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL Kaishanxing(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* As ArcistPump, same dot positions, code 3 (large drop). */
-HALFTONE_API int SymanOpening(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL SymanOpening(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Random-split diffusion, bilevel (1 bit) --------------------------------------------- */
 /* Lightness sense: a dot where the corrected value is at most 128; ink sense: above 128.
  * Every routine of this section and the next refuses zero w or h with 20401. */
 
 /* Lightness sense, white guard, thirds split by 2-bit draw, tone-curve terms. */
-HALFTONE_API int sdiufiavs(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL sdiufiavs(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Lightness sense, white guard, 1-bit split; reseeds only at the start of a job. */
-HALFTONE_API int sdiufiavs1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL sdiufiavs1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Ink sense, full guard (255 always prints), thirds split. */
-HALFTONE_API int mandfanes(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL mandfanes(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Ink sense, no guard, quarter splits. */
-HALFTONE_API int orangecagn(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL orangecagn(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Lightness sense, whole error to one neighbour by a 1-bit draw. */
-HALFTONE_API int jsdi6yruis(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL jsdi6yruis(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Ink sense, whole error to one neighbour by a 1-bit draw. */
-HALFTONE_API int irpduix7sg(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL irpduix7sg(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* One plane, no flags word, no carried error: every call is a whole job (lightness, whole
  * error to one neighbour); output h rows of ((w + 31) >> 5) * 4 bytes; job rows untouched. */
-HALFTONE_API int hxkjsdi67x(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h);
+HALFTONE_API int HALFTONE_CALL hxkjsdi67x(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h);
 
 /* ---- Random-split diffusion, eight levels (4 bits) --------------------------------------- */
 
 /* Eight-level diffusion against L0..L7, restricted by the input sample; halves within the
  * band, thirds into the next. */
-HALFTONE_API int RoundPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL RoundPump(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Eight-level diffusion, thresholds 32..224 step 32, levels 0 36 72 109 145 182 218 255. */
-HALFTONE_API int RoundPump1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL RoundPump1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 
 /* ---- Table-driven diffusion, double precision, bilevel ----------------------------------- */
 /* One bit a pixel, serpentine, errors carried in 64-bit floating point in rows of their own
@@ -193,25 +215,25 @@ HALFTONE_API int RoundPump1(unsigned char *src, unsigned char *dst, unsigned int
 
 /* Whole error to one neighbour (97 %), ahead or down in random runs of 10-11 pixels; the band's
  * last row passes its full error ahead and its down errors to the next band. */
-HALFTONE_API int suiruiskao(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* One third / two thirds ahead or down, a random bit choosing; row ends keep a quarter down. */
-HALFTONE_API int suiruiskao2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* suiruiskao2's dots; formats a per-row diagnostic dump (written only in dump builds). */
-HALFTONE_API int suiruiskao3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* suiruiskao2's dots; formats a per-pixel diagnostic dump (written only in dump builds). */
-HALFTONE_API int suiruiskao4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Level bias every 4th column; row share 1/2, 0.67 or 3/4 by level and column parity. */
-HALFTONE_API int suiruiskao5(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao5(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Row share 1/2, 2/3 or 3/4 from the local tone and column parity, held in a fourth row. */
-HALFTONE_API int suiruiskao6(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao6(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Level bias every 2nd column; row share 0.45, 0.67 or 3/4 by level. */
-HALFTONE_API int suiruiskao7(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao7(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Strong level bias at every pixel; 2/3 ahead; no white guard. Reseeds at job start only. */
-HALFTONE_API int suiruiskao9(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao9(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* 2/3 ahead, 1/3 diagonally down by a banded mask. Reseeds at job start only. */
-HALFTONE_API int suiruiskao10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Halves ahead and down; a per-level 16 x 16 double tile that nothing fills (zeros). */
-HALFTONE_API int CrisixOut_double(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL CrisixOut_double(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 
 /* ---- Table-driven diffusion, 16-bit integer ---------------------------------------------- */
 /* Error rows are 16-bit; a band carries into the next only when its last row runs backward
@@ -219,33 +241,33 @@ HALFTONE_API int CrisixOut_double(unsigned char *src, unsigned char *dst, unsign
 
 /* Bilevel, carry preset -35, bias min(v, 31, 255 - v) at odd x of backward rows only; 2/3 or
  * 1/2 ahead by level band (limits 216/166 forward, 213/179 backward); seeds at job start. */
-HALFTONE_API int sdiufiavs2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL sdiufiavs2(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Bilevel, carry preset -25, mid-tone bias up to 31; splits and limits as sdiufiavs4. */
-HALFTONE_API int sdiufiavs3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL sdiufiavs3(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Four levels 0/85/170/255 at 64/128/192, carry preset -13, level bias bytes at even x forward
  * and odd x backward; 2/3 or 3/4 ahead by parity, random in mid-tones, all or halves in darks. */
-HALFTONE_API int sdiufiavs4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL sdiufiavs4(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Bilevel halving diffusion: ahead e/2 truncated, the rest down; no bias, no draws. */
-HALFTONE_API int suiruiskao8(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao8(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Bilevel, bias min(v, 8, 255 - v), four level bands (229/203/176), halves truncated. */
-HALFTONE_API int suiruiskao11(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL suiruiskao11(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Bilevel, whole error to one neighbour on a 13-step per-plane cycle that runs on across
  * bands (reset at job start); at most 4 planes, zero w or h refused. */
-HALFTONE_API int highforces(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL highforces(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Bilevel, bias matrix (PuaningFa13) tiled at period 240, curve B/A terms, thirds by direction. */
-HALFTONE_API int Kaocosyx1(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL Kaocosyx1(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Bilevel, no matrix, curve A at odd x backward, quarter/third splits by a random bit. */
-HALFTONE_API int Kaocosyx10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL Kaocosyx10(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Four levels L0..L3, each pixel restricted to the two levels around its input; bias matrix
  * (PuaningFa13) tiled at period 256, curve A/B terms every other column, halves. */
-HALFTONE_API int Kaocosyx13(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL Kaocosyx13(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Kaocosyx13 without the matrix; the whole error goes ahead or down by a random bit. */
-HALFTONE_API int Kaocosyx14(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL Kaocosyx14(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* Bilevel halving; the layer table (NiceMents) adds a per-level 16 x 16 tile term to each
  * pixel, the tile restarting with every band; seeds at job start. */
-HALFTONE_API int CrisixOut(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL CrisixOut(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Bilevel, curve terms, thirds, halves or whole error by level band and random draws. */
-HALFTONE_API int CrisixOut31(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL CrisixOut31(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Matrix, pattern and table loaders (files under "<host folder>/Moths/") -------------- */
 /* Loaded tables stay in force until the same loader runs again. Every load records its code for
@@ -259,45 +281,45 @@ HALFTONE_API int CrisixOut31(unsigned char *src, unsigned char *dst, int w, int 
 /* 8-bit bitmap: 14 + 40 header bytes, then `height` rows of `width` bytes, bottom row first,
  * from the pixel offset; value = threshold. Width or height below 0 or above 256: refused.
  * Returns 0 whatever happened; a b ignored. */
-HALFTONE_API int PuaningFa(const char *name, int a, int b);
+HALFTONE_API int HALFTONE_CALL PuaningFa(const char *name, int a, int b);
 /* PuaningFa, then after a complete load the bias matrix = trunc((m - 127) * 0.4). Returns 0. */
-HALFTONE_API int PuaningFa13(const char *name, int a, int b);
+HALFTONE_API int HALFTONE_CALL PuaningFa13(const char *name, int a, int b);
 /* Headerless 1-bit stack of 256 patterns, a pixels by b rows each, lightest first. a must be a
  * multiple of 8 in 8..256 and b in 1..256, else 20104 and nothing changes; with valid sizes the
  * pattern geometry and edge masks change even if the file then fails. Returns the code. */
-HALFTONE_API int KaiDuaning(const char *name, int a, int b);
+HALFTONE_API int HALFTONE_CALL KaiDuaning(const char *name, int a, int b);
 /* KaiDuaning for 2-bit patterns (a a multiple of 4); level 255 is cleared after a full load. */
-HALFTONE_API int NingJing(const char *name, int a, int b);
+HALFTONE_API int HALFTONE_CALL NingJing(const char *name, int a, int b);
 /* Text table of up to 65,536 numbers separated by spaces or carriage returns (the last byte of
  * the file is not read), filling 256 16 x 16 layers column by column. Empty files, files over
  * 8 MiB (20302), more numbers or tokens over 19 characters: refused. Returns 0. */
-HALFTONE_API int NiceMents(const char *name, int a, int b);
+HALFTONE_API int HALFTONE_CALL NiceMents(const char *name, int a, int b);
 /* Reads nothing, changes nothing, returns 0. */
-HALFTONE_API int PuaningFaAM(const char *name, int a, int b);
+HALFTONE_API int HALFTONE_CALL PuaningFaAM(const char *name, int a, int b);
 /* Builds the 16 x 16 ordered-dither matrix. Returns 0. */
-HALFTONE_API int SincesKai(void);
+HALFTONE_API int HALFTONE_CALL SincesKai(void);
 
 /* ---- Pattern and threshold screens ------------------------------------------------------- */
 /* Pattern screens copy each run of equal samples from its level's pattern; the last pixel of a
  * row stays empty when it differs from the one before it. All tile from row 0 in every band. */
 
 /* 1 bit, tiled at the geometry of the last pattern load (load with KaiDuaning before use). */
-HALFTONE_API int Sonicksure(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL Sonicksure(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* 1 bit, 256 x 256 tile. */
-HALFTONE_API int MutexWindow(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL MutexWindow(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* Same dots as MutexWindow. */
-HALFTONE_API int MutexWindow_Bak(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL MutexWindow_Bak(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* 2 bits from the NingJing stack, 256 x 256 tile. */
-HALFTONE_API int TextDownload(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL TextDownload(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* 1 bit: dot where v <= bitmap[(y + 16p) % 256][(x + 16p) % 256]. */
-HALFTONE_API int WindowText(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL WindowText(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 /* 1 bit: dot where v < Bayer[y % 16][x % 16] (load with SincesKai). */
-HALFTONE_API int Kaocosyx(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL Kaocosyx(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* 1 bit, built-in clustered tile, dot where v < 2M - 1; at most 12 planes (else 20401). */
-HALFTONE_API int WindowTextAM1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL WindowTextAM1(unsigned char *src, unsigned char *dst, unsigned int w, unsigned int h, unsigned int flags);
 /* 1 bit, built-in dispersed tile, a job over the error rows (row 0 adds the carry row); at most
  * 12 planes. */
-HALFTONE_API int WindowTextAM(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
+HALFTONE_API int HALFTONE_CALL WindowTextAM(unsigned char *src, unsigned char *dst, int w, int h, unsigned int flags);
 
 /* ---- Rotated and four-way bilevel diffusion with level lookup (one plane, no flags) ------ */
 /* One plane of w x h samples (src rows ((w * 8 + 31) >> 5) * 4 bytes apart) is mapped through
@@ -320,40 +342,40 @@ HALFTONE_API int WindowTextAM(unsigned char *src, unsigned char *dst, int w, int
 #endif
 /* Turned a quarter: input (x, y) at output row w - 1 - x, column h - 1 - y; the last input
  * row unturned (above), so output column 0 stays empty. */
-HALFTONE_API int sdicxx78xy(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL sdicxx78xy(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
 /* Transposed: input (x, y) at output row x, column y; the last input row unturned, so output
  * column h - 1 stays empty. */
-HALFTONE_API int ixndiwkc76y(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL ixndiwkc76y(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
 /* Turned a quarter like sdicxx78xy, the last input row too (output column 0 filled). */
-HALFTONE_API int ghskdjiekld(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL ghskdjiekld(unsigned char *src, HALFTONE_DST_REF, int w, int h, int *lookup, unsigned char *sixth);
 /* Transposed like ixndiwkc76y, the last input row too. */
-HALFTONE_API int tishduth29dmc(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL tishduth29dmc(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
 /* Not turned: input row y at output row h - 1 - y. */
-HALFTONE_API int nchsuw56xd(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL nchsuw56xd(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
 /* Forward (even) rows at their own output row; backward rows and the last row at output row
  * h - 1 - y, byte (w - 1 - x) / 8, bit (x + 8 - h % 8) % 8 from the least significant bit. */
-HALFTONE_API int fdxin324c(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL fdxin324c(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
 /* Whole error to one of four neighbours (along, below ahead, below, below behind) by a 2-bit
  * draw; output row for row, pixel x of row y at output row y. */
-HALFTONE_API int kajdjigc23kdh(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL kajdjigc23kdh(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
 /* xinskdn34skx and shdeiznc45kdi exist only so that hosts resolving every name load: they
  * read and write nothing and return HALFTONE_ERR_NOT_PROVIDED (20501). */
-HALFTONE_API int xinskdn34skx(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
-HALFTONE_API int shdeiznc45kdi(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL xinskdn34skx(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
+HALFTONE_API int HALFTONE_CALL shdeiznc45kdi(unsigned char *src, unsigned char *dst, int w, int h, int *lookup, unsigned char *sixth);
 
 /* ---- Job signalling ---------------------------------------------------------------------- */
 /* A pair of unnamed auto-reset events for pacing the host's printing threads: "ready" is made
  * signalled, "done" not; the library never sets either. */
 
 /* Makes both events and clears the job record. Returns 0. */
-HALFTONE_API int khjhusecx(void);
+HALFTONE_API int HALFTONE_CALL khjhusecx(void);
 /* Waits on "done" up to 50 times `timeout` milliseconds, then on "ready" up to 30 times.
  * Returns 0 when both came in time, 1 when "done" never came but "ready" did, 2 when "ready"
  * never came. Right after khjhusecx that is 1 (after 50 timeouts); the next call gives 2.
  * Events never made or closed end their wait at once: 0 without delay. */
-HALFTONE_API int sinxcdke34i(unsigned int timeout);
+HALFTONE_API int HALFTONE_CALL sinxcdke34i(unsigned int timeout);
 /* Closes both events; harmless when already closed. Returns 1. */
-HALFTONE_API int giwncwcg7w(void);
+HALFTONE_API int HALFTONE_CALL giwncwcg7w(void);
 
 #ifdef __cplusplus
 }

@@ -16,43 +16,43 @@ int Diffuse(halftone::DoubleMethod method, unsigned char* src, unsigned char* ds
 
 extern "C" {
 
-HALFTONE_API int suiruiskao(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kRunLength, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao2(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao2(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kRandomSplit, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao3(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao3(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kRandomSplitRowDump, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao4(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao4(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kRandomSplitPixelDump, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao5(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao5(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kQuarterColumnBias, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao6(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao6(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kToneWeightRow, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao7(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao7(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kHalfColumnBias, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao9(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao9(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kEveryColumnBias, src, dst, w, h, flags);
 }
-HALFTONE_API int suiruiskao10(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao10(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                               unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kDiagonal, src, dst, w, h, flags);
 }
-HALFTONE_API int CrisixOut_double(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL CrisixOut_double(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                                   unsigned int flags) {
   return Diffuse(halftone::DoubleMethod::kModulated, src, dst, w, h, flags);
 }

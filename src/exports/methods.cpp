@@ -24,11 +24,11 @@ const std::vector<MethodRow>& AllMethods() {
 
 extern "C" {
 
-HALFTONE_API int halftone_method_count(void) {
+HALFTONE_API int HALFTONE_CALL halftone_method_count(void) {
   return halftone::Guarded([] { return static_cast<int>(halftone::AllMethods().size()); });
 }
 
-HALFTONE_API int halftone_method_get(int index, halftone_method_info* info) {
+HALFTONE_API int HALFTONE_CALL halftone_method_get(int index, halftone_method_info* info) {
   return halftone::Guarded([&] {
     const auto& all = halftone::AllMethods();
     if (info == nullptr || index < 0 || static_cast<std::size_t>(index) >= all.size())

@@ -31,71 +31,71 @@ std::size_t Size(int n) { return static_cast<std::size_t>(n); }
 
 extern "C" {
 
-HALFTONE_API int FastGroup(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL FastGroup(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kLevelValues);
 }
 
-HALFTONE_API int FastGroup1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL FastGroup1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return Grouped(src, dst, w, h, flags, GroupedMethod::kFixedLevels);
 }
 
-HALFTONE_API int ArcistPump(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL ArcistPump(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kSmallDotOnly);
 }
 
-HALFTONE_API int Kaishanxing(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL Kaishanxing(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kMediumDotOnly);
 }
 
-HALFTONE_API int SymanOpening(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL SymanOpening(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kLargeDotOnly);
 }
 
-HALFTONE_API int sdiufiavs(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL sdiufiavs(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kLightnessThirdsCurves);
 }
 
-HALFTONE_API int sdiufiavs1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL sdiufiavs1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return Bilevel(src, dst, w, h, flags, BilevelMethod::kLightnessOneBitJobSeed);
 }
 
-HALFTONE_API int mandfanes(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL mandfanes(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kInkThirdsFullGuard);
 }
 
-HALFTONE_API int orangecagn(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL orangecagn(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kInkQuarters);
 }
 
-HALFTONE_API int jsdi6yruis(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL jsdi6yruis(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kLightnessWholeError);
 }
 
-HALFTONE_API int irpduix7sg(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL irpduix7sg(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return Bilevel(src, dst, w, h, flags, BilevelMethod::kInkWholeError);
 }
 
-HALFTONE_API int hxkjsdi67x(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h) {
+HALFTONE_API int HALFTONE_CALL hxkjsdi67x(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h) {
   return halftone::Guarded([&] { return halftone::BilevelSinglePlane(halftone::ProcessEngine(), src, dst, w, h); });
 }
 
-HALFTONE_API int RoundPump(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL RoundPump(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Eight(src, dst, Size(w), Size(h), flags, EightLevelMethod::kLevelValues);
 }
 
-HALFTONE_API int RoundPump1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL RoundPump1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return Eight(src, dst, w, h, flags, EightLevelMethod::kFixedLevels);
 }

@@ -25,31 +25,31 @@ int RunRotated(RotatedMember member, unsigned char* src, unsigned char* dst, int
 extern "C" {
 
 // The first three take the output pointer by reference; it is written through, never replaced.
-HALFTONE_API int sdicxx78xy(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL sdicxx78xy(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
   return halftone::RunRotated(halftone::RotatedMember::kTurnedLastRowFlat, src, dst, w, h, lookup);
 }
 
-HALFTONE_API int ixndiwkc76y(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL ixndiwkc76y(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
   return halftone::RunRotated(halftone::RotatedMember::kTransposedLastRowFlat, src, dst, w, h, lookup);
 }
 
-HALFTONE_API int ghskdjiekld(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL ghskdjiekld(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
   return halftone::RunRotated(halftone::RotatedMember::kTurned, src, dst, w, h, lookup);
 }
 
-HALFTONE_API int tishduth29dmc(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL tishduth29dmc(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
   return halftone::RunRotated(halftone::RotatedMember::kTransposed, src, dst, w, h, lookup);
 }
 
-HALFTONE_API int nchsuw56xd(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL nchsuw56xd(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
   return halftone::RunRotated(halftone::RotatedMember::kRowsReversed, src, dst, w, h, lookup);
 }
 
-HALFTONE_API int fdxin324c(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL fdxin324c(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
   return halftone::RunRotated(halftone::RotatedMember::kMixed, src, dst, w, h, lookup);
 }
 
-HALFTONE_API int kajdjigc23kdh(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL kajdjigc23kdh(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
   return halftone::Guarded([&] {
     return halftone::FourWayLookupDiffusion(halftone::Plane(src, dst, w, h, lookup), halftone::ThreadCrtRand(),
                                             halftone::ProcessEngine().clock.Seconds());
@@ -57,11 +57,11 @@ HALFTONE_API int kajdjigc23kdh(unsigned char* src, unsigned char* dst, int w, in
 }
 
 // Exported so that hosts resolving every name of the family load; they write nothing.
-HALFTONE_API int xinskdn34skx(unsigned char*, unsigned char*, int, int, int*, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL xinskdn34skx(unsigned char*, unsigned char*, int, int, int*, unsigned char*) {
   return halftone::kErrNotProvided;
 }
 
-HALFTONE_API int shdeiznc45kdi(unsigned char*, unsigned char*, int, int, int*, unsigned char*) {
+HALFTONE_API int HALFTONE_CALL shdeiznc45kdi(unsigned char*, unsigned char*, int, int, int*, unsigned char*) {
   return halftone::kErrNotProvided;
 }
 

@@ -36,82 +36,82 @@ using halftone::ThresholdScreen;
 extern "C" {
 
 // required: the bitmap and text-table loaders hide their result from the host and return 0.
-HALFTONE_API int PuaningFa(const char* name, int, int) {
+HALFTONE_API int HALFTONE_CALL PuaningFa(const char* name, int, int) {
   halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, false); });
   return halftone::kOk;
 }
 
-HALFTONE_API int PuaningFa13(const char* name, int, int) {
+HALFTONE_API int HALFTONE_CALL PuaningFa13(const char* name, int, int) {
   halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, true); });
   return halftone::kOk;
 }
 
-HALFTONE_API int KaiDuaning(const char* name, int a, int b) {
+HALFTONE_API int HALFTONE_CALL KaiDuaning(const char* name, int a, int b) {
   return halftone::RecordedLoad([&] {
     return halftone::LoadPatternFile(halftone::ProcessEngine(), halftone::PatternDepth::kMono, name, a, b);
   });
 }
 
-HALFTONE_API int NingJing(const char* name, int a, int b) {
+HALFTONE_API int HALFTONE_CALL NingJing(const char* name, int a, int b) {
   return halftone::RecordedLoad([&] {
     return halftone::LoadPatternFile(halftone::ProcessEngine(), halftone::PatternDepth::kDuo, name, a, b);
   });
 }
 
-HALFTONE_API int NiceMents(const char* name, int, int) {
+HALFTONE_API int HALFTONE_CALL NiceMents(const char* name, int, int) {
   halftone::RecordedLoad([&] { return halftone::LoadLayerFile(halftone::ProcessEngine(), name); });
   return halftone::kOk;
 }
 
 // Kept so hosts that resolve it load; it reads nothing and changes nothing.
-HALFTONE_API int PuaningFaAM(const char*, int, int) { return halftone::kOk; }
+HALFTONE_API int HALFTONE_CALL PuaningFaAM(const char*, int, int) { return halftone::kOk; }
 
-HALFTONE_API int SincesKai(void) {
+HALFTONE_API int HALFTONE_CALL SincesKai(void) {
   return halftone::RecordedLoad([] {
     halftone::BuildBayerMatrix(halftone::ProcessEngine().tables);
     return halftone::kOk;
   });
 }
 
-HALFTONE_API int Sonicksure(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL Sonicksure(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return halftone::PatternScreenExport(PatternScreen::kMonoLoadedGeometry, src, dst, halftone::Size(w),
                                        halftone::Size(h), flags);
 }
 
-HALFTONE_API int MutexWindow(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL MutexWindow(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return halftone::PatternScreenExport(PatternScreen::kMonoFixed, src, dst, w, h, flags);
 }
 
 // The older copy loop of MutexWindow; both write the same dots.
-HALFTONE_API int MutexWindow_Bak(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL MutexWindow_Bak(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                                  unsigned int flags) {
   return halftone::PatternScreenExport(PatternScreen::kMonoFixed, src, dst, w, h, flags);
 }
 
-HALFTONE_API int TextDownload(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL TextDownload(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return halftone::PatternScreenExport(PatternScreen::kDuoFixed, src, dst, halftone::Size(w), halftone::Size(h),
                                        flags);
 }
 
-HALFTONE_API int WindowText(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL WindowText(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return halftone::ThresholdScreenExport(ThresholdScreen::kBitmap, src, dst, halftone::Size(w), halftone::Size(h),
                                          flags);
 }
 
-HALFTONE_API int Kaocosyx(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL Kaocosyx(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h, unsigned int flags) {
   return halftone::ThresholdScreenExport(ThresholdScreen::kBayer, src, dst, w, h, flags);
 }
 
-HALFTONE_API int WindowTextAM1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL WindowTextAM1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                                unsigned int flags) {
   return halftone::ThresholdScreenExport(ThresholdScreen::kClusteredAm, src, dst, w, h, flags);
 }
 
-HALFTONE_API int WindowTextAM(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL WindowTextAM(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return halftone::Guarded([&] {
     return halftone::ScreenDispersedAmJob(halftone::ProcessEngine(), src, dst, halftone::Size(w), halftone::Size(h),

@@ -11,11 +11,11 @@
 
 extern "C" {
 
-HALFTONE_API const char* halftone_version(void) { return HALFTONE_VERSION_STRING; }
+HALFTONE_API const char* HALFTONE_CALL halftone_version(void) { return HALFTONE_VERSION_STRING; }
 
-HALFTONE_API void halftone_set_fixed_time(long long seconds) { halftone::ProcessEngine().clock.SetFixed(seconds); }
+HALFTONE_API void HALFTONE_CALL halftone_set_fixed_time(long long seconds) { halftone::ProcessEngine().clock.SetFixed(seconds); }
 
-HALFTONE_API int halftone_set_host_folder(const char* folder) {
+HALFTONE_API int HALFTONE_CALL halftone_set_host_folder(const char* folder) {
   return halftone::Guarded([&] {
     halftone::Engine& engine = halftone::ProcessEngine();
     if (folder == nullptr || *folder == '\0') {
@@ -30,9 +30,9 @@ HALFTONE_API int halftone_set_host_folder(const char* folder) {
   });
 }
 
-HALFTONE_API int halftone_last_load_status(void) { return halftone::ProcessEngine().last_load_status; }
+HALFTONE_API int HALFTONE_CALL halftone_last_load_status(void) { return halftone::ProcessEngine().last_load_status; }
 
-HALFTONE_API int Itsdiufiavs(int mode, const char* levels) {
+HALFTONE_API int HALFTONE_CALL Itsdiufiavs(int mode, const char* levels) {
   halftone::Guarded([&] {
     halftone::Engine& engine = halftone::ProcessEngine();
     // A missing or unreadable tone-curve file is silent: the slots keep what they held.

@@ -17,15 +17,15 @@ JobSignals& ProcessSignals() {
 
 extern "C" {
 
-HALFTONE_API int khjhusecx(void) {
+HALFTONE_API int HALFTONE_CALL khjhusecx(void) {
   return halftone::Guarded([] { return halftone::ProcessSignals().Create(); });
 }
 
-HALFTONE_API int sinxcdke34i(unsigned int timeout) {
+HALFTONE_API int HALFTONE_CALL sinxcdke34i(unsigned int timeout) {
   return halftone::Guarded([&] { return halftone::ProcessSignals().Wait(timeout); });
 }
 
-HALFTONE_API int giwncwcg7w(void) {
+HALFTONE_API int HALFTONE_CALL giwncwcg7w(void) {
   return halftone::Guarded([] { return halftone::ProcessSignals().Close(); });
 }
 

@@ -5,7 +5,7 @@
 
 extern "C" {
 
-HALFTONE_API int RoundFaxest(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL RoundFaxest(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return halftone::Guarded([&] {
     return halftone::SerpentineFourLevel(halftone::ProcessEngine(), src, dst, static_cast<std::size_t>(w),
@@ -13,7 +13,7 @@ HALFTONE_API int RoundFaxest(unsigned char* src, unsigned char* dst, int w, int 
   });
 }
 
-HALFTONE_API int RoundFaxest__(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL RoundFaxest__(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                                unsigned int flags) {
   return halftone::Guarded([&] {
     return halftone::SerpentineFourLevel(halftone::ProcessEngine(), src, dst, w, h, halftone::HalftoneFlags{flags});

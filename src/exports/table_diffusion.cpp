@@ -34,67 +34,67 @@ int Layered(LayerModulatedMember m, unsigned char* src, unsigned char* dst, std:
 
 extern "C" {
 
-HALFTONE_API int sdiufiavs2(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL sdiufiavs2(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return LevelBias(LevelBiasMember::kBilevelHalves, src, dst, w, h, flags);
 }
 
-HALFTONE_API int sdiufiavs3(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL sdiufiavs3(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return LevelBias(LevelBiasMember::kBilevelWide, src, dst, w, h, flags);
 }
 
-HALFTONE_API int sdiufiavs4(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL sdiufiavs4(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return LevelBias(LevelBiasMember::kFourLevel, src, dst, w, h, flags);
 }
 
-HALFTONE_API int suiruiskao8(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao8(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                              unsigned int flags) {
   return LevelBias(LevelBiasMember::kBilevelHalving, src, dst, w, h, flags);
 }
 
-HALFTONE_API int suiruiskao11(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL suiruiskao11(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                               unsigned int flags) {
   return LevelBias(LevelBiasMember::kBilevelLight, src, dst, w, h, flags);
 }
 
-HALFTONE_API int highforces(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL highforces(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return halftone::Guarded([&] {
     return halftone::CyclicDiffusion(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags});
   });
 }
 
-HALFTONE_API int Kaocosyx13(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL Kaocosyx13(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Restricted(LevelRestrictedMember::kMatrixFourLevel, src, dst, static_cast<std::size_t>(w),
                     static_cast<std::size_t>(h), flags);
 }
 
-HALFTONE_API int Kaocosyx14(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL Kaocosyx14(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Restricted(LevelRestrictedMember::kRandomFourLevel, src, dst, static_cast<std::size_t>(w),
                     static_cast<std::size_t>(h), flags);
 }
 
-HALFTONE_API int Kaocosyx1(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL Kaocosyx1(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Restricted(LevelRestrictedMember::kMatrixBilevel, src, dst, static_cast<std::size_t>(w),
                     static_cast<std::size_t>(h), flags);
 }
 
-HALFTONE_API int Kaocosyx10(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL Kaocosyx10(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
   return Restricted(LevelRestrictedMember::kRandomBilevel, src, dst, w, h, flags);
 }
 
-HALFTONE_API int CrisixOut(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
+HALFTONE_API int HALFTONE_CALL CrisixOut(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                            unsigned int flags) {
   return Layered(LayerModulatedMember::kLayerTiles, src, dst, w, h, flags);
 }
 
-HALFTONE_API int CrisixOut31(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
+HALFTONE_API int HALFTONE_CALL CrisixOut31(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
   return Layered(LayerModulatedMember::kCurveBias, src, dst, static_cast<std::size_t>(w),
                  static_cast<std::size_t>(h), flags);

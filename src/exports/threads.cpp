@@ -3,7 +3,7 @@
 
 extern "C" {
 
-HALFTONE_API int halftone_set_threads(int n) {
+HALFTONE_API int HALFTONE_CALL halftone_set_threads(int n) {
   return halftone::Guarded([&] {
     halftone::ProcessEngine().threads.SetCount(n);
     return halftone::ProcessEngine().threads.count();

@@ -50,11 +50,13 @@ static AnyFn Resolve(Library lib, const char *name) {
 #endif
 }
 
-typedef int (*BandFn)(unsigned char *, unsigned char *, int, int, unsigned int);
-typedef int (*BandUnsignedFn)(unsigned char *, unsigned char *, unsigned int, unsigned int, unsigned int);
-typedef int (*PlaneFn)(unsigned char *, unsigned char *, unsigned int, unsigned int);
-typedef int (*LookupRefFn)(unsigned char *, unsigned char **, int, int, int *, unsigned char *);
-typedef int (*LookupFn)(unsigned char *, unsigned char *, int, int, int *, unsigned char *);
+/* Every export is called through a pointer of the library's calling convention (cdecl, or stdcall
+ * where the library was built for WINAPI hosts). */
+typedef halftone_band_fn BandFn;
+typedef halftone_band_unsigned_fn BandUnsignedFn;
+typedef halftone_plane_fn PlaneFn;
+typedef halftone_lookup_ref_fn LookupRefFn;
+typedef halftone_lookup_fn LookupFn;
 
 /* The job: a fixed clock, three bands of three planes, a width that fills no word. */
 #define FIXED_TIME 1700000123LL
@@ -247,7 +249,7 @@ static int WriteTableFiles(const char *moths) {
 
 static void LoadTables(Library lib) {
   char moths[1024];
-  typedef int (*LoaderFn)(const char *, int, int);
+  typedef int (HALFTONE_CALL *LoaderFn)(const char *, int, int);
   if (!ProgramFolder(moths, sizeof moths - 16)) {
     fprintf(stderr, "printhost: cannot find its own folder\n");
     exit(2);
@@ -264,10 +266,10 @@ static void LoadTables(Library lib) {
     exit(2);
   }
   fprintf(out, "loaders PuaningFa13=%d", ((LoaderFn)Resolve(lib, "PuaningFa13"))("matrix.bmp", 0, 0));
-  fprintf(out, "/%d", ((int (*)(void))Resolve(lib, "halftone_last_load_status"))());
+  fprintf(out, "/%d", ((int (HALFTONE_CALL *)(void))Resolve(lib, "halftone_last_load_status"))());
   fprintf(out, " NiceMents=%d", ((LoaderFn)Resolve(lib, "NiceMents"))("layers.txt", 0, 0));
-  fprintf(out, "/%d", ((int (*)(void))Resolve(lib, "halftone_last_load_status"))());
-  fprintf(out, " SincesKai=%d", ((int (*)(void))Resolve(lib, "SincesKai"))());
+  fprintf(out, "/%d", ((int (HALFTONE_CALL *)(void))Resolve(lib, "halftone_last_load_status"))());
+  fprintf(out, " SincesKai=%d", ((int (HALFTONE_CALL *)(void))Resolve(lib, "SincesKai"))());
   fprintf(out, " missing=%d", ((LoaderFn)Resolve(lib, "KaiDuaning"))("no-such-file", 256, 256));
   fprintf(out, "\n");
 }
@@ -275,7 +277,7 @@ static void LoadTables(Library lib) {
 /* The two pattern loaders share the edge masks and geometry: like a host switching between
  * 1-bit and 2-bit pattern screens, reload the stack a screen needs right before it runs. */
 static void LoadPatternsFor(Library lib, const halftone_method_info *m) {
-  typedef int (*LoaderFn)(const char *, int, int);
+  typedef int (HALFTONE_CALL *LoaderFn)(const char *, int, int);
   if (m->tables & HALFTONE_TABLE_DUO)
     fprintf(out, "%s NingJing=%d\n", m->name, ((LoaderFn)Resolve(lib, "NingJing"))("duo.bin", 256, 256));
   if (m->tables & HALFTONE_TABLE_MONO)
@@ -312,19 +314,19 @@ int main(int argc, char **argv) {
     fprintf(stderr, "printhost: cannot write %s\n", argv[2]);
     return 2;
   }
-  fprintf(out, "halftone %s, %lu exports\n", FN(const char *(*)(void), "halftone_version")(), (unsigned long)n_names);
+  fprintf(out, "halftone %s, %lu exports\n", FN(const char *(HALFTONE_CALL *)(void), "halftone_version")(), (unsigned long)n_names);
 
-  FN(void (*)(long long), "halftone_set_fixed_time")(FIXED_TIME);
+  FN(void (HALFTONE_CALL *)(long long), "halftone_set_fixed_time")(FIXED_TIME);
   /* Tone curves from the folder of this program (curves 1 and 4), five level values. */
-  fprintf(out, "Itsdiufiavs rc=%d ", FN(int (*)(int, const char *), "Itsdiufiavs")(2, "0,60,130,200,255,"));
-  fprintf(out, "load=%d\n", FN(int (*)(void), "halftone_last_load_status")());
+  fprintf(out, "Itsdiufiavs rc=%d ", FN(int (HALFTONE_CALL *)(int, const char *), "Itsdiufiavs")(2, "0,60,130,200,255,"));
+  fprintf(out, "load=%d\n", FN(int (HALFTONE_CALL *)(void), "halftone_last_load_status")());
 
   LoadTables(lib);
 
-  count = FN(int (*)(void), "halftone_method_count")();
+  count = FN(int (HALFTONE_CALL *)(void), "halftone_method_count")();
   for (index = 0; index < count; ++index) {
     halftone_method_info m;
-    if (FN(int (*)(int, halftone_method_info *), "halftone_method_get")(index, &m) != 0) {
+    if (FN(int (HALFTONE_CALL *)(int, halftone_method_info *), "halftone_method_get")(index, &m) != 0) {
       fprintf(stderr, "printhost: method %d unreadable\n", index);
       return 5;
     }
@@ -362,12 +364,12 @@ int main(int argc, char **argv) {
   }
 
   /* Job events: ready found once (1 after 50 timeouts), then neither (2), then closed (0). */
-  fprintf(out, "khjhusecx=%d", FN(int (*)(void), "khjhusecx")());
-  fprintf(out, " wait=%d", FN(int (*)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
-  fprintf(out, " wait=%d", FN(int (*)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
-  fprintf(out, " close=%d", FN(int (*)(void), "giwncwcg7w")());
-  fprintf(out, " close=%d", FN(int (*)(void), "giwncwcg7w")());
-  fprintf(out, " wait=%d\n", FN(int (*)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
+  fprintf(out, "khjhusecx=%d", FN(int (HALFTONE_CALL *)(void), "khjhusecx")());
+  fprintf(out, " wait=%d", FN(int (HALFTONE_CALL *)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
+  fprintf(out, " wait=%d", FN(int (HALFTONE_CALL *)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
+  fprintf(out, " close=%d", FN(int (HALFTONE_CALL *)(void), "giwncwcg7w")());
+  fprintf(out, " close=%d", FN(int (HALFTONE_CALL *)(void), "giwncwcg7w")());
+  fprintf(out, " wait=%d\n", FN(int (HALFTONE_CALL *)(unsigned), "sinxcdke34i")(SIGNAL_TIMEOUT_MS));
 #undef FN
 
   if (fclose(out) != 0) {
