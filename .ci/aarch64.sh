@@ -11,6 +11,4 @@ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DHALFTONE_WERR
 cmake --build "$build" -j "$jobs"
 file -L "$build/libhalftone.so" | grep -q 'ARM aarch64' || { echo "aarch64.sh: FAILED - not an AArch64 library"; exit 1; }
 qemu-aarch64 -L /usr/aarch64-linux-gnu "$build/tools/halftone" --version
-# Under emulation the suite runs some ten times slower: its golden digests and every test but
-# the long fast-path sweeps, which the x86-64 and -m32 stages run in full.
 ctest --test-dir "$build" --output-on-failure -j "$jobs" --timeout 900

@@ -1,14 +1,12 @@
 #!/usr/bin/env bash
-# The library and its test suite built with clang (warnings are errors there too) and run.
-# Skips cleanly when clang is missing.
+# The library, the command and the test suite built with clang, Release, warnings as errors,
+# and run.
 set -euo pipefail
-root="$(cd "$(dirname "$0")/.." && pwd)"
-if ! command -v clang++ >/dev/null 2>&1; then
-  echo "clang: clang++ not found; skipped"
-  exit 0
-fi
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+source "$root/.ci/lib.sh"
+need clang
 build="$root/build-clang"
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DHALFTONE_BUILD_TESTS=ON -DHALFTONE_BUILD_TOOLS=OFF >/dev/null
-cmake --build "$build" -j "$(nproc 2>/dev/null || echo 2)"
-ctest --test-dir "$build" --output-on-failure -j "$(nproc 2>/dev/null || echo 2)"
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DHALFTONE_WERROR=ON \
+  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ >/dev/null
+cmake --build "$build" -j "$jobs"
+ctest --test-dir "$build" --output-on-failure -j "$jobs"
