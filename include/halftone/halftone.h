@@ -25,21 +25,38 @@
  * band-carry row. The random source is reseeded from the clock (seconds) as each routine says;
  * halftone_set_fixed_time() pins that clock for reproducible output.
  *
- * Return codes:
- *   0      done (the halftoning routines return 0 for every call inside the contract)
- *   20101  a file could not be opened
- *   20103  a file read came up short
- *   20104  a file breaks its format (sizes it claims are impossible); the table is left as it was
- *   20301  a fault was caught while loading
- *   20302  memory could not be had (read buffer of a loader, or a job's error rows)
+ * Return codes, and what a host does on each:
+ *   0      done (the halftoning routines return 0 for every call inside the contract). Go on.
+ *   20101  a file could not be opened. Check the file's name and place under the host folder
+ *          (halftone_set_host_folder); the table keeps what it held.
+ *   20103  a file read came up short: the file is truncated; what was read before is in force.
+ *          Replace the file.
+ *   20104  a file breaks its format (sizes it claims are impossible); the table is left as it was.
+ *          Replace the file or fix the sizes passed.
+ *   20301  a fault was caught while loading; the table may be partly loaded. Load it again from a
+ *          good file before halftoning with it.
+ *   20302  memory could not be had (read buffer of a loader, or a job's error rows). Free memory
+ *          and start the job again with phase 1.
  *   20401  call outside the contract, refused without touching any memory: a band of a job
  *          that was never started (or already ended), a band wider or with more planes than
  *          its start-of-job call, zero width or height where the routine cannot run on them,
- *          a plane count beyond a routine's per-plane state, negative sizes.
- *   20501  the routine exists so that hosts resolving every name load, but does nothing.
+ *          a plane count beyond a routine's per-plane state, negative sizes. A host bug: fix the
+ *          call (start the job with phase 1, keep bands within the first band's size).
+ *   20402  busy: another thread of the host is inside the library, in a call that uses the
+ *          process-wide instance. Refused at once, nothing touched, no wait. The library runs one
+ *          job on one thread at a time: serialise the calls (a lock around them in the host);
+ *          retrying the same call once the other has returned is safe.
+ *   20501  the routine exists so that hosts resolving every name load, but does nothing. Use
+ *          another method.
  *
  * Threads: the library holds one process-wide instance (error rows, random source, tone curves,
  * level values, loaded tables). It is not reentrant: one job, one calling thread at a time.
+ * Every call that uses the instance (halftoning routines, Itsdiufiavs, loaders, the
+ * halftone_set_* setters, halftone_last_load_status) refuses a second thread with 20402 while it
+ * runs (a setter returning void then does nothing). Exempt, and free to run beside any call: the
+ * job-signalling calls (their purpose is to pace host threads), the rotated and four-way
+ * routines (no process-wide state; their random source is per thread), halftone_version and the
+ * method registry.
  */
 #ifndef HALFTONE_HALFTONE_H
 #define HALFTONE_HALFTONE_H
@@ -82,6 +99,7 @@ extern "C" {
 #define HALFTONE_ERR_FAULT 20301            /* a fault was caught while loading */
 #define HALFTONE_ERR_NO_MEMORY 20302        /* memory could not be allocated */
 #define HALFTONE_ERR_OUT_OF_CONTRACT 20401  /* call outside the contract, refused untouched */
+#define HALFTONE_ERR_BUSY 20402             /* another host thread is inside the library; refused untouched */
 #define HALFTONE_ERR_NOT_PROVIDED 20501     /* exported for hosts that resolve it; does nothing */
 
 /* ---- Flags word helpers ------------------------------------------------------------------ */

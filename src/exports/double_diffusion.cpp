@@ -7,7 +7,7 @@ namespace {
 
 int Diffuse(halftone::DoubleMethod method, unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
             unsigned int flags) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::DoubleDiffusion(halftone::ProcessEngine(), method, src, dst, w, h, halftone::HalftoneFlags{flags});
   });
 }

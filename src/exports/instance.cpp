@@ -4,6 +4,8 @@
 
 namespace halftone {
 
+constinit CallGate process_gate;
+
 Engine& ProcessEngine() {
   // Built on first use and kept for the life of the process, like the host expects of its
   // printing library; never destroyed, so no exit-time ordering problems.

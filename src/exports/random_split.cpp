@@ -11,17 +11,17 @@ using halftone::GroupedMethod;
 using halftone::HalftoneFlags;
 
 int Grouped(unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h, unsigned flags, GroupedMethod m) {
-  return halftone::Guarded(
+  return halftone::Exclusive(
       [&] { return halftone::GroupedFourLevel(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags}, m); });
 }
 
 int Bilevel(unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h, unsigned flags, BilevelMethod m) {
-  return halftone::Guarded(
+  return halftone::Exclusive(
       [&] { return halftone::BilevelRandomSplit(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags}, m); });
 }
 
 int Eight(unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h, unsigned flags, EightLevelMethod m) {
-  return halftone::Guarded(
+  return halftone::Exclusive(
       [&] { return halftone::EightLevel(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags}, m); });
 }
 
@@ -87,7 +87,7 @@ HALFTONE_API int HALFTONE_CALL irpduix7sg(unsigned char* src, unsigned char* dst
 }
 
 HALFTONE_API int HALFTONE_CALL hxkjsdi67x(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h) {
-  return halftone::Guarded([&] { return halftone::BilevelSinglePlane(halftone::ProcessEngine(), src, dst, w, h); });
+  return halftone::Exclusive([&] { return halftone::BilevelSinglePlane(halftone::ProcessEngine(), src, dst, w, h); });
 }
 
 HALFTONE_API int HALFTONE_CALL RoundPump(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {

@@ -10,19 +10,24 @@ namespace {
 // Every load records the code it determined, also for the loaders that return 0 to the host.
 template <class Body>
 int RecordedLoad(Body&& body) {
-  const int rc = Guarded(body);
-  ProcessEngine().last_load_status = rc;
-  return rc;
+  return Exclusive([&] {
+    const int rc = Guarded(body);
+    ProcessEngine().last_load_status = rc;
+    return rc;
+  });
 }
+
+// What those loaders return: 0, unless the call was refused as busy.
+int HiddenLoad(int rc) { return rc == kErrBusy ? rc : kOk; }
 
 int PatternScreenExport(PatternScreen screen, unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h,
                         unsigned flags) {
-  return Guarded([&] { return ScreenWithPatterns(ProcessEngine(), screen, src, dst, w, h, HalftoneFlags{flags}); });
+  return Exclusive([&] { return ScreenWithPatterns(ProcessEngine(), screen, src, dst, w, h, HalftoneFlags{flags}); });
 }
 
 int ThresholdScreenExport(ThresholdScreen screen, unsigned char* src, unsigned char* dst, std::size_t w,
                           std::size_t h, unsigned flags) {
-  return Guarded([&] { return ScreenWithThresholds(ProcessEngine(), screen, src, dst, w, h, HalftoneFlags{flags}); });
+  return Exclusive([&] { return ScreenWithThresholds(ProcessEngine(), screen, src, dst, w, h, HalftoneFlags{flags}); });
 }
 
 std::size_t Size(int v) { return static_cast<std::size_t>(v); }
@@ -37,13 +42,13 @@ extern "C" {
 
 // required: the bitmap and text-table loaders hide their result from the host and return 0.
 HALFTONE_API int HALFTONE_CALL PuaningFa(const char* name, int, int) {
-  halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, false); });
-  return halftone::kOk;
+  return halftone::HiddenLoad(
+      halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, false); }));
 }
 
 HALFTONE_API int HALFTONE_CALL PuaningFa13(const char* name, int, int) {
-  halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, true); });
-  return halftone::kOk;
+  return halftone::HiddenLoad(
+      halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, true); }));
 }
 
 HALFTONE_API int HALFTONE_CALL KaiDuaning(const char* name, int a, int b) {
@@ -59,8 +64,8 @@ HALFTONE_API int HALFTONE_CALL NingJing(const char* name, int a, int b) {
 }
 
 HALFTONE_API int HALFTONE_CALL NiceMents(const char* name, int, int) {
-  halftone::RecordedLoad([&] { return halftone::LoadLayerFile(halftone::ProcessEngine(), name); });
-  return halftone::kOk;
+  return halftone::HiddenLoad(
+      halftone::RecordedLoad([&] { return halftone::LoadLayerFile(halftone::ProcessEngine(), name); }));
 }
 
 // Kept so hosts that resolve it load; it reads nothing and changes nothing.
@@ -113,7 +118,7 @@ HALFTONE_API int HALFTONE_CALL WindowTextAM1(unsigned char* src, unsigned char* 
 
 HALFTONE_API int HALFTONE_CALL WindowTextAM(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::ScreenDispersedAmJob(halftone::ProcessEngine(), src, dst, halftone::Size(w), halftone::Size(h),
                                           halftone::HalftoneFlags{flags});
   });

@@ -13,10 +13,16 @@ extern "C" {
 
 HALFTONE_API const char* HALFTONE_CALL halftone_version(void) { return HALFTONE_VERSION_STRING; }
 
-HALFTONE_API void HALFTONE_CALL halftone_set_fixed_time(long long seconds) { halftone::ProcessEngine().clock.SetFixed(seconds); }
+// A setter without a return value does nothing when refused as busy.
+HALFTONE_API void HALFTONE_CALL halftone_set_fixed_time(long long seconds) {
+  halftone::Exclusive([&] {
+    halftone::ProcessEngine().clock.SetFixed(seconds);
+    return halftone::kOk;
+  });
+}
 
 HALFTONE_API int HALFTONE_CALL halftone_set_host_folder(const char* folder) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     halftone::Engine& engine = halftone::ProcessEngine();
     if (folder == nullptr || *folder == '\0') {
       engine.host_folder_override.clear();
@@ -30,17 +36,19 @@ HALFTONE_API int HALFTONE_CALL halftone_set_host_folder(const char* folder) {
   });
 }
 
-HALFTONE_API int HALFTONE_CALL halftone_last_load_status(void) { return halftone::ProcessEngine().last_load_status; }
+HALFTONE_API int HALFTONE_CALL halftone_last_load_status(void) {
+  return halftone::Exclusive([] { return halftone::ProcessEngine().last_load_status; });
+}
 
 HALFTONE_API int HALFTONE_CALL Itsdiufiavs(int mode, const char* levels) {
-  halftone::Guarded([&] {
+  const int rc = halftone::Exclusive([&] {
     halftone::Engine& engine = halftone::ProcessEngine();
     // A missing or unreadable tone-curve file is silent: the slots keep what they held.
     engine.last_load_status = halftone::LoadToneCurveFile(engine.curves, engine.HostFolder());
     halftone::SelectMode(engine.curves, mode);
     return halftone::ParseLevelValues(engine.levels, levels);
   });
-  return halftone::kOk;
+  return rc == halftone::kErrBusy ? rc : halftone::kOk;
 }
 
 }  // extern "C"

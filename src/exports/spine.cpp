@@ -7,7 +7,7 @@ extern "C" {
 
 HALFTONE_API int HALFTONE_CALL RoundFaxest(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
   if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::SerpentineFourLevel(halftone::ProcessEngine(), src, dst, static_cast<std::size_t>(w),
                                          static_cast<std::size_t>(h), halftone::HalftoneFlags{flags});
   });
@@ -15,7 +15,7 @@ HALFTONE_API int HALFTONE_CALL RoundFaxest(unsigned char* src, unsigned char* ds
 
 HALFTONE_API int HALFTONE_CALL RoundFaxest__(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                                unsigned int flags) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::SerpentineFourLevel(halftone::ProcessEngine(), src, dst, w, h, halftone::HalftoneFlags{flags});
   });
 }

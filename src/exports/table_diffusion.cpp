@@ -11,21 +11,21 @@ using halftone::LevelBiasMember;
 using halftone::LevelRestrictedMember;
 
 int LevelBias(LevelBiasMember m, unsigned char* src, unsigned char* dst, unsigned w, unsigned h, unsigned flags) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::LevelBiasDiffusion(halftone::ProcessEngine(), m, src, dst, w, h, HalftoneFlags{flags});
   });
 }
 
 int Restricted(LevelRestrictedMember m, unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h,
                unsigned flags) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::LevelRestrictedDiffusion(halftone::ProcessEngine(), m, src, dst, w, h, HalftoneFlags{flags});
   });
 }
 
 int Layered(LayerModulatedMember m, unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h,
             unsigned flags) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::LayerModulatedDiffusion(halftone::ProcessEngine(), m, src, dst, w, h, HalftoneFlags{flags});
   });
 }
@@ -61,7 +61,7 @@ HALFTONE_API int HALFTONE_CALL suiruiskao11(unsigned char* src, unsigned char* d
 
 HALFTONE_API int HALFTONE_CALL highforces(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
                             unsigned int flags) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     return halftone::CyclicDiffusion(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags});
   });
 }

@@ -4,7 +4,7 @@
 extern "C" {
 
 HALFTONE_API int HALFTONE_CALL halftone_set_threads(int n) {
-  return halftone::Guarded([&] {
+  return halftone::Exclusive([&] {
     halftone::ProcessEngine().threads.SetCount(n);
     return halftone::ProcessEngine().threads.count();
   });

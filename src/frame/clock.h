@@ -1,6 +1,7 @@
 // The seconds clock that seeds the random sources, with a fixed-time override.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <ctime>
 
@@ -9,16 +10,18 @@ namespace halftone {
 class SeedClock {
  public:
   // A negative value returns to the calendar clock.
-  void SetFixed(long long seconds) { fixed_ = seconds; }
-  bool fixed() const { return fixed_ >= 0; }
+  void SetFixed(long long seconds) { fixed_.store(seconds, std::memory_order_relaxed); }
+  bool fixed() const { return fixed_.load(std::memory_order_relaxed) >= 0; }
   // Seconds as the seeding routines take them: the calendar time truncated to 32 bits.
   std::uint32_t Seconds() const {
-    long long s = fixed_ >= 0 ? fixed_ : static_cast<long long>(std::time(nullptr));
+    const long long f = fixed_.load(std::memory_order_relaxed);
+    const long long s = f >= 0 ? f : static_cast<long long>(std::time(nullptr));
     return static_cast<std::uint32_t>(s);
   }
 
  private:
-  long long fixed_ = -1;
+  // Atomic: the rotated routines read it on any host thread, beside the call that sets it.
+  std::atomic<long long> fixed_{-1};
 };
 
 }  // namespace halftone
