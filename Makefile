@@ -22,7 +22,9 @@ demo: configure
 	$(BUILD)/tools/halftone --time 1 -o halftone.png
 	@echo "wrote halftone.png (the built-in chart, halftoned by RoundFaxest); try '$(BUILD)/tools/halftone --list'"
 
+# The Python module's tests take Debian's numpy, pytest and Pillow.
 test: build
+	@scripts/ensure-deps.sh python3-numpy python3-pytest python3-pil python3-setuptools
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 # The same suite under AddressSanitizer and UndefinedBehaviorSanitizer.

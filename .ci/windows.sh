@@ -20,7 +20,7 @@ have_wine32() { dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q "
 if ! have_wine32; then
   echo "windows.sh: installing wine32 (i386)"
   codename="$(. /etc/os-release && echo "${VERSION_CODENAME:-}")"
-  { dpkg --add-architecture i386 && apt-get update -qq &&
+  { dpkg --add-architecture i386 && { apt-get update -qq || true; } &&
     DEBIAN_FRONTEND=noninteractive apt-get install -y -qq ${codename:+-t "$codename"} wine32:i386; } \
     >"$work.wine32.log" 2>&1 || true
   # The versions taken from the release may have replaced development packages the other

@@ -15,5 +15,5 @@ if [ "$(id -u)" -ne 0 ]; then
 else SUDO=""; fi
 echo "ensure-deps: installing ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq >/dev/null
+$SUDO apt-get update -qq >/dev/null 2>&1 || echo "ensure-deps: apt-get update reported errors; installing from the package lists it has" >&2
 $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
