@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Every registry method's rate with its readable reference pass (HALFTONE_FORCE_SCALAR=1) and
+# Every registry method's rate with its readable reference pass (HALFTONE_PATH=reference) and
 # with its fast path, in one session, medians of several repetitions, printed as a Markdown
 # table of Mpx/s (4 planes / 1 plane / 4 planes in one-row bands): medians from CPU time and
 # from wall time, and the best repetition's CPU rate. On a shared machine CPU time is the steadier of the two; on an idle one
@@ -18,8 +18,8 @@ run() {  # run OUT [ENV...]
     --benchmark_repetitions="$REPS" \
     --benchmark_out="$out" --benchmark_out_format=json >/dev/null 2>&1
 }
-run "$WORK/ref.json" HALFTONE_FORCE_SCALAR=1
-run "$WORK/fast.json" HALFTONE_FORCE_SCALAR=0
+run "$WORK/ref.json" HALFTONE_PATH=reference
+run "$WORK/fast.json" HALFTONE_PATH=vector
 echo "load average: $(cut -d' ' -f1-3 /proc/loadavg)"
 
 python3 - "$WORK/ref.json" "$WORK/fast.json" <<'PY'

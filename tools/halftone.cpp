@@ -129,7 +129,8 @@ int Parse(int argc, char** argv, Args& a) {
       Usage(stdout);
       return 0;
     } else if (arg == "--version") {
-      std::printf("halftone %s (PNG %s, TIFF %s)\n", halftone_version(), HavePng() ? "yes" : "no", HaveTiff() ? "yes" : "no");
+      std::printf("halftone %s (PNG %s, TIFF %s; %s tier)\n", halftone_version(), HavePng() ? "yes" : "no",
+                  HaveTiff() ? "yes" : "no", halftone_path());
       return 0;
     } else if (arg == "--list") {
       ListAll();

@@ -128,6 +128,11 @@ HALFTONE_API int HALFTONE_CALL halftone_last_load_status(void);
  * are the same bit for bit whatever the count. n is clamped to 1..64; returns the count set.
  * Call it between jobs, not while a band runs. */
 HALFTONE_API int HALFTONE_CALL halftone_set_threads(int n);
+/* The tier the fast paths run on in this process: "reference" (each routine's readable scalar
+ * pass), "lockstep" (planes in scalar lockstep groups) or "vector" (groups as vector lanes where
+ * the CPU has them). Chosen once, by HALFTONE_PATH=reference|lockstep|vector in the environment;
+ * unset, the fastest available. Every tier gives the same dots. */
+HALFTONE_API const char *HALFTONE_CALL halftone_path(void);
 
 /* Entry-point shapes of the halftoning methods, for callers that pick methods by name. */
 enum halftone_entry_kind {

@@ -73,7 +73,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   if constexpr (HasVectorDecision<Pass>()) {
     constexpr unsigned kMinLanes = VectorMinLanesOf<Pass>();
     const auto vdecide = VectorDecision(pass, decide);
-    if (vdecide && TakesVectorGroups<Pass>(engine, band)) {
+    if (vdecide && VectorRowsOn() && TakesVectorGroups<Pass>(engine, band)) {
       const auto group = [&](unsigned first, unsigned n, VectorRowsMemory mem) {
         FastLane lanes[kVectorLanes];
         for (unsigned l = 0; l < n; ++l) {

@@ -21,15 +21,8 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
-// Vector rows where the target has SSE2, unless a build turns them off (-DHALFTONE_VECTOR_ROWS=0)
-// to compare them with the scalar lockstep groups.
-#if !defined(HALFTONE_VECTOR_ROWS)
-#if defined(__SSE2__)
-#define HALFTONE_VECTOR_ROWS 1
-#else
-#define HALFTONE_VECTOR_ROWS 0
-#endif
-#endif
+#include "frame/dispatch.h"
+#include "frame/vector_rows.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -385,7 +385,7 @@ void DiffuseBandFast(Engine& engine, const Band& band, const FourLevels& lv) {
   JobBuffers& rows = engine.rows;
 #if HALFTONE_VECTOR_ROWS
   // Ordered level values and bands of two rows or more: groups of planes on vector lanes.
-  if (const auto vdecide = FourLevelVector::Of(lv); vdecide && band.h >= 2 && planes >= random_split::kVectorMinLanes) {
+  if (const auto vdecide = FourLevelVector::Of(lv); vdecide && VectorRowsOn() && band.h >= 2 && planes >= random_split::kVectorMinLanes) {
     using random_split::kVectorLanes;
     using random_split::kVectorMinLanes;
     random_split::ForEachVectorGroup(engine, planes, band.w,

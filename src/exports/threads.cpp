@@ -1,5 +1,6 @@
 // Threads the halftoning routines may use for the planes of a band.
 #include "exports/instance.h"
+#include "frame/dispatch.h"
 
 extern "C" {
 
@@ -9,5 +10,7 @@ HALFTONE_API int HALFTONE_CALL halftone_set_threads(int n) {
     return halftone::ProcessEngine().threads.count();
   });
 }
+
+HALFTONE_API const char* HALFTONE_CALL halftone_path(void) { return halftone::PathName(halftone::ActivePath()); }
 
 }  // extern "C"

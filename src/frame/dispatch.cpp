@@ -4,26 +4,52 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/vector_rows.h"
+
 namespace halftone {
 namespace {
 
-std::atomic<int> g_override{-1};
+constexpr int kFromEnvironment = -1;
+std::atomic<int> g_override{kFromEnvironment};
 
-bool FromEnvironment() {
-  static const bool forced = [] {
-    const char* v = std::getenv("HALFTONE_FORCE_SCALAR");
-    return v != nullptr && std::strcmp(v, "1") == 0;
+Path Available(Path p) { return p == Path::kVector && FastestPath() != Path::kVector ? Path::kLockstep : p; }
+
+Path FromEnvironment() {
+  static const Path path = [] {
+    const char* v = std::getenv("HALFTONE_PATH");
+    if (v != nullptr && std::strcmp(v, "reference") == 0) return Path::kReference;
+    if (v != nullptr && std::strcmp(v, "lockstep") == 0) return Path::kLockstep;
+    return FastestPath();
   }();
-  return forced;
+  return path;
 }
 
 }  // namespace
 
-bool ForceScalar() {
+Path FastestPath() { return HALFTONE_VECTOR_ROWS ? Path::kVector : Path::kLockstep; }
+
+Path ActivePath() {
   const int o = g_override.load(std::memory_order_relaxed);
-  return o < 0 ? FromEnvironment() : o == 1;
+  return o == kFromEnvironment ? FromEnvironment() : static_cast<Path>(o);
 }
 
-void SetForceScalar(int mode) { g_override.store(mode < 0 ? -1 : (mode ? 1 : 0), std::memory_order_relaxed); }
+const char* PathName(Path path) {
+  switch (path) {
+    case Path::kReference: return "reference";
+    case Path::kLockstep: return "lockstep";
+    default: return "vector";
+  }
+}
+
+void SetPath(int path) {
+  g_override.store(path < 0 ? kFromEnvironment : static_cast<int>(Available(static_cast<Path>(path))),
+                   std::memory_order_relaxed);
+}
+
+void SetForceScalar(int mode) {
+  if (mode < 0) return SetPath(kFromEnvironment);
+  const Path fast = FromEnvironment() == Path::kReference ? FastestPath() : FromEnvironment();
+  SetPath(static_cast<int>(mode ? Path::kReference : fast));
+}
 
 }  // namespace halftone

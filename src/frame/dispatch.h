@@ -1,12 +1,32 @@
-// The choice between a routine's readable scalar pass and its fast path, made once per band.
-// HALFTONE_FORCE_SCALAR=1 in the environment (read once) or the test hook forces the scalar
-// passes everywhere; both give the same dots, so this only ever changes speed.
+// Which tier runs the diffusions and screens, chosen once per process. Every tier gives the same
+// dots; the choice only ever changes speed:
+//   reference  each routine's readable scalar pass, in scan order;
+//   lockstep   the fast paths with a band's planes in scalar lockstep groups;
+//   vector     lockstep, with groups of planes as the lanes of one vector where the target has
+//              vector rows (SSE2); elsewhere it runs as lockstep.
+// HALFTONE_PATH=reference|lockstep|vector in the environment (read once; unset or unknown means
+// the fastest the target has) or the test hooks choose it.
 #pragma once
 
 namespace halftone {
 
-bool ForceScalar();
-// Test hook: 1 forces the scalar passes, 0 allows the fast paths, -1 returns to the environment.
+enum class Path { kReference, kLockstep, kVector };
+
+// The tier in force for this call.
+Path ActivePath();
+// The fastest tier this build has.
+Path FastestPath();
+const char* PathName(Path path);
+
+// The readable reference passes only (the reference tier).
+inline bool ForceScalar() { return ActivePath() == Path::kReference; }
+// Vector rows allowed (the vector tier, on a target that has them).
+inline bool VectorRowsOn() { return ActivePath() == Path::kVector; }
+
+// Test hooks. SetPath forces a tier (a vector request on a target without vector rows gives
+// lockstep); SetForceScalar(1) forces the reference tier, 0 the fast tier the environment chose
+// (the fastest when it chose reference), and -1 (either hook) returns to the environment.
+void SetPath(int path);
 void SetForceScalar(int mode);
 
 }  // namespace halftone

@@ -671,7 +671,7 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
 #if HALFTONE_VECTOR_ROWS
   using random_split::kVectorLanes;
   if constexpr (LockstepDiffusion<M, kVectorLanes>::kVectorRows) {
-    if (planes >= kVectorLanes && band.h >= 2) {
+    if (VectorRowsOn() && planes >= kVectorLanes && band.h >= 2) {
       // Groups of four planes as vector lanes; a smaller rest stays scalar.
       random_split::ForEachVectorGroup(engine, planes, w, [&](unsigned first, unsigned n, VectorMemory mem) {
         run(first, n, n == kVectorLanes ? &mem : nullptr);
