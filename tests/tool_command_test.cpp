@@ -9,7 +9,11 @@
 #include <vector>
 
 #include "image_io.h"
+#include "picture.h"
+#include "runner.h"
+#include "tables.h"
 #include "test_support.h"
+#include "tiff_io.h"
 
 #if HALFTONE_HAVE_TIFF
 #include <tiffio.h>
@@ -94,6 +98,87 @@ TEST_F(ToolCommand, ColourPictureGivesFourDotPagesAndAPreview) {
   TIFFClose(t);
   std::ifstream preview(Path("dots.png"), std::ios::binary);
   EXPECT_TRUE(preview.good()) << "the preview goes beside the TIFF";
+}
+
+// Every page's rows of a TIFF, as stored.
+std::vector<std::vector<std::uint8_t>> TiffPages(const std::string& path) {
+  std::vector<std::vector<std::uint8_t>> pages;
+  TIFF* t = TIFFOpen(path.c_str(), "r");
+  if (!t) return pages;
+  do {
+    std::uint32_t h = 0;
+    TIFFGetField(t, TIFFTAG_IMAGELENGTH, &h);
+    std::vector<std::uint8_t> line(static_cast<std::size_t>(TIFFScanlineSize64(t))), page;
+    for (std::uint32_t y = 0; y < h && TIFFReadScanline(t, line.data(), y, 0) >= 0; ++y) page.insert(page.end(), line.begin(), line.end());
+    pages.push_back(std::move(page));
+  } while (TIFFReadDirectory(t));
+  TIFFClose(t);
+  return pages;
+}
+
+// A CMYK page goes from file to files band by band, its dots those of the whole page held in
+// memory; --no-preview and --preview-scale shape what is written, and a damaged page leaves
+// no file behind.
+TEST_F(ToolCommand, PageStreamsToTheDotsOfTheWholePage) {
+  constexpr int kW = 45, kH = 23;
+  TIFF* t = TIFFOpen(Path("page.tif").c_str(), "w");
+  ASSERT_NE(t, nullptr);
+  TIFFSetField(t, TIFFTAG_IMAGEWIDTH, kW);
+  TIFFSetField(t, TIFFTAG_IMAGELENGTH, kH);
+  TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, 8);
+  TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, 4);
+  TIFFSetField(t, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_SEPARATED);
+  TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 4);
+  std::vector<std::uint8_t> line(kW * 4);
+  for (int y = 0; y < kH; ++y) {
+    for (int i = 0; i < kW * 4; ++i) line[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>((i * 7 + y * 19) % 256);
+    ASSERT_GE(TIFFWriteScanline(t, line.data(), static_cast<std::uint32_t>(y), 0), 0);
+  }
+  TIFFClose(t);
+
+  for (const char* name : {"sdiufiavs2", "CrisixOut", "Kaocosyx10"}) {
+    SCOPED_TRACE(name);
+    Result r = Run(std::string("page.tif -m ") + name + " --time 5 --band-rows 7 -o dots.tif --preview-scale 4");
+    ASSERT_EQ(r.status, 0) << r.err;
+    halftone_tool::Picture page;
+    ASSERT_EQ(halftone_tool::ReadPicture(Path("page.tif"), page), "");
+    halftone_method_info m{};
+    ASSERT_TRUE(halftone_tool::FindMethod(name, m));
+    std::string message;
+    ASSERT_EQ(halftone_tool::PrepareTables(m.tables, "", message), 0) << message;
+    halftone_tool::RunOptions options;
+    options.levels = "0,85,170,255,";
+    options.band_rows = 7;
+    options.fixed_time = 5;
+    halftone_tool::DotPlanes whole;
+    ASSERT_EQ(halftone_tool::RunMethod(m, page.planes, options, whole), "");
+    ASSERT_EQ(halftone_tool::WriteDotTiff(Path("whole.tif"), whole, page.names, ""), "");
+    const auto streamed = TiffPages(Path("dots.tif"));
+    EXPECT_EQ(streamed.size(), 4u);
+    EXPECT_EQ(streamed, TiffPages(Path("whole.tif")));
+    std::ifstream preview(Path("dots.png"), std::ios::binary);
+    ASSERT_TRUE(preview.good());
+    unsigned char ihdr[24] = {};
+    preview.read(reinterpret_cast<char*>(ihdr), 24);
+    EXPECT_EQ(ihdr[19], 12) << "45 wide at 1/4 is 12";
+    EXPECT_EQ(ihdr[23], 6) << "23 high at 1/4 is 6";
+  }
+
+  std::remove(Path("dots.png").c_str());
+  Result r = Run("page.tif -o only.tif --no-preview");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_FALSE(std::ifstream(Path("only.png")).good());
+  EXPECT_EQ(Run("page.tif -o only.png --no-preview").status, 2) << "nothing left to write";
+
+  std::ifstream in(Path("page.tif"), std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::ofstream(Path("cut.tif"), std::ios::binary) << bytes.substr(0, bytes.size() * 2 / 3);
+  r = Run("cut.tif -o cut-dots.tif");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("cut.tif"), std::string::npos) << r.err;
+  EXPECT_FALSE(std::ifstream(Path("cut-dots.tif")).good());
+  EXPECT_FALSE(std::ifstream(Path("cut-dots.png")).good());
+  EXPECT_FALSE(std::ifstream(Path("cut-dots.tif.page2.tmp")).good());
 }
 #endif
 

@@ -12,6 +12,8 @@
 #include "chart.h"
 #include "halftone/halftone.h"
 #include "image_io.h"
+#include "page_sink.h"
+#include "page_source.h"
 #include "picture.h"
 #include "progress.h"
 #include "runner.h"
@@ -32,6 +34,7 @@ constexpr const char* kEightLevels = "0,36,73,109,146,182,219,255,";
 constexpr int kDefaultColumns = 3;
 constexpr int kMinPatch = 16;
 constexpr int kMaxPatch = 4096;
+constexpr int kMaxPreviewScale = 256;
 
 void Usage(std::FILE* to) {
   std::fprintf(to,
@@ -40,7 +43,7 @@ void Usage(std::FILE* to) {
                "       halftone tone (-m METHOD)... | --all [OPTIONS] [--patch N] [-o PLOT.png] [--csv FILE]\n"
                "       halftone --list | --help | --version\n"
                "\n"
-               "Halftones INPUT (PNG, TIFF or binary PGM; the built-in test chart when omitted) with\n"
+               "Halftones INPUT (PNG, TIFF, JPEG or binary PGM; the built-in test chart when omitted) with\n"
                "one of the library's methods. A colour picture becomes four planes C, M, Y, K that\n"
                "the method halftones as one job; a grey one a single plane. The preview draws every\n"
                "dot as its ink on white paper; the TIFF holds the dot planes, one page a plane.\n"
@@ -59,6 +62,8 @@ void Usage(std::FILE* to) {
                "  -o, --output FILE    preview .png, .ppm, .pgm or .pbm (default halftone.png); a\n"
                "                       .tif name writes the dot planes there and the preview as .png\n"
                "      --tiff FILE      also write the dot planes as a multi-page TIFF\n"
+               "      --no-preview     write no preview (the dot planes only: give -o DOTS.tif or --tiff)\n"
+               "      --preview-scale N  preview at 1/N of the size, each N x N block's inks averaged\n"
                "      --columns N      sheet: tiles a row (default %d)\n"
                "      --patch N        tone: side of each flat patch in pixels (default 256)\n"
                "      --csv FILE       tone: where the table goes (default: the plot's name, .csv)\n"
@@ -105,8 +110,9 @@ struct Args {
   Command command = Command::kHalftone;
   std::string input, output, tiff, csv, levels, moths;
   std::vector<std::string> methods;
-  bool all = false, levels_given = false, quiet = false;
+  bool all = false, levels_given = false, quiet = false, no_preview = false;
   int columns = kDefaultColumns;
+  int preview_scale = 1;
   int patch = 256;
   RunOptions options;
 };
@@ -129,8 +135,8 @@ int Parse(int argc, char** argv, Args& a) {
       Usage(stdout);
       return 0;
     } else if (arg == "--version") {
-      std::printf("halftone %s (PNG %s, TIFF %s; %s tier)\n", halftone_version(), HavePng() ? "yes" : "no",
-                  HaveTiff() ? "yes" : "no", halftone_path());
+      std::printf("halftone %s (PNG %s, TIFF %s, JPEG %s; %s tier)\n", halftone_version(), HavePng() ? "yes" : "no",
+                  HaveTiff() ? "yes" : "no", HaveJpeg() ? "yes" : "no", halftone_path());
       return 0;
     } else if (arg == "--list") {
       ListAll();
@@ -167,6 +173,12 @@ int Parse(int argc, char** argv, Args& a) {
       const char* v = value();
       if (!v) return Fail(kExitUsage, "--tiff needs a file name");
       a.tiff = v;
+    } else if (arg == "--no-preview" && a.command == Command::kHalftone) {
+      a.no_preview = true;
+    } else if (arg == "--preview-scale" && a.command == Command::kHalftone) {
+      if (!ParseInt(value(), 1, kMaxPreviewScale, n))
+        return Fail(kExitUsage, "--preview-scale needs a number from 1 to " + std::to_string(kMaxPreviewScale));
+      a.preview_scale = static_cast<int>(n);
     } else if (arg == "--columns" && a.command == Command::kSheet) {
       if (!ParseInt(value(), 1, 64, n)) return Fail(kExitUsage, "--columns needs a number from 1 to 64");
       a.columns = static_cast<int>(n);
@@ -239,77 +251,57 @@ std::string Describe(const halftone_method_info& m, const RunOptions& o) {
          std::to_string(o.band_rows) + " rows";
 }
 
-// A one-plane bilevel PBM written a band of dot rows at a time (a dot is ink, PBM's 1); bits
-// past the last pixel of a row are cleared.
-class PbmWriter {
- public:
-  ~PbmWriter() { Close(); }
-  bool Open(const std::string& path, int width, int height) {
-    f_ = std::fopen(path.c_str(), "wb");
-    row_bytes_ = static_cast<std::size_t>((width + 7) / 8);
-    tail_ = static_cast<std::uint8_t>(width % 8 ? 0xFFu << (8 - width % 8) : 0xFFu);
-    row_.resize(row_bytes_);
-    return f_ && std::fprintf(f_, "P4\n%d %d\n", width, height) > 0;
-  }
-  // `count` dot rows, `stride` bytes apart.
-  bool Rows(const std::uint8_t* rows, int count, std::size_t stride) {
-    if (!f_) return false;
-    const auto n = static_cast<std::size_t>(count);
-    if (stride == row_bytes_ && tail_ == 0xFFu) return std::fwrite(rows, 1, n * stride, f_) == n * stride;
-    for (std::size_t y = 0; y < n; ++y) {
-      std::memcpy(row_.data(), rows + y * stride, row_bytes_);
-      if (row_bytes_) row_.back() &= tail_;
-      if (std::fwrite(row_.data(), 1, row_bytes_, f_) != row_bytes_) return false;
-    }
-    return true;
-  }
-  bool Close() {
-    if (!f_) return false;
-    const bool ok = std::fclose(f_) == 0;
-    f_ = nullptr;
-    return ok;
-  }
+// Where a run's dots go: the dot-plane TIFF, the preview, or both, each written as the rows come.
+struct Outputs {
+  DotTiffStream tiff;
+  PreviewStream preview;
+  bool want_tiff = false, want_preview = false;
 
- private:
-  std::FILE* f_ = nullptr;
-  std::size_t row_bytes_ = 0;
-  std::uint8_t tail_ = 0xFF;
-  std::vector<std::uint8_t> row_;
+  std::string Open(const Args& a, const std::string& preview_path, const halftone_method_info& m, int width, int height,
+                   const std::vector<std::string>& names) {
+    if (want_tiff)
+      if (std::string e = tiff.Open(a.tiff, width, height, m.output_bits, names, Describe(m, a.options)); !e.empty()) return e;
+    if (want_preview)
+      if (std::string e = preview.Open(preview_path, width, height, m.output_bits, names, a.preview_scale); !e.empty())
+        return e;
+    return {};
+  }
+  // One sink for each file, so they can be written side by side.
+  std::vector<BandSink> Sinks() {
+    std::vector<BandSink> sinks;
+    if (want_tiff) sinks.push_back([this](const std::uint8_t* b, int n, std::size_t s) { return tiff.Band(b, n, s); });
+    if (want_preview)
+      sinks.push_back([this](const std::uint8_t* b, int n, std::size_t s) { return preview.Band(b, n, s); });
+    return sinks;
+  }
+  std::string Close() {
+    if (want_tiff)
+      if (std::string e = tiff.Close(); !e.empty()) return e;
+    return want_preview ? preview.Close() : std::string{};
+  }
 };
 
-bool WriteDotsPbm(const std::string& path, const DotPlanes& dots) {
-  PbmWriter pbm;
-  const bool ok = pbm.Open(path, dots.pixels, dots.rows) && pbm.Rows(dots.planes[0].data(), dots.rows, dots.stride);
-  return pbm.Close() && ok;
-}
-
-// A grey PGM to a PBM with a banded bilevel method, band by band: neither the picture nor its
-// dots are ever held whole.
-int HalftoneStreamed(const Args& a, const halftone_method_info& method, const std::string& output) {
-  PgmRows in;
-  if (std::string err = in.Open(a.input); !err.empty()) return Fail(kExitFailure, err);
+// A banded method over a picture file, band by band: neither the picture nor its dots nor the
+// preview is ever held whole. Reading and writing run beside the library.
+int HalftoneStreamed(const Args& a, const halftone_method_info& method, const std::string& preview, Outputs& out) {
+  std::unique_ptr<PageSource> source;
+  if (std::string err = OpenPage(a.input, source); !err.empty()) return Fail(kExitFailure, err);
   std::string message;
   if (PrepareTables(method.tables, a.moths, message) != 0) return Fail(kExitFailure, message);
-  const std::string write_error = "error writing '" + output + "'";
-  PbmWriter out;
-  if (!out.Open(output, in.width(), in.height())) return Fail(kExitFailure, write_error);
+  if (std::string err = out.Open(a, preview, method, source->width(), source->height(), source->names()); !err.empty())
+    return Fail(kExitFailure, err);
 
   Progress progress("halftoning", 1000, a.quiet);
   RunOptions options = a.options;
+  options.overlap = true;
   options.on_progress = [&](long long done, long long total) { progress.Update(done * 1000 / total); };
-  const std::string err = RunMethodStreamed(
-      method, in.width(), in.height(), options,
-      [&](std::uint8_t* rows, int count, std::size_t stride) { return in.Read(rows, count, stride); },
-      [&](std::uint8_t* rows, int count, std::size_t stride) {
-        return out.Rows(rows, count, stride) ? std::string{} : write_error;
-      });
+  std::string err = RunMethodStreamed(
+      method, source->width(), source->height(), source->planes(), options,
+      [&](std::uint8_t* band, int count, std::size_t stride) { return source->Read(band, count, stride); },
+      out.Sinks());
   progress.Finish();
-  const bool closed = out.Close();
-  if (!err.empty()) {
-    std::remove(output.c_str());  // no half-written picture is left behind
-    return Fail(kExitFailure, err);
-  }
-  return closed ? 0 : Fail(kExitFailure, write_error);
+  if (err.empty()) err = out.Close();
+  return err.empty() ? 0 : Fail(kExitFailure, err);
 }
 
 int Halftone(Args& a) {
@@ -325,11 +317,15 @@ int Halftone(Args& a) {
   }
   if (!a.tiff.empty() && !HaveTiff())
     return Fail(kExitFailure, "this build has no TIFF support (libtiff was not found): install libtiff-dev and rebuild");
+  Outputs out;
+  out.want_tiff = !a.tiff.empty();
+  out.want_preview = !a.no_preview;
+  if (!out.want_tiff && !out.want_preview)
+    return Fail(kExitUsage, "--no-preview leaves nothing to write: name a dot-plane TIFF with -o DOTS.tif or --tiff");
   a.options.levels = LevelsFor(method, a);
-  if (!a.input.empty() && a.tiff.empty() && HasExtension(preview, ".pbm") && method.output_bits == 1 &&
-      Banded(method) && IsBinaryPgm(a.input))
-    return HalftoneStreamed(a, method, preview);
+  if (!a.input.empty() && Banded(method)) return HalftoneStreamed(a, method, preview, out);
 
+  // The built-in chart, and methods that take a whole plane at a time, run in memory.
   Picture picture;
   if (int rc = LoadPicture(a, a.options.levels, picture); rc >= 0) return rc;
   std::string message;
@@ -341,16 +337,19 @@ int Halftone(Args& a) {
   std::string err = RunMethod(method, picture.planes, a.options, dots);
   progress.Finish();
   if (!err.empty()) return Fail(kExitFailure, err);
-
-  if (!a.tiff.empty())
-    if (std::string e = WriteDotTiff(a.tiff, dots, picture.names, Describe(method, a.options)); !e.empty())
-      return Fail(kExitFailure, e);
-  // The picture is no longer needed: give its memory back before the preview is drawn.
-  const bool colour = picture.IsColour();
   std::vector<GrayImage>().swap(picture.planes);
-  if (!colour && HasExtension(preview, ".pbm") && dots.bits == 1 && dots.planes.size() == 1)
-    return WriteDotsPbm(preview, dots) ? 0 : Fail(kExitFailure, "error writing '" + preview + "'");
-  err = colour ? WriteRgb(preview, CompositeInks(dots, picture.names)) : WriteGray(preview, PreviewPlane(dots, 0));
+  if (std::string e = out.Open(a, preview, method, dots.pixels, dots.rows, picture.names); !e.empty())
+    return Fail(kExitFailure, e);
+  // One dot row of every plane at a time, laid out as a band.
+  const std::size_t P = dots.planes.size();
+  std::vector<std::uint8_t> band(P * dots.stride);
+  const std::vector<BandSink> sinks = out.Sinks();
+  for (int y = 0; y < dots.rows && err.empty(); ++y) {
+    for (std::size_t p = 0; p < P; ++p)
+      std::memcpy(&band[p * dots.stride], dots.planes[p].data() + static_cast<std::size_t>(y) * dots.stride, dots.stride);
+    for (std::size_t k = 0; k < sinks.size() && err.empty(); ++k) err = sinks[k](band.data(), 1, dots.stride);
+  }
+  if (err.empty()) err = out.Close();
   return err.empty() ? 0 : Fail(kExitFailure, err);
 }
 

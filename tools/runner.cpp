@@ -1,8 +1,13 @@
 #include "runner.h"
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <cstring>
+#include <deque>
+#include <mutex>
 #include <numeric>
+#include <thread>
 
 namespace halftone_tool {
 namespace {
@@ -20,6 +25,18 @@ std::string Failed(const halftone_method_info& m, int rc) {
   return std::string(m.name) + " refused the band (code " + std::to_string(rc) + ")";
 }
 
+// One band through the method's entry point; 0 or the method's refusal code.
+int CallBand(const halftone_method_info& m, std::uint8_t* src, std::uint8_t* dst, std::size_t w, int bh, unsigned flags) {
+  return m.entry_kind == HALFTONE_ENTRY_BAND
+             ? reinterpret_cast<BandEntry>(m.entry)(src, dst, static_cast<int>(w), bh, flags)
+             : reinterpret_cast<BandEntryU>(m.entry)(src, dst, static_cast<unsigned>(w), static_cast<unsigned>(bh), flags);
+}
+
+unsigned PhaseOf(bool first, bool last) {
+  // A one-band job starts the job and leaves its rows for the next start to release.
+  return first ? HALFTONE_PHASE_START : last ? HALFTONE_PHASE_END : HALFTONE_PHASE_MIDDLE;
+}
+
 // The band loop every banded run shares: `fill(top, bh, src, in_stride)` puts picture rows
 // [top, top + bh) of every plane into the interleaved band, `take(top, bh, dst, out_stride)`
 // takes its dot rows away. Either returns an error message or an empty string.
@@ -34,20 +51,119 @@ std::string BandLoop(const halftone_method_info& m, std::size_t w, int h, unsign
 
   for (int top = 0; top < h; top += rows_per_band) {
     const int bh = std::min(rows_per_band, h - top);
-    const bool first = top == 0, last = top + bh >= h;
-    // A one-band job starts the job and leaves its rows for the next start to release.
-    const unsigned phase = first ? HALFTONE_PHASE_START : last ? HALFTONE_PHASE_END : HALFTONE_PHASE_MIDDLE;
     if (std::string err = fill(top, bh, src.data(), in_stride); !err.empty()) return err;
-    const unsigned flags = HALFTONE_FLAGS(P, phase);
-    int rc = m.entry_kind == HALFTONE_ENTRY_BAND
-                 ? reinterpret_cast<BandEntry>(m.entry)(src.data(), dst.data(), static_cast<int>(w), bh, flags)
-                 : reinterpret_cast<BandEntryU>(m.entry)(src.data(), dst.data(), static_cast<unsigned>(w),
-                                                        static_cast<unsigned>(bh), flags);
-    if (rc != 0) return Failed(m, rc);
+    const unsigned flags = HALFTONE_FLAGS(P, PhaseOf(top == 0, top + bh >= h));
+    if (int rc = CallBand(m, src.data(), dst.data(), w, bh, flags); rc != 0) return Failed(m, rc);
     if (std::string err = take(top, bh, dst.data(), out_stride); !err.empty()) return err;
     if (options.on_progress) options.on_progress(static_cast<long long>(top + bh) * P, static_cast<long long>(h) * P);
   }
   return {};
+}
+
+// Band buffers handed from one stage of a pipeline to the next, in band order. Closing the queue
+// (on an error anywhere) stops every stage waiting on it.
+class SlotQueue {
+ public:
+  void Push(int slot) {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      slots_.push_back(slot);
+    }
+    ready_.notify_one();
+  }
+  bool Pop(int& slot) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    ready_.wait(lock, [&] { return closed_ || !slots_.empty(); });
+    if (closed_) return false;
+    slot = slots_.front();
+    slots_.pop_front();
+    return true;
+  }
+  void Close() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      closed_ = true;
+    }
+    ready_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  std::deque<int> slots_;
+  bool closed_ = false;
+};
+
+// The band loop with reading and writing on threads of their own: a reader fills picture bands
+// ahead, the calling thread runs the method on them in order, and every sink takes the dot bands
+// behind on a thread of its own (a dot band is reused once all have taken it). Only the calling
+// thread enters the library.
+std::string OverlappedBands(const halftone_method_info& m, std::size_t w, int h, unsigned P, const RunOptions& options,
+                            const BandSource& read, const std::vector<BandSink>& sinks) {
+  constexpr int kSlots = 3;  // a band being read (or written), one waiting, one in the method
+  const std::size_t in_stride = RasterStride(w), out_stride = DotStride(w, m.output_bits);
+  const int rows_per_band = std::max(1, std::min(options.band_rows, h));
+  const int bands = (h + rows_per_band - 1) / rows_per_band;
+  struct Band {
+    std::vector<std::uint8_t> data;
+    int rows = 0;
+    std::atomic<int> pending{0};  // sinks yet to take a dot band
+  };
+  std::vector<Band> src(kSlots), dst(kSlots);
+  std::vector<SlotQueue> full(sinks.size());
+  SlotQueue src_free, src_full, dst_free;
+  for (int i = 0; i < kSlots; ++i) {
+    src[i].data.resize(in_stride * P * static_cast<std::size_t>(rows_per_band));
+    dst[i].data.resize(out_stride * P * static_cast<std::size_t>(rows_per_band));
+    src_free.Push(i);
+    dst_free.Push(i);
+  }
+  std::mutex error_mutex;
+  std::string error;
+  auto fail = [&](const std::string& why) {
+    {
+      std::lock_guard<std::mutex> lock(error_mutex);
+      if (error.empty()) error = why;
+    }
+    for (SlotQueue* q : {&src_free, &src_full, &dst_free}) q->Close();
+    for (SlotQueue& q : full) q.Close();
+  };
+
+  std::vector<std::thread> threads;
+  threads.emplace_back([&] {
+    for (int b = 0, s = 0; b < bands; ++b) {
+      if (!src_free.Pop(s)) return;
+      src[s].rows = std::min(rows_per_band, h - b * rows_per_band);
+      if (std::string err = read(src[s].data.data(), src[s].rows, in_stride); !err.empty()) return fail(err);
+      src_full.Push(s);
+    }
+  });
+  for (std::size_t k = 0; k < sinks.size(); ++k)
+    threads.emplace_back([&, k] {
+      for (int b = 0, d = 0; b < bands; ++b) {
+        if (!full[k].Pop(d)) return;
+        if (std::string err = sinks[k](dst[d].data.data(), dst[d].rows, out_stride); !err.empty()) return fail(err);
+        if (dst[d].pending.fetch_sub(1) == 1) dst_free.Push(d);
+      }
+    });
+  for (int b = 0, s = 0, d = 0, top = 0; b < bands; ++b, top += rows_per_band) {
+    if (!src_full.Pop(s) || !dst_free.Pop(d)) break;
+    const int bh = src[s].rows;
+    const unsigned flags = HALFTONE_FLAGS(P, PhaseOf(b == 0, b + 1 == bands));
+    const int rc = CallBand(m, src[s].data.data(), dst[d].data.data(), w, bh, flags);
+    dst[d].rows = bh;
+    src_free.Push(s);
+    if (rc != 0) {
+      fail(Failed(m, rc));
+      break;
+    }
+    dst[d].pending.store(static_cast<int>(sinks.size()));
+    for (SlotQueue& q : full) q.Push(d);
+    if (sinks.empty()) dst_free.Push(d);
+    if (options.on_progress) options.on_progress(static_cast<long long>(top + bh) * P, static_cast<long long>(h) * P);
+  }
+  for (std::thread& t : threads) t.join();
+  return error;
 }
 
 std::string RunBands(const halftone_method_info& m, const std::vector<GrayImage>& planes, const RunOptions& options,
@@ -165,15 +281,22 @@ bool Banded(const halftone_method_info& method) {
   return method.entry_kind == HALFTONE_ENTRY_BAND || method.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED;
 }
 
-std::string RunMethodStreamed(const halftone_method_info& method, int width, int height, const RunOptions& options,
-                              const RowSource& read, const RowSink& write) {
-  if (width <= 0 || height <= 0) return "nothing to halftone";
+std::string RunMethodStreamed(const halftone_method_info& method, int width, int height, int planes,
+                              const RunOptions& options, const BandSource& read, const std::vector<BandSink>& sinks) {
+  if (width <= 0 || height <= 0 || planes <= 0) return "nothing to halftone";
   if (!Banded(method)) return std::string(method.name) + " does not take bands";
   halftone_set_fixed_time(options.fixed_time);
   Itsdiufiavs(options.mode, options.levels.c_str());
+  const auto w = static_cast<std::size_t>(width);
+  const auto P = static_cast<unsigned>(planes);
+  if (options.overlap) return OverlappedBands(method, w, height, P, options, read, sinks);
   auto fill = [&](int, int bh, std::uint8_t* src, std::size_t stride) { return read(src, bh, stride); };
-  auto take = [&](int, int bh, std::uint8_t* dst, std::size_t stride) { return write(dst, bh, stride); };
-  return BandLoop(method, static_cast<std::size_t>(width), height, 1, options, fill, take);
+  auto take = [&](int, int bh, const std::uint8_t* dst, std::size_t stride) {
+    for (const BandSink& sink : sinks)
+      if (std::string err = sink(dst, bh, stride); !err.empty()) return err;
+    return std::string{};
+  };
+  return BandLoop(method, w, height, P, options, fill, take);
 }
 
 GrayImage PreviewPlane(const DotPlanes& dots, int plane) {

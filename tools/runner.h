@@ -21,6 +21,7 @@ struct RunOptions {
   std::string levels;       // level-values list as the host passes it ("0,85,170,255,")
   int band_rows = 64;
   long long fixed_time = -1;  // < 0: the library's clock
+  bool overlap = false;       // streamed runs: read and write beside the library (RunMethodStreamed)
   // Told after every band (or whole plane) how many of the picture's plane rows are done.
   std::function<void(long long done, long long total)> on_progress;
 };
@@ -44,15 +45,17 @@ std::string RunMethod(const halftone_method_info& method, const std::vector<Gray
 // True for the methods that take bands with a flags word (the others take whole planes).
 bool Banded(const halftone_method_info& method);
 
-// One grey plane streamed band by band instead of held whole: `read(rows, count, stride)` fills
-// the next `count` rows of the picture (its width of samples each, `stride` bytes apart; the
-// padding stays as it is), `write(rows, count, stride)` takes the next `count` dot rows. Each
-// returns an empty string or what failed. Banded methods only; the dots are those RunMethod
-// gives.
-using RowSource = std::function<std::string(std::uint8_t* rows, int count, std::size_t stride)>;
-using RowSink = std::function<std::string(std::uint8_t* rows, int count, std::size_t stride)>;
-std::string RunMethodStreamed(const halftone_method_info& method, int width, int height, const RunOptions& options,
-                              const RowSource& read, const RowSink& write);
+// Planes streamed band by band instead of held whole: `read(band, count, stride)` fills the
+// next `count` rows of every plane (row y of plane p at band + (y * planes + p) * stride; the
+// padding stays as it is), and each sink (band, count, stride) takes the next `count` dot rows
+// laid out the same way. Each returns an empty string or what failed. With `overlap`, the reader
+// and every sink run on threads of their own, up to two bands ahead of and behind the library;
+// each callback is still called in band order, from one thread. Banded methods only; the dots
+// are those RunMethod gives.
+using BandSource = std::function<std::string(std::uint8_t* band, int count, std::size_t stride)>;
+using BandSink = std::function<std::string(const std::uint8_t* band, int count, std::size_t stride)>;
+std::string RunMethodStreamed(const halftone_method_info& method, int width, int height, int planes,
+                              const RunOptions& options, const BandSource& read, const std::vector<BandSink>& sinks);
 
 // Draws one dot plane as ink on paper: each code as its share of full ink.
 GrayImage PreviewPlane(const DotPlanes& dots, int plane);

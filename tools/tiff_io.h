@@ -9,14 +9,7 @@
 
 namespace halftone_tool {
 
-struct Picture;
-
 bool HaveTiff();
-
-// Reads an 8-bit TIFF into ink planes in lightness sense (0 = full ink): CMYK (inks stored as
-// amounts, 0 = none; samples contiguous or in separate planes) as C, M, Y, K; RGB through the
-// separation rule; grey (min-is-black taken as it is, min-is-white inverted) as one plane.
-std::string ReadTiffPicture(const std::string& path, Picture& picture);
 
 // Writes dot planes as a multi-page TIFF, one page per plane, at the method's depth (1, 2 or 4
 // bits a pixel), min-is-white: the codes exactly as the method wrote them, 0 = no ink, so a
