@@ -22,13 +22,18 @@ demo: configure
 	$(BUILD)/tools/halftone --time 1 -o halftone.png
 	@echo "wrote halftone.png (the built-in chart, halftoned by RoundFaxest); try '$(BUILD)/tools/halftone --list'"
 
-# The Python module's tests take Debian's numpy, pytest and Pillow.
-test: build
-	@scripts/ensure-deps.sh python3-numpy python3-pytest python3-pil python3-setuptools
+# The Python module's tests take Debian's numpy, pytest and Pillow; the CUPS filter's take CUPS
+# itself, its filters and ghostscript (installed before configuring, which looks for libcups).
+TEST_PACKAGES = python3-numpy python3-pytest python3-pil python3-setuptools libcups2-dev cups cups-filters ghostscript
+
+test:
+	@scripts/ensure-deps.sh $(TEST_PACKAGES)
+	@$(MAKE) --no-print-directory build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 # The same suite under AddressSanitizer and UndefinedBehaviorSanitizer.
 test-sanitize: deps
+	@scripts/ensure-deps.sh $(TEST_PACKAGES)
 	cmake -S . -B $(BUILD)-asan -G Ninja -DHALFTONE_SANITIZE=address,undefined $(CMAKE_FLAGS)
 	cmake --build $(BUILD)-asan -j $(JOBS)
 	ctest --test-dir $(BUILD)-asan --output-on-failure -j $(JOBS)
