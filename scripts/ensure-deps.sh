@@ -2,7 +2,7 @@
 # Installs, quietly and only when missing, the Debian packages the build and tests use.
 # Extra package names may be passed as arguments (e.g. clang for the fuzzers).
 set -euo pipefail
-packages=(cmake ninja-build g++ make pkg-config binutils libgtest-dev libgmock-dev libpng-dev libtiff-dev libjpeg-dev "$@")
+packages=(cmake ninja-build g++ make pkg-config binutils libgtest-dev libgmock-dev libpng-dev libtiff-dev libjpeg-dev libcairo2-dev libfftw3-dev fonts-dejavu-core "$@")
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -123,7 +123,7 @@ TEST(ToolTone, SettlingRowsAreLeftOut) {
 TEST(ToolTone, CsvHasOneRowPerLevelAndOneColumnPerMethod) {
   halftone_test::TempFolder dir;
   const std::string path = (dir.path() / "tone.csv").string();
-  ToneCurve a{"A", std::vector<double>(256, 0.25)}, b{"B", std::vector<double>(256, 1.0)};
+  ToneCurve a{"A", std::vector<double>(256, 0.25), ""}, b{"B", std::vector<double>(256, 1.0), ""};
   a.coverage[255] = 0.125;
   ASSERT_EQ(WriteToneCsv(path, {a, b}), "");
   std::ifstream in(path);

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <string_view>
 
-#include "font.h"
+#include "draw.h"
 
 namespace halftone_tool {
 namespace {
@@ -62,10 +62,10 @@ GrayImage BuiltInChart(const std::vector<int>& patch_levels) {
     FillRect(img, x, kLinesTop + 8, x + 1, kLinesTop + 72, 0);
   for (int i = 0, y = kLinesTop + 8; y < kLinesTop + 72; ++i, y += 3 + i / 2)
     FillRect(img, kWidth / 2 + 16, y, kWidth - 16, y + 1, 40);
-  DrawText(img, "HALFTONE", 16, kLinesTop + 84, 2, 0);
-  DrawText(img, "INK", 140, kLinesTop + 84, 4, 60);
+  DrawLettering(img, "HALFTONE", 16, kLinesTop + 100, 16, 0);
+  DrawLettering(img, "INK", 140, kLinesTop + 114, 36, 60);
   FillRect(img, 260, kLinesTop + 80, kWidth - 16, kLinesTop + 152, 30);
-  DrawText(img, "FINE LINE", 280, kLinesTop + 88, 7, 235);
+  DrawLettering(img, "FINE LINE", 280, kLinesTop + 136, 56, 235);
 
   // Flat patches at the given levels, then at the extremes where guards and vetoes act.
   std::vector<int> levels = patch_levels;

@@ -9,7 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include "analyze.h"
 #include "chart.h"
+#include "draw.h"
 #include "halftone/halftone.h"
 #include "image_io.h"
 #include "page_sink.h"
@@ -35,19 +37,23 @@ constexpr int kDefaultColumns = 3;
 constexpr int kMinPatch = 16;
 constexpr int kMaxPatch = 4096;
 constexpr int kMaxPreviewScale = 256;
+constexpr int kAnalyzePatch = 256;
 
 void Usage(std::FILE* to) {
   std::fprintf(to,
                "Usage: halftone [INPUT] [-m METHOD] [OPTIONS] [-o OUT.png|OUT.tif] [--tiff DOTS.tif]\n"
                "       halftone sheet [INPUT] [-m METHOD]... [OPTIONS] [--columns N] [-o SHEET.png]\n"
                "       halftone tone (-m METHOD)... | --all [OPTIONS] [--patch N] [-o PLOT.png] [--csv FILE]\n"
+               "       halftone analyze (-m METHOD)... | --all [OPTIONS] [--input PICTURE] [--dpi N] [--distance MM]\n"
+               "                [--patch-levels LIST] [--patch N] [-o FOLDER]\n"
                "       halftone --list | --help | --version\n"
                "\n"
                "Halftones INPUT (PNG, TIFF, JPEG or binary PGM; the built-in test chart when omitted) with\n"
                "one of the library's methods. A colour picture becomes four planes C, M, Y, K that\n"
                "the method halftones as one job; a grey one a single plane. The preview draws every\n"
                "dot as its ink on white paper; the TIFF holds the dot planes, one page a plane.\n"
-               "'sheet' puts every method side by side; 'tone' measures ink coverage at every level.\n"
+               "'sheet' puts every method side by side; 'tone' measures ink coverage at every level;\n"
+               "'analyze' measures grain, regularity and visual error and ranks the methods.\n"
                "\n"
                "  -m, --method METHOD  method by export name (default %s); see --list.\n"
                "                       sheet: only these methods; tone: the methods to measure\n"
@@ -65,8 +71,12 @@ void Usage(std::FILE* to) {
                "      --no-preview     write no preview (the dot planes only: give -o DOTS.tif or --tiff)\n"
                "      --preview-scale N  preview at 1/N of the size, each N x N block's inks averaged\n"
                "      --columns N      sheet: tiles a row (default %d)\n"
-               "      --patch N        tone: side of each flat patch in pixels (default 256)\n"
+               "      --patch N        tone, analyze: side of each flat patch in pixels (default 256)\n"
                "      --csv FILE       tone: where the table goes (default: the plot's name, .csv)\n"
+               "      --input FILE     analyze: the picture for the visual error (default: the chart)\n"
+               "      --dpi N          analyze: the resolution the dots print at (default 600)\n"
+               "      --distance MM    analyze: the viewing distance (default 300)\n"
+               "      --patch-levels L analyze: the flat patches' input levels (default 8,24,...,248)\n"
                "  -q, --quiet          no progress bar\n"
                "      --list           list every method with its output depth and character\n"
                "  -h, --help           show this help\n"
@@ -104,7 +114,7 @@ std::string Stem(const std::string& path) {
   return path.substr(0, dot);
 }
 
-enum class Command { kHalftone, kSheet, kTone };
+enum class Command { kHalftone, kSheet, kTone, kAnalyze };
 
 struct Args {
   Command command = Command::kHalftone;
@@ -113,6 +123,8 @@ struct Args {
   bool all = false, levels_given = false, quiet = false, no_preview = false;
   int columns = kDefaultColumns;
   int preview_scale = 1;
+  std::vector<int> patch_levels;  // analyze: input levels of the flat patches
+  double dpi = 600, distance_mm = 300;
   int patch = 256;
   RunOptions options;
 };
@@ -125,6 +137,10 @@ int Parse(int argc, char** argv, Args& a) {
     ++i;
   } else if (argc > 1 && std::strcmp(argv[1], "tone") == 0) {
     a.command = Command::kTone;
+    ++i;
+  } else if (argc > 1 && std::strcmp(argv[1], "analyze") == 0) {
+    a.command = Command::kAnalyze;
+    a.patch = kAnalyzePatch;
     ++i;
   }
   for (; i < argc; ++i) {
@@ -145,7 +161,7 @@ int Parse(int argc, char** argv, Args& a) {
       const char* v = value();
       if (!v) return Fail(kExitUsage, "option '" + arg + "' needs a method name");
       a.methods.push_back(v);
-    } else if (arg == "--all" && a.command == Command::kTone) {
+    } else if (arg == "--all" && (a.command == Command::kTone || a.command == Command::kAnalyze)) {
       a.all = true;
     } else if (arg == "--mode") {
       if (!ParseInt(value(), -1000000, 1000000, n)) return Fail(kExitUsage, "--mode needs a whole number");
@@ -182,7 +198,29 @@ int Parse(int argc, char** argv, Args& a) {
     } else if (arg == "--columns" && a.command == Command::kSheet) {
       if (!ParseInt(value(), 1, 64, n)) return Fail(kExitUsage, "--columns needs a number from 1 to 64");
       a.columns = static_cast<int>(n);
-    } else if (arg == "--patch" && a.command == Command::kTone) {
+    } else if (arg == "--input" && a.command == Command::kAnalyze) {
+      const char* v = value();
+      if (!v) return Fail(kExitUsage, "--input needs a picture file");
+      a.input = v;
+    } else if (arg == "--patch-levels" && a.command == Command::kAnalyze) {
+      const char* v = value();
+      a.patch_levels.clear();
+      for (const char* p = v; p && *p;) {
+        char* end = nullptr;
+        const long level = std::strtol(p, &end, 10);
+        if (end == p || level < 0 || level > 255) return Fail(kExitUsage, "--patch-levels needs levels from 0 to 255, comma-separated");
+        a.patch_levels.push_back(static_cast<int>(level));
+        p = *end == ',' ? end + 1 : end;
+        if (*end != ',' && *end != '\0') return Fail(kExitUsage, "--patch-levels needs levels from 0 to 255, comma-separated");
+      }
+      if (a.patch_levels.empty()) return Fail(kExitUsage, "--patch-levels needs levels from 0 to 255, comma-separated");
+    } else if (arg == "--dpi" && a.command == Command::kAnalyze) {
+      if (!ParseInt(value(), 10, 10000, n)) return Fail(kExitUsage, "--dpi needs a resolution from 10 to 10000");
+      a.dpi = static_cast<double>(n);
+    } else if (arg == "--distance" && a.command == Command::kAnalyze) {
+      if (!ParseInt(value(), 10, 100000, n)) return Fail(kExitUsage, "--distance needs a viewing distance in millimetres, 10 up");
+      a.distance_mm = static_cast<double>(n);
+    } else if (arg == "--patch" && (a.command == Command::kTone || a.command == Command::kAnalyze)) {
       if (!ParseInt(value(), kMinPatch, kMaxPatch, n))
         return Fail(kExitUsage, "--patch needs a size from " + std::to_string(kMinPatch) + " to " + std::to_string(kMaxPatch));
       a.patch = static_cast<int>(n);
@@ -196,6 +234,8 @@ int Parse(int argc, char** argv, Args& a) {
       return Fail(kExitUsage, "unknown option '" + arg + "'");
     } else if (a.command == Command::kTone) {
       return Fail(kExitUsage, "'tone' takes no input file ('" + arg + "'): it halftones flat patches");
+    } else if (a.command == Command::kAnalyze) {
+      return Fail(kExitUsage, "'analyze' takes its picture with --input ('" + arg + "')");
     } else if (a.input.empty()) {
       a.input = arg;
     } else {
@@ -354,6 +394,7 @@ int Halftone(Args& a) {
 }
 
 int Sheet(Args& a) {
+  if (!HaveDrawing()) return Fail(kExitFailure, "this build has no 'sheet' (it draws with cairo: install libcairo2-dev and rebuild)");
   std::vector<halftone_method_info> methods;
   if (int rc = ChooseMethods(a, methods); rc >= 0) return rc;
   const std::string output = a.output.empty() ? "sheet.png" : a.output;
@@ -388,6 +429,7 @@ int Sheet(Args& a) {
 }
 
 int Tone(Args& a) {
+  if (!HaveDrawing()) return Fail(kExitFailure, "this build has no 'tone' (it draws with cairo: install libcairo2-dev and rebuild)");
   if (!a.all && a.methods.empty()) return Fail(kExitUsage, "'tone' needs -m METHOD or --all");
   if (a.all && !a.methods.empty()) return Fail(kExitUsage, "give either -m METHOD or --all, not both");
   std::vector<halftone_method_info> methods;
@@ -433,6 +475,54 @@ int Tone(Args& a) {
   return failures == 0 ? 0 : kExitFailure;
 }
 
+int Analyze(Args& a) {
+  if (!HaveAnalysis() || !HaveDrawing())
+    return Fail(kExitFailure, "this build has no 'analyze' (it needs FFTW and cairo: install libfftw3-dev and libcairo2-dev, and rebuild)");
+  if (!a.all && a.methods.empty()) return Fail(kExitUsage, "'analyze' needs -m METHOD or --all");
+  if (a.all && !a.methods.empty()) return Fail(kExitUsage, "give either -m METHOD or --all, not both");
+  std::vector<halftone_method_info> methods;
+  if (int rc = ChooseMethods(a, methods); rc >= 0) return rc;
+  Picture picture;
+  if (int rc = LoadPicture(a, a.levels_given ? a.levels : kFourLevels, picture); rc >= 0) return rc;
+  const std::string folder = a.output.empty() ? "analysis" : a.output;
+
+  AnalyzeOptions options;
+  options.run = a.options;
+  options.levels = a.patch_levels.empty() ? DefaultAnalysisLevels() : a.patch_levels;
+  options.patch = a.patch;
+  options.settle = a.patch / 4;
+  options.viewing.dpi = a.dpi;
+  options.viewing.distance_mm = a.distance_mm;
+  std::vector<MethodAnalysis> results;
+  Progress progress("analysis", static_cast<long long>(methods.size()), a.quiet);
+  for (std::size_t i = 0; i < methods.size(); ++i) {
+    progress.Update(static_cast<long long>(i), methods[i].name);
+    options.run.levels = LevelsFor(methods[i], a);
+    std::string message;
+    if (PrepareTables(methods[i].tables, a.moths, message) != 0) {
+      MethodAnalysis failed;
+      failed.method = methods[i];
+      failed.error = message.empty() ? "its tables could not be loaded" : message;
+      results.push_back(failed);
+      continue;
+    }
+    results.push_back(AnalyzeMethod(methods[i], picture, options));
+  }
+  progress.Finish();
+  char viewing[96];
+  std::snprintf(viewing, sizeof viewing, "%.0f dpi at %.0f mm", a.dpi, a.distance_mm);
+  const std::string title = "halftone " + std::string(halftone_version()) + ", mode " + std::to_string(a.options.mode) + ", " +
+                            viewing + ", picture: " + (a.input.empty() ? std::string("the built-in chart") : a.input);
+  if (std::string err = WriteAnalysis(folder, results, options, title); !err.empty()) return Fail(kExitFailure, err);
+  int failures = 0;
+  for (const auto& r : results)
+    if (!r.error.empty()) {
+      std::fprintf(stderr, "halftone: %s not measured: %s\n", r.method.name, r.error.c_str());
+      ++failures;
+    }
+  return failures == 0 ? 0 : kExitFailure;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -443,6 +533,7 @@ int main(int argc, char** argv) {
   switch (args.command) {
     case Command::kSheet: return Sheet(args);
     case Command::kTone: return Tone(args);
+    case Command::kAnalyze: return Analyze(args);
     default: return Halftone(args);
   }
 }

@@ -5,51 +5,34 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <map>
 
-#include "font.h"
+#include "draw.h"
 
 namespace halftone_tool {
 namespace {
 
-// Plot geometry, in pixels.
-constexpr int kPlotLeft = 72;
-constexpr int kPlotTop = 56;
-constexpr int kPlotWidth = 640;
-constexpr int kPlotHeight = 480;
-constexpr int kLegendGap = 24;
-constexpr int kLegendWidth = 200;
-constexpr int kLegendRow = 11;
-constexpr int kBottomMargin = 56;
-constexpr int kLevelTick = 32;   // input levels between x ticks
-constexpr int kCoverageTicks = 10;
+// Small multiples: one panel per family of methods, its curves told apart by colour (and, past
+// eight, by dashes), in pixels.
+constexpr int kColumns = 3;
+constexpr int kPanelWidth = 440;
+constexpr int kPlotWidth = 360;
+constexpr int kPlotHeight = 240;
+constexpr int kPlotLeft = 52;       // inside a panel
+constexpr int kPlotTop = 44;
+constexpr int kLegendRow = 17;
+constexpr int kLegendColumns = 2;
+constexpr int kTitleHeight = 64;
+constexpr int kMargin = 16;
+constexpr double kTitleSize = 20;
+constexpr double kPanelTitleSize = 14;
+constexpr double kLabelSize = 11;
 
 constexpr Rgb kPaper{255, 255, 255};
 constexpr Rgb kInk{20, 20, 20};
-constexpr Rgb kGrid{225, 225, 225};
+constexpr Rgb kSubtle{100, 100, 100};
+constexpr Rgb kGrid{228, 228, 228};
 constexpr Rgb kReference{150, 150, 150};
-
-// Colours far enough apart to tell a dozen curves from each other; more curves reuse them.
-constexpr std::array<Rgb, 12> kPalette = {{{31, 119, 180}, {214, 39, 40}, {44, 160, 44}, {255, 127, 14},
-                                           {148, 103, 189}, {140, 86, 75}, {227, 119, 194}, {23, 190, 207},
-                                           {188, 189, 34}, {0, 0, 0}, {127, 127, 127}, {0, 80, 0}}};
-
-void Dot(RgbImage& img, int x, int y, int size, Rgb c) {
-  for (int dy = 0; dy < size; ++dy)
-    for (int dx = 0; dx < size; ++dx)
-      if (x + dx >= 0 && y + dy >= 0 && x + dx < img.width && y + dy < img.height) img.at(x + dx, y + dy) = c;
-}
-
-// A straight line; `dash` > 0 leaves gaps of that many steps every other run.
-void Line(RgbImage& img, int x0, int y0, int x1, int y1, int size, Rgb c, int dash = 0) {
-  const int steps = std::max({std::abs(x1 - x0), std::abs(y1 - y0), 1});
-  for (int i = 0; i <= steps; ++i) {
-    if (dash > 0 && (i / dash) % 2 == 1) continue;
-    Dot(img, x0 + (x1 - x0) * i / steps, y0 + (y1 - y0) * i / steps, size, c);
-  }
-}
-
-int PlotX(int level) { return kPlotLeft + level * (kPlotWidth - 1) / (kToneLevels - 1); }
-int PlotY(double coverage) { return kPlotTop + static_cast<int>(std::lround((1.0 - coverage) * (kPlotHeight - 1))); }
 
 }  // namespace
 
@@ -67,6 +50,7 @@ double InkCoverage(const DotPlanes& dots, int plane, int first_row) {
 std::string MeasureTone(const halftone_method_info& method, const ToneOptions& options, ToneCurve& curve,
                         const std::function<void(int level)>& on_level) {
   curve.method = method.name;
+  curve.family = method.family;
   curve.coverage.assign(kToneLevels, 0.0);
   GrayImage patch;
   patch.width = patch.height = options.patch;
@@ -101,50 +85,63 @@ std::string WriteToneCsv(const std::string& path, const std::vector<ToneCurve>& 
 }
 
 RgbImage PlotTone(const std::vector<ToneCurve>& curves, const std::string& title) {
-  const int legend_rows = static_cast<int>(curves.size()) + 1;
-  const int height = std::max(kPlotTop + kPlotHeight + kBottomMargin, kPlotTop + legend_rows * kLegendRow + 16);
-  RgbImage img(kPlotLeft + kPlotWidth + kLegendGap + kLegendWidth, height, kPaper);
-
-  DrawText(img, title, kPlotLeft, 16, 2, kInk);
-  // Grid and axis labels.
-  for (int level = 0; level < kToneLevels; level += kLevelTick) {
-    Line(img, PlotX(level), kPlotTop, PlotX(level), kPlotTop + kPlotHeight - 1, 1, kGrid);
-    const std::string label = std::to_string(level);
-    DrawText(img, label, PlotX(level) - TextWidth(label, 1) / 2, kPlotTop + kPlotHeight + 6, 1, kInk);
+  // Families in the order their first method comes.
+  std::vector<std::string> families;
+  std::map<std::string, std::vector<const ToneCurve*>> by_family;
+  for (const auto& c : curves) {
+    if (!by_family.count(c.family)) families.push_back(c.family);
+    by_family[c.family].push_back(&c);
   }
-  DrawText(img, "255", PlotX(255) - 9, kPlotTop + kPlotHeight + 6, 1, kInk);
-  for (int i = 0; i <= kCoverageTicks; ++i) {
-    const double coverage = static_cast<double>(i) / kCoverageTicks;
-    Line(img, kPlotLeft, PlotY(coverage), kPlotLeft + kPlotWidth - 1, PlotY(coverage), 1, kGrid);
-    const std::string label = std::to_string(i * 100 / kCoverageTicks) + "%";
-    DrawText(img, label, kPlotLeft - 6 - TextWidth(label, 1), PlotY(coverage) - 3, 1, kInk);
-  }
-  const std::string x_title = "input level (0 = full ink asked, 255 = paper)";
-  DrawText(img, x_title, kPlotLeft + (kPlotWidth - TextWidth(x_title, 1)) / 2, kPlotTop + kPlotHeight + 24, 1, kInk);
-  DrawText(img, "ink coverage", kPlotLeft - 36, kPlotTop - 14, 1, kInk);
-  // Frame.
-  Line(img, kPlotLeft, kPlotTop, kPlotLeft + kPlotWidth - 1, kPlotTop, 1, kInk);
-  Line(img, kPlotLeft, kPlotTop + kPlotHeight - 1, kPlotLeft + kPlotWidth - 1, kPlotTop + kPlotHeight - 1, 1, kInk);
-  Line(img, kPlotLeft, kPlotTop, kPlotLeft, kPlotTop + kPlotHeight - 1, 1, kInk);
-  Line(img, kPlotLeft + kPlotWidth - 1, kPlotTop, kPlotLeft + kPlotWidth - 1, kPlotTop + kPlotHeight - 1, 1, kInk);
+  std::size_t most = 1;
+  for (const auto& [family, members] : by_family) most = std::max(most, members.size());
+  const int legend_rows = static_cast<int>((most + kLegendColumns - 1) / kLegendColumns);
+  const int panel_height = kPlotTop + kPlotHeight + 40 + legend_rows * kLegendRow + 12;
+  const int columns = std::min<int>(kColumns, static_cast<int>(std::max<std::size_t>(1, families.size())));
+  const int rows = (static_cast<int>(families.size()) + columns - 1) / columns;
+  Canvas img(2 * kMargin + columns * kPanelWidth, kTitleHeight + std::max(1, rows) * panel_height + kMargin, kPaper);
+  img.Text(kMargin, 30, img.Fit(title, kTitleSize, img.width() - 2 * kMargin, true), kTitleSize, kInk, Align::kLeft, true);
+  img.Text(kMargin, 50,
+           "ink coverage against input level (0 = full ink asked, 255 = paper); dashed grey: the linear response",
+           kLabelSize, kSubtle);
 
-  // The linear response for reference: full ink at level 0, none at 255.
-  Line(img, PlotX(0), PlotY(1.0), PlotX(255), PlotY(0.0), 1, kReference, 4);
-  const int legend_x = kPlotLeft + kPlotWidth + kLegendGap;
-  Line(img, legend_x, kPlotTop + 3, legend_x + 16, kPlotTop + 3, 1, kReference, 2);
-  DrawText(img, "linear", legend_x + 22, kPlotTop, 1, kInk);
+  for (std::size_t f = 0; f < families.size(); ++f) {
+    const int px = kMargin + static_cast<int>(f % columns) * kPanelWidth;
+    const int py = kTitleHeight + static_cast<int>(f / columns) * panel_height;
+    const double left = px + kPlotLeft, top = py + kPlotTop;
+    auto X = [&](double level) { return left + level * kPlotWidth / (kToneLevels - 1); };
+    auto Y = [&](double coverage) { return top + (1.0 - coverage) * kPlotHeight; };
+    img.Text(px + 8, py + 24, img.Fit(families[f].empty() ? std::string("(no family)") : families[f], kPanelTitleSize, kPanelWidth - 16, true),
+             kPanelTitleSize, kInk, Align::kLeft, true);
+    for (int level : {0, 64, 128, 192, 255}) {
+      img.Line(X(level), top, X(level), top + kPlotHeight, 1, kGrid);
+      img.Text(X(level), top + kPlotHeight + 14, std::to_string(level), kLabelSize, kSubtle, Align::kCentre);
+    }
+    for (int percent : {0, 25, 50, 75, 100}) {
+      img.Line(left, Y(percent / 100.0), left + kPlotWidth, Y(percent / 100.0), 1, kGrid);
+      img.Text(left - 6, Y(percent / 100.0) + 4, std::to_string(percent) + "%", kLabelSize, kSubtle, Align::kRight);
+    }
+    img.Text(left + kPlotWidth / 2.0, top + kPlotHeight + 28, "input level", kLabelSize, kSubtle, Align::kCentre);
+    img.Frame(left, top, kPlotWidth, kPlotHeight, 1, kInk);
+    img.Line(X(0), Y(1.0), X(255), Y(0.0), 1.2, kReference, 5);
 
-  for (std::size_t i = 0; i < curves.size(); ++i) {
-    const Rgb colour = kPalette[i % kPalette.size()];
-    const auto& cov = curves[i].coverage;
-    for (int level = 1; level < kToneLevels; ++level)
-      Line(img, PlotX(level - 1), PlotY(cov[static_cast<std::size_t>(level - 1)]), PlotX(level),
-           PlotY(cov[static_cast<std::size_t>(level)]), 2, colour);
-    const int y = kPlotTop + static_cast<int>(i + 1) * kLegendRow;
-    Line(img, legend_x, y + 3, legend_x + 16, y + 3, 2, colour);
-    DrawText(img, curves[i].method, legend_x + 22, y, 1, kInk);
+    const auto& members = by_family[families[f]];
+    const auto& colours = CurveColours();
+    for (std::size_t i = 0; i < members.size(); ++i) {
+      const Rgb colour = colours[i % colours.size()];
+      const double dash = i < colours.size() ? 0 : 6;  // past eight curves, dashes tell them apart
+      std::vector<double> xs, ys;
+      for (int level = 0; level < kToneLevels; ++level) {
+        xs.push_back(X(level));
+        ys.push_back(Y(members[i]->coverage[static_cast<std::size_t>(level)]));
+      }
+      img.Polyline(xs, ys, 1.6, colour, dash);
+      const double lx = px + 12 + static_cast<double>(i % kLegendColumns) * (kPanelWidth - 24) / kLegendColumns;
+      const double ly = top + kPlotHeight + 50 + static_cast<double>(i / kLegendColumns) * kLegendRow;
+      img.Line(lx, ly - 4, lx + 22, ly - 4, 2.5, colour, dash);
+      img.Text(lx + 28, ly, img.Fit(members[i]->method, kLabelSize + 1, (kPanelWidth - 24) / kLegendColumns - 34), kLabelSize + 1, kInk);
+    }
   }
-  return img;
+  return img.ToRgb();
 }
 
 }  // namespace halftone_tool

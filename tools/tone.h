@@ -21,6 +21,7 @@ struct ToneOptions {
 struct ToneCurve {
   std::string method;
   std::vector<double> coverage;  // kToneLevels entries, 0 = bare paper, 1 = full ink everywhere
+  std::string family;            // the method's family, which the plot groups by
 };
 
 // Ink coverage of one dot plane over rows first_row .. rows - 1: every code counted as its share
@@ -36,8 +37,9 @@ std::string MeasureTone(const halftone_method_info& method, const ToneOptions& o
 // One row per input level: "level,<method>,<method>..." with coverage as a fraction.
 std::string WriteToneCsv(const std::string& path, const std::vector<ToneCurve>& curves);
 
-// Coverage against input level, one coloured curve per method, with the straight line from full
-// ink at 0 to none at 255 for reference and a legend naming every curve.
+// Coverage against input level as small multiples: a panel per family, a coloured curve per
+// method with a legend naming it, and the straight line from full ink at 0 to none at 255 for
+// reference in every panel.
 RgbImage PlotTone(const std::vector<ToneCurve>& curves, const std::string& title);
 
 }  // namespace halftone_tool
