@@ -42,8 +42,6 @@ double CsfPeak() {
 
 double Db(double ratio) { return 10.0 * std::log10(std::max(ratio, 1e-12)); }
 
-unsigned FullCode(int bits) { return bits == 1 ? 1u : bits == 2 ? 3u : 7u; }
-
 // A field turned a quarter, transposed or flipped, for the turned layouts whose orientation
 // differs by method: `k` 0 transposes, 1 and 2 add a flip, 3 does both flips.
 InkField Turn(const InkField& f, int k) {

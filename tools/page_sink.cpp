@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <csetjmp>
-#include <cstdarg>
 #include <cstring>
 
 #include "halftone/halftone.h"
+#include "runner.h"
+#include "tiff_io.h"
 
 #ifndef HALFTONE_HAVE_PNG
 #define HALFTONE_HAVE_PNG 0
@@ -29,15 +30,6 @@ constexpr int kPreviewZlibLevel = 1;
 // Dot codes of every plane index a colour table up to this size (four planes of eight levels).
 constexpr std::size_t kMaxMixTable = 4096;
 
-unsigned FullCode(int bits) { return bits == 1 ? 1u : bits == 2 ? 3u : 7u; }
-
-unsigned CodeAt(const std::uint8_t* row, int bits, int x) {
-  switch (bits) {
-    case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1u;
-    case 2: return (row[x >> 2] >> (6 - 2 * (x & 3))) & 3u;
-    default: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 7u;
-  }
-}
 
 // The colour an ink lets through when printed at full strength on white paper.
 Rgb InkFilter(const std::string& name) {
@@ -365,20 +357,6 @@ std::string PreviewStream::Close() {
 // ---------------------------------------------------------------------------------------------
 
 #if HALFTONE_HAVE_TIFF
-namespace {
-
-std::string& LastTiffError() {
-  static std::string message;
-  return message;
-}
-void KeepTiffError(const char* module, const char* fmt, va_list ap) {
-  char text[512];
-  std::vsnprintf(text, sizeof text, fmt, ap);
-  LastTiffError() = module ? std::string(module) + ": " + text : std::string(text);
-}
-
-}  // namespace
-
 struct DotTiffStream::State {
   std::string path, description, software;
   std::vector<std::string> names;
@@ -398,9 +376,7 @@ struct DotTiffStream::State {
     if (remove_output && !path.empty()) std::remove(path.c_str());
   }
   std::string Why(const std::string& what) const {
-    std::string msg = "'" + path + "': " + what;
-    if (!LastTiffError().empty()) msg += " (" + LastTiffError() + ")";
-    return msg;
+    return "'" + path + "': " + what + TiffErrorSuffix();
   }
   void Describe(TIFF* t, std::size_t p) {
     const auto pages = static_cast<std::uint16_t>(names.size());
@@ -429,9 +405,7 @@ DotTiffStream::~DotTiffStream() = default;
 
 std::string DotTiffStream::Open(const std::string& path, int width, int height, int bits,
                                 const std::vector<std::string>& names, const std::string& description) {
-  TIFFSetErrorHandler(KeepTiffError);
-  TIFFSetWarningHandler(nullptr);
-  LastTiffError().clear();
+  ListenToTiff();
   s_ = std::make_unique<State>();
   State& s = *s_;
   s.width = width, s.height = height, s.bits = bits, s.names = names, s.description = description;

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <csetjmp>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
 #include "image_io.h"
 #include "picture.h"
+#include "tiff_io.h"
 
 #ifndef HALFTONE_HAVE_PNG
 #define HALFTONE_HAVE_PNG 0
@@ -194,17 +194,6 @@ class PngSource : public PageSource {
 #endif
 
 #if HALFTONE_HAVE_TIFF
-std::string& LastTiffError() {
-  static std::string message;
-  return message;
-}
-
-void KeepTiffError(const char* module, const char* fmt, va_list ap) {
-  char text[512];
-  std::vsnprintf(text, sizeof text, fmt, ap);
-  LastTiffError() = module ? std::string(module) + ": " + text : std::string(text);
-}
-
 struct TiffCloser {
   void operator()(TIFF* t) const { TIFFClose(t); }
 };
@@ -216,9 +205,7 @@ class TiffSource : public PageSource {
  public:
   std::string Open(const std::string& path) {
     path_ = path;
-    TIFFSetErrorHandler(KeepTiffError);
-    TIFFSetWarningHandler(nullptr);
-    LastTiffError().clear();
+    ListenToTiff();
     TiffFile tif(TIFFOpen(path.c_str(), "rm"));
     if (!tif) return Why("cannot read as TIFF");
     std::uint32_t w = 0, h = 0;
@@ -321,9 +308,7 @@ class TiffSource : public PageSource {
     return {};
   }
   std::string Why(const std::string& what) const {
-    std::string msg = "'" + path_ + "': " + what;
-    if (!LastTiffError().empty()) msg += " (" + LastTiffError() + ")";
-    return msg;
+    return "'" + path_ + "': " + what + TiffErrorSuffix();
   }
 
   std::string path_;

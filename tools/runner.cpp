@@ -253,12 +253,7 @@ bool FindMethod(const std::string& name, halftone_method_info& info) {
 }
 
 unsigned DotPlanes::Code(int plane, int x, int y) const {
-  const std::uint8_t* row = planes[static_cast<std::size_t>(plane)].data() + static_cast<std::size_t>(y) * stride;
-  switch (bits) {
-    case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1u;
-    case 2: return (row[x >> 2] >> (6 - 2 * (x & 3))) & 3u;
-    default: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 7u;
-  }
+  return CodeAt(planes[static_cast<std::size_t>(plane)].data() + static_cast<std::size_t>(y) * stride, bits, x);
 }
 
 std::string RunMethod(const halftone_method_info& method, const std::vector<GrayImage>& planes,
@@ -304,8 +299,7 @@ GrayImage PreviewPlane(const DotPlanes& dots, int plane) {
   img.width = dots.pixels;
   img.height = dots.rows;
   img.pixels.assign(static_cast<std::size_t>(img.width) * static_cast<std::size_t>(img.height), 255);
-  // Largest code of each depth: a 1-bit dot, the 2-bit largest drop, the eighth drop size.
-  const unsigned full = dots.bits == 1 ? 1u : dots.bits == 2 ? 3u : 7u;
+  const unsigned full = FullCode(dots.bits);
   for (int y = 0; y < img.height; ++y)
     for (int x = 0; x < img.width; ++x)
       img.at(x, y) = static_cast<std::uint8_t>(255 - dots.Code(plane, x, y) * 255 / full);

@@ -26,6 +26,18 @@ struct RunOptions {
   std::function<void(long long done, long long total)> on_progress;
 };
 
+// The largest code of each depth: a 1-bit dot, the 2-bit largest drop, the eighth drop size.
+inline unsigned FullCode(int bits) { return bits == 1 ? 1u : bits == 2 ? 3u : 7u; }
+
+// The code of pixel x in a dot row of `bits` bits a pixel (first pixel in the high bits).
+inline unsigned CodeAt(const std::uint8_t* row, int bits, int x) {
+  switch (bits) {
+    case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1u;
+    case 2: return (row[x >> 2] >> (6 - 2 * (x & 3))) & 3u;
+    default: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 7u;
+  }
+}
+
 // Dot planes as a method wrote them, one buffer per plane, `rows` rows of `stride` bytes.
 struct DotPlanes {
   int bits = 1;

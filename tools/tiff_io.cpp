@@ -2,13 +2,45 @@
 
 #include "page_sink.h"
 
+#include <cstdarg>
+#include <cstdio>
+
 #ifndef HALFTONE_HAVE_TIFF
 #define HALFTONE_HAVE_TIFF 0
 #endif
+#if HALFTONE_HAVE_TIFF
+#include <tiffio.h>
+#endif
 
 namespace halftone_tool {
+namespace {
+
+std::string& LastTiffError() {
+  static std::string message;
+  return message;
+}
+
+#if HALFTONE_HAVE_TIFF
+void KeepTiffError(const char* module, const char* fmt, va_list ap) {
+  char text[512];
+  std::vsnprintf(text, sizeof text, fmt, ap);
+  LastTiffError() = module ? std::string(module) + ": " + text : std::string(text);
+}
+#endif
+
+}  // namespace
 
 bool HaveTiff() { return HALFTONE_HAVE_TIFF != 0; }
+
+void ListenToTiff() {
+#if HALFTONE_HAVE_TIFF
+  TIFFSetErrorHandler(KeepTiffError);
+  TIFFSetWarningHandler(nullptr);
+#endif
+  LastTiffError().clear();
+}
+
+std::string TiffErrorSuffix() { return LastTiffError().empty() ? std::string{} : " (" + LastTiffError() + ")"; }
 
 std::string WriteDotTiff(const std::string& path, const DotPlanes& dots, const std::vector<std::string>& names,
                          const std::string& description) {

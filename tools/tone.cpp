@@ -37,7 +37,7 @@ constexpr Rgb kReference{150, 150, 150};
 }  // namespace
 
 double InkCoverage(const DotPlanes& dots, int plane, int first_row) {
-  const unsigned full = dots.bits == 1 ? 1u : dots.bits == 2 ? 3u : 7u;
+  const unsigned full = FullCode(dots.bits);
   unsigned long long ink = 0, pixels = 0;
   for (int y = std::max(0, first_row); y < dots.rows; ++y)
     for (int x = 0; x < dots.pixels; ++x) {
