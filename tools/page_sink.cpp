@@ -115,6 +115,9 @@ class RowFile {
     if (width_ % 8) line_.back() = static_cast<std::uint8_t>(line_.back() & (0xFFu << (8 - width_ % 8)));
     return std::fwrite(line_.data(), 1, line_.size(), file_) == line_.size() ? std::string{} : Why();
   }
+  std::string WriteRaw(const std::uint8_t* bytes, std::size_t n) {
+    return std::fwrite(bytes, 1, n, file_) == n ? std::string{} : Why();
+  }
   bool IsPbm() const { return format_ == Format::kPbm; }
 
   std::string Close() {
@@ -326,6 +329,10 @@ std::string PreviewStream::Band(const std::uint8_t* band, int count, std::size_t
   State& s = *s_;
   const int P = s.planes;
   const auto Pz = static_cast<std::size_t>(P);
+  if (s.pbm_dots && s.width % 8 == 0 && stride == static_cast<std::size_t>(s.width / 8)) {
+    s.row += count;  // whole bytes a row and no padding: the band is the file's rows as they are
+    return s.file.WriteRaw(band, static_cast<std::size_t>(count) * stride);
+  }
   for (int y = 0; y < count; ++y, ++s.row) {
     const std::uint8_t* rows = band + static_cast<std::size_t>(y) * Pz * stride;
     if (s.pbm_dots) {
