@@ -44,7 +44,7 @@ std::uint8_t* BandRow(std::uint8_t* band, int y, int P, int p, std::size_t strid
 }
 
 // Splits one file row into the band's row y. Band rows of one pixel row are `stride` apart.
-void SplitIntoBand(SampleKind kind, const std::uint8_t* pixels, int step, int width, std::uint8_t* band, int y,
+[[maybe_unused]] void SplitIntoBand(SampleKind kind, const std::uint8_t* pixels, int step, int width, std::uint8_t* band, int y,
                    int P, std::size_t stride) {
   SplitRow(kind, pixels, step, width, BandRow(band, y, P, 0, stride), stride);
 }
