@@ -60,5 +60,7 @@ std::unique_ptr<PageSource> PictureSource(const Picture& picture);
 std::string ReadAll(PageSource& source, Picture& picture);
 
 bool HaveJpeg();
+// The JPEG reader (jpeg_source.cpp): what OpenPage uses for a JPEG file.
+std::string OpenJpegPage(const std::string& path, std::unique_ptr<PageSource>& source);
 
 }  // namespace halftone_tool
