@@ -15,9 +15,6 @@
 #include "golden_jobs.h"
 #include "test_support.h"
 
-// The parameter is a plain C struct from the public header; test listings show its name.
-void PrintTo(const halftone_method_info& m, std::ostream* os) { *os << m.name; }
-
 namespace {
 
 const std::map<std::string, std::uint64_t>& Recorded() {
@@ -81,14 +78,7 @@ const std::map<std::string, std::uint64_t>& Recorded() {
   return table;
 }
 
-std::vector<halftone_method_info> Methods() {
-  std::vector<halftone_method_info> all;
-  for (int i = 0, n = halftone_method_count(); i < n; ++i) {
-    halftone_method_info info{};
-    if (halftone_method_get(i, &info) == 0) all.push_back(info);
-  }
-  return all;
-}
+using golden::Methods;
 
 std::uint64_t Digest(const halftone_method_info& m) {
   halftone_test::TempFolder host;
@@ -125,9 +115,7 @@ TEST_P(GoldenDigest, RepeatsWithinOneProcess) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Registry, GoldenDigest, testing::ValuesIn(Methods()),
-                         [](const testing::TestParamInfo<halftone_method_info>& row) {
-                           return std::string(row.param.name);
-                         });
+                         golden::MethodName);
 
 TEST(GoldenTable, EveryRecordedNameIsARegistryMethod) {
   const auto methods = Methods();

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -148,6 +149,36 @@ inline int CallBand(const halftone_method_info& m, unsigned char* src, unsigned 
   return reinterpret_cast<BandUFn>(m.entry)(src, dst, static_cast<unsigned>(w), static_cast<unsigned>(h), flags);
 }
 
+// Calls a whole-job method (one plane, every row in one call) on a w x h picture.
+inline int CallWhole(const halftone_method_info& m, unsigned char* src, unsigned char* dst, std::size_t w,
+                     std::size_t h, int* lookup) {
+  const int iw = static_cast<int>(w), ih = static_cast<int>(h);
+  switch (m.entry_kind) {
+    case HALFTONE_ENTRY_PLANE:
+      return reinterpret_cast<PlaneFn>(m.entry)(src, dst, static_cast<unsigned>(w), static_cast<unsigned>(h));
+    case HALFTONE_ENTRY_LOOKUP_REF: {
+      unsigned char* out = dst;
+      return reinterpret_cast<LookupRefFn>(m.entry)(src, out, iw, ih, lookup, nullptr);
+    }
+    default: return reinterpret_cast<LookupFn>(m.entry)(src, dst, iw, ih, lookup, nullptr);
+  }
+}
+
+// The registry, in order.
+inline std::vector<halftone_method_info> Methods() {
+  std::vector<halftone_method_info> all;
+  for (int i = 0, n = halftone_method_count(); i < n; ++i) {
+    halftone_method_info info{};
+    if (halftone_method_get(i, &info) == 0) all.push_back(info);
+  }
+  return all;
+}
+// Test names for tests over the registry (a testing::TestParamInfo).
+inline constexpr auto MethodName = [](const auto& row) { return std::string(row.param.name); };
+inline bool IsBandMethod(const halftone_method_info& m) {
+  return m.entry_kind == HALFTONE_ENTRY_BAND || m.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED;
+}
+
 inline const std::size_t kWidths[] = {1, 7, 37, 640};
 inline const unsigned kPlaneCounts[] = {1, 2, 4};
 // One job: bands of these heights and phases; the second band is narrower when it can be.
@@ -163,7 +194,7 @@ inline std::uint64_t MethodDigest(const halftone_method_info& m) {
   for (const auto& setup : kSetups) {
     halftone_set_fixed_time(kFixedTime);
     Itsdiufiavs(setup.mode, setup.levels);
-    if (m.entry_kind == HALFTONE_ENTRY_BAND || m.entry_kind == HALFTONE_ENTRY_BAND_UNSIGNED) {
+    if (IsBandMethod(m)) {
       for (std::size_t w : kWidths)
         for (unsigned planes : kPlaneCounts) {
           std::size_t y0 = 0;
@@ -186,21 +217,7 @@ inline std::uint64_t MethodDigest(const halftone_method_info& m) {
           auto src = ChartBand(w, 0, h, 1);
           const std::size_t rows_bytes = h * DstStride(w, 1), turned_bytes = w * DstStride(h, 1);
           std::vector<std::uint8_t> dst(std::max(rows_bytes, turned_bytes), 0);
-          int rc = 0;
-          const int iw = static_cast<int>(w), ih = static_cast<int>(h);
-          switch (m.entry_kind) {
-            case HALFTONE_ENTRY_PLANE:
-              rc = reinterpret_cast<PlaneFn>(m.entry)(src.data(), dst.data(), static_cast<unsigned>(w),
-                                                      static_cast<unsigned>(h));
-              break;
-            case HALFTONE_ENTRY_LOOKUP_REF: {
-              unsigned char* out = dst.data();
-              rc = reinterpret_cast<LookupRefFn>(m.entry)(src.data(), out, iw, ih, lookup.data(), nullptr);
-              break;
-            }
-            default:
-              rc = reinterpret_cast<LookupFn>(m.entry)(src.data(), dst.data(), iw, ih, lookup.data(), nullptr);
-          }
+          const int rc = CallWhole(m, src.data(), dst.data(), w, h, lookup.data());
           digest.AddInt(rc);
           digest.Add(dst);
         }
@@ -211,3 +228,6 @@ inline std::uint64_t MethodDigest(const halftone_method_info& m) {
 }
 
 }  // namespace golden
+
+// The parameter of tests over the registry is a plain C struct; test listings show its name.
+inline void PrintTo(const halftone_method_info& m, std::ostream* os) { *os << m.name; }

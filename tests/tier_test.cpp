@@ -1,0 +1,227 @@
+// Every registry method on every tier: the lockstep and vector tiers, on one thread and two, must
+// give the reference tier's bytes and return codes, call after call, on the shapes where a fast
+// path slips first: widths around lane and byte edges, odd and even band heights, one-row bands,
+// one to four planes, later bands narrower or with fewer planes than the job, rows longer than a
+// draw chunk, and pictures of extremes and of values around the decision levels. Later bands
+// start from the carry and the working rows an earlier band left, so a wrong carry shows as
+// wrong dots one band later.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "frame/dispatch.h"
+#include "golden_jobs.h"
+#include "test_support.h"
+
+namespace {
+
+using halftone::Path;
+
+// The pictures a job is run on.
+enum class Picture { kChart, kExtremes, kMidTones };
+
+std::uint8_t Sample(Picture picture, std::size_t x, std::size_t y, unsigned p, std::size_t w, std::mt19937& gen) {
+  switch (picture) {
+    case Picture::kChart: return golden::ChartSample(x, y, p, w);
+    case Picture::kExtremes: {
+      const unsigned k = gen() % 4;
+      return static_cast<std::uint8_t>(k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF);
+    }
+    default: return static_cast<std::uint8_t>(112 + gen() % 33);
+  }
+}
+
+struct Band {
+  std::size_t w, h;
+  unsigned planes;
+};
+
+// One job's output: each call's return code followed by its bytes.
+using Output = std::vector<std::vector<std::uint8_t>>;
+
+Output RunBandJob(const halftone_method_info& m, const std::vector<Band>& bands, Picture picture, unsigned seed) {
+  std::mt19937 gen(seed);
+  Output out;
+  std::size_t y0 = 0;
+  for (std::size_t b = 0; b < bands.size(); ++b) {
+    const auto [w, h, planes] = bands[b];
+    std::vector<std::uint8_t> src(golden::SrcStride(w) * planes * h, 0);
+    for (std::size_t y = 0; y < h; ++y)
+      for (unsigned p = 0; p < planes; ++p)
+        for (std::size_t x = 0; x < w; ++x)
+          src[(y * planes + p) * golden::SrcStride(w) + x] = Sample(picture, x, y0 + y, p, w, gen);
+    std::vector<std::uint8_t> dst(golden::DstStride(w, static_cast<unsigned>(m.output_bits)) * planes * h + 4,
+                                  halftone_test::kCanary);
+    const unsigned phase = b == 0 ? HALFTONE_PHASE_START : b + 1 == bands.size() ? HALFTONE_PHASE_END : 0;
+    const int rc = golden::CallBand(m, src.data(), dst.data(), w, h, HALFTONE_FLAGS(planes, phase));
+    dst.push_back(static_cast<std::uint8_t>(rc));
+    out.push_back(std::move(dst));
+    y0 += h;
+  }
+  return out;
+}
+
+Output RunWholeJob(const halftone_method_info& m, std::size_t w, std::size_t h, Picture picture, unsigned seed) {
+  std::mt19937 gen(seed);
+  std::vector<std::uint8_t> src(golden::SrcStride(w) * h);
+  for (std::size_t y = 0; y < h; ++y)
+    for (std::size_t x = 0; x < w; ++x) src[y * golden::SrcStride(w) + x] = Sample(picture, x, y, 0, w, gen);
+  std::vector<int> lookup(256);
+  for (int v = 0; v < 256; ++v) lookup[static_cast<std::size_t>(v)] = (v * v) / 255 - 8;
+  std::vector<std::uint8_t> dst(std::max(h * golden::DstStride(w, 1), w * golden::DstStride(h, 1)) + 4,
+                                halftone_test::kCanary);
+  const int rc = golden::CallWhole(m, src.data(), dst.data(), w, h, lookup.data());
+  dst.push_back(static_cast<std::uint8_t>(rc));
+  return {dst};
+}
+
+// The jobs of one method under one set-up: each a name and a run.
+struct Job {
+  std::string name;
+  std::function<Output()> run;
+};
+
+std::vector<Job> Jobs(const halftone_method_info& m) {
+  std::vector<Job> jobs;
+  const std::size_t kWidths[] = {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33};
+  unsigned seed = 1;
+  if (!golden::IsBandMethod(m)) {
+    for (std::size_t w : kWidths)
+      for (std::size_t h : {1u, 2u, 5u, 8u, 17u})
+        for (Picture picture : {Picture::kChart, Picture::kExtremes}) {
+          jobs.push_back({"whole " + std::to_string(w) + "x" + std::to_string(h),
+                          [&m, w, h, picture, s = seed++] { return RunWholeJob(m, w, h, picture, s); }});
+        }
+    jobs.push_back({"whole 2500x3", [&m] { return RunWholeJob(m, 2500, 3, Picture::kChart, 99); }});
+    return jobs;
+  }
+  auto add = [&](const std::string& name, std::vector<Band> bands, Picture picture) {
+    jobs.push_back({name, [&m, bands, picture, s = seed++] { return RunBandJob(m, bands, picture, s); }});
+  };
+  for (std::size_t w : kWidths)
+    for (unsigned planes = 1; planes <= 4; ++planes) {
+      const std::string shape = "w " + std::to_string(w) + ", " + std::to_string(planes) + " planes";
+      add(shape + ", heights 3 1 4 2 5", {{w, 3, planes}, {w, 1, planes}, {w, 4, planes}, {w, 2, planes}, {w, 5, planes}},
+          Picture::kChart);
+      add(shape + ", one-row bands", {{w, 1, planes}, {w, 1, planes}, {w, 1, planes}}, Picture::kExtremes);
+      add(shape + ", a one-row job", {{w, 1, planes}}, Picture::kMidTones);
+    }
+  for (std::size_t w : {9u, 17u, 33u}) {
+    const std::size_t narrow = w / 2 + 1;
+    add("w " + std::to_string(w) + ", narrower and fewer planes later",
+        {{w, 2, 4}, {narrow, 3, 2}, {w, 2, 4}, {w, 4, 3}, {narrow, 1, 1}, {w, 3, 4}}, Picture::kChart);
+    add("w " + std::to_string(w) + ", extremes over tall bands", {{w, 12, 3}, {w, 9, 3}}, Picture::kExtremes);
+    add("w " + std::to_string(w) + ", mid-tones over tall bands", {{w, 11, 4}, {w, 6, 4}}, Picture::kMidTones);
+  }
+  for (std::size_t w : {5u, 16u, 33u})
+    for (unsigned planes : {6u, 8u})
+      add("w " + std::to_string(w) + ", " + std::to_string(planes) + " planes",
+          {{w, 2, planes}, {w, 5, planes}, {w, 1, planes}, {w, 4, planes}}, Picture::kChart);
+  add("rows longer than a draw chunk", {{2500, 2, 2}, {2500, 3, 2}}, Picture::kChart);
+  add("wide one-plane rows", {{301, 7, 1}, {301, 6, 1}}, Picture::kExtremes);
+  return jobs;
+}
+
+// A tone set-up: a curve file, the mode choosing its curves and the level values.
+struct ToneSetup {
+  std::vector<std::uint8_t> curves;
+  int mode;
+  std::string levels;
+};
+
+// The golden set-ups (gentle curves, ascending levels), then curves reaching 255 with random
+// level values, and curves with levels in falling order.
+std::vector<ToneSetup> Setups(const std::filesystem::path& host) {
+  std::vector<ToneSetup> setups;
+  std::ifstream file(host / "ToneAry.ham", std::ios::binary);
+  const std::vector<std::uint8_t> gentle{std::istreambuf_iterator<char>(file), {}};
+  for (const auto& s : golden::kSetups) setups.push_back({gentle, s.mode, s.levels});
+  std::mt19937 gen(31337);
+  for (int k = 0; k < 2; ++k) {
+    std::vector<std::uint8_t> steep(gentle.size());
+    for (auto& c : steep) c = static_cast<std::uint8_t>(gen() % (k == 0 ? 256 : 40));
+    std::string levels;
+    for (int i = 0; i < 9; ++i) levels += std::to_string(k == 0 ? gen() % 256 : 255 - 32 * i) + ",";
+    setups.push_back({steep, k == 0 ? 13 : 2, levels});
+  }
+  return setups;
+}
+
+// Runs every job under every set-up on the given tier and thread count.
+void WriteCurves(const std::filesystem::path& host, const std::vector<std::uint8_t>& curves) {
+  std::ofstream(host / "ToneAry.ham", std::ios::binary)
+      .write(reinterpret_cast<const char*>(curves.data()), static_cast<std::streamsize>(curves.size()));
+}
+
+std::vector<Output> RunAll(const std::filesystem::path& host, const std::vector<ToneSetup>& setups, Path path, int threads,
+                           const std::vector<Job>& jobs) {
+  halftone::SetPath(static_cast<int>(path));
+  EXPECT_EQ(halftone_set_threads(threads), threads);
+  std::vector<Output> all;
+  for (const auto& setup : setups) {
+    WriteCurves(host, setup.curves);
+    halftone_set_fixed_time(golden::kFixedTime);
+    Itsdiufiavs(setup.mode, setup.levels.c_str());
+    for (const auto& job : jobs) all.push_back(job.run());
+  }
+  WriteCurves(host, setups[0].curves);
+  halftone_set_fixed_time(-1);
+  halftone_set_threads(1);
+  halftone::SetPath(-1);
+  return all;
+}
+
+class Tiers : public testing::TestWithParam<halftone_method_info> {
+ protected:
+  static void SetUpTestSuite() {
+    host_ = new halftone_test::TempFolder;
+    ASSERT_EQ(golden::LoadFixedTables(host_->path()), 0);
+    setups_ = new std::vector<ToneSetup>(Setups(host_->path()));
+  }
+  static void TearDownTestSuite() {
+    halftone_set_host_folder(nullptr);
+    delete host_;
+    delete setups_;
+    host_ = nullptr;
+    setups_ = nullptr;
+  }
+  static halftone_test::TempFolder* host_;
+  static std::vector<ToneSetup>* setups_;
+};
+halftone_test::TempFolder* Tiers::host_ = nullptr;
+std::vector<ToneSetup>* Tiers::setups_ = nullptr;
+
+TEST_P(Tiers, EveryFastTierGivesTheReferenceBytes) {
+  const halftone_method_info& m = GetParam();
+  const auto jobs = Jobs(m);
+  const auto reference = RunAll(host_->path(), *setups_, Path::kReference, 1, jobs);
+  for (Path path : {Path::kLockstep, Path::kVector})
+    for (int threads : {1, 2}) {
+      const auto fast = RunAll(host_->path(), *setups_, path, threads, jobs);
+      ASSERT_EQ(fast.size(), reference.size());
+      for (std::size_t j = 0; j < fast.size(); ++j)
+        for (std::size_t call = 0; call < reference[j].size(); ++call) {
+          const auto& want = reference[j][call];
+          const auto& got = fast[j][call];
+          if (got == want) continue;
+          std::size_t at = 0;
+          while (at < want.size() && at < got.size() && got[at] == want[at]) ++at;
+          FAIL() << m.name << " on the " << halftone::PathName(path) << " tier, " << threads << " thread(s), set-up "
+                 << j / jobs.size() << ", job \"" << jobs[j % jobs.size()].name << "\": call " << call
+                 << " differs from the reference at byte " << at << " of " << want.size()
+                 << " (the last byte is the return code, the four before it lie past the output)";
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Registry, Tiers, testing::ValuesIn(golden::Methods()), golden::MethodName);
+
+}  // namespace
