@@ -1,7 +1,6 @@
 // The fast random-split scans that draw a row at a time: the generator jump that lets each
-// plane start its own copy of the random stream where its slice begins, and whole jobs on the
-// shapes where per-row drawing could slip (row lengths around the register's 31 words,
-// one-pixel rows, many planes, thread counts, extreme samples).
+// plane start its own copy of the random stream where its slice begins, a band without planes,
+// and the branch-free shares of every split table form.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -16,7 +15,6 @@
 #include "frame/dispatch.h"
 #include "frame/engine.h"
 #include "frame/random_bits.h"
-#include "random_split_jobs.h"
 #include "test_support.h"
 
 namespace halftone {
@@ -62,73 +60,9 @@ TEST(RandomJump, RepeatedJumpsComposeLikeOneLongJump) {
   }
 }
 
-using halftone_test::DotStride;
 using halftone_test::Flags;
 using halftone_test::kCanary;
-using halftone_test::MakeBand;
 using halftone_test::MakeEngine;
-using halftone_test::BandSnapshot;
-using halftone_test::JobStyle;
-using halftone_test::RandomSplitRoutines;
-using halftone_test::RunRandomSplitJob;
-
-// Widths around the register length and odd ones, one-row bands, many planes, samples that
-// are mostly 0 and 255 with noise between, level sets ascending or not, curves up to 255.
-void PrepareJob(Engine& e, std::mt19937& gen, unsigned seed) {
-  for (auto& l : e.levels.L) l = static_cast<std::uint8_t>(gen());
-  if (seed % 3 == 0) e.levels.L = {255, 170, 85, 0, 0, 0, 0, 0, 0};
-  for (auto& slot : e.curves.slots)
-    for (auto& c : slot) c = static_cast<std::uint8_t>(gen() % (seed % 2 ? 256 : 32));
-  e.curves.curve_a = 4;
-  e.curves.curve_b = 9;
-}
-constexpr JobStyle kStyle{2000, PrepareJob, 4};
-
-template <class Call>
-std::vector<BandSnapshot> RunJob(Call call, unsigned bits, bool fast, int threads, std::size_t w,
-                                 const std::vector<std::size_t>& hs, unsigned planes, unsigned seed) {
-  return RunRandomSplitJob(call, bits, kStyle, fast, threads, w, hs, planes, seed);
-}
-
-TEST(RandomSplitFast2, JobsAcrossRowLengthsAndPlaneCountsMatchTheReference) {
-  auto spine = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
-    return SerpentineFourLevel(e, s, d, w, h, f);
-  };
-  auto grouped = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
-    return GroupedFourLevel(e, s, d, w, h, f, GroupedMethod::kLevelValues);
-  };
-  // Ends a left-to-right last row on row B, stale in a one-row band.
-  auto single_dot = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
-    return GroupedFourLevel(e, s, d, w, h, f, GroupedMethod::kSmallDotOnly);
-  };
-  auto one_bit = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
-    return BilevelRandomSplit(e, s, d, w, h, f, BilevelMethod::kLightnessOneBitJobSeed);
-  };
-  auto eight = [](Engine& e, std::uint8_t* s, std::uint8_t* d, std::size_t w, std::size_t h, HalftoneFlags f) {
-    return EightLevel(e, s, d, w, h, f, EightLevelMethod::kLevelValues);
-  };
-  unsigned seed = 0;
-  for (const std::size_t w : {1u, 2u, 3u, 7u, 30u, 31u, 32u, 63u, 129u})
-    for (const unsigned planes : {1u, 2u, 3u, 4u, 6u}) {
-      ++seed;
-      const std::vector<std::size_t> hs = {seed % 2 ? 1u : 2u, 3u, 1u, 33u, 2u};
-      auto check = [&](auto call, unsigned bits, const char* name) {
-        const auto ref = RunJob(call, bits, false, 1, w, hs, planes, seed);
-        for (int threads : {1, 2, 3}) {
-          const auto fast = RunJob(call, bits, true, threads, w, hs, planes, seed);
-          ASSERT_EQ(ref.size(), fast.size());
-          for (std::size_t i = 0; i < ref.size(); ++i)
-            ASSERT_TRUE(ref[i] == fast[i]) << name << " w " << w << " planes " << planes << " threads " << threads
-                                           << " band " << i;
-        }
-      };
-      check(spine, 2, "spine");
-      check(grouped, 2, "grouped");
-      check(single_dot, 2, "single dot");
-      check(one_bit, 1, "one-bit job seed");
-      check(eight, 4, "eight");
-    }
-}
 
 // A band without planes starts the job and draws nothing, in both passes.
 TEST(RandomSplitFast2, BandWithoutPlanesDrawsNothing) {
@@ -238,77 +172,6 @@ TEST(RandomSplitFast2, SharesMatchTheReferenceForEveryErrorAndCode) {
   shares::CheckShares<shares::kThirdsScan>("thirds");
   shares::CheckShares<shares::kWholeScan>("whole");
   shares::CheckShares<shares::kOneBitScan>("one bit");
-}
-
-// A lone plane runs its own row loop: whole output bytes unrolled and a partial byte at either
-// end, the scanned row stored back only in a band's last two rows. Every routine of the family
-// on one plane, fast against reference, at every width up to a few bytes of each dot size and
-// around larger byte counts, on band heights 1 to 5 (row A's and B's contents, the carry and
-// the generator are compared after each band), and the same jobs on two planes.
-TEST(RandomSplitFast2, OnePlaneRowsMatchTheReferenceAtEveryByteSplit) {
-  const auto routines = RandomSplitRoutines();
-  std::vector<std::size_t> widths;
-  for (std::size_t w = 1; w <= 18; ++w) widths.push_back(w);
-  for (const std::size_t w : {31u, 32u, 33u, 63u, 64u, 65u}) widths.push_back(w);
-  unsigned seed = 500;
-  for (std::size_t k = 0; k < routines.size(); ++k)
-    for (const std::size_t w : widths)
-      for (const unsigned planes : {1u, 2u}) {
-        ++seed;
-        const std::vector<std::size_t> hs = {seed % 2 ? 2u : 1u, 3u, 4u, 1u, 5u, 2u};
-        const auto ref = RunJob(routines[k].call, routines[k].bits, false, 1, w, hs, planes, seed);
-        const auto fast = RunJob(routines[k].call, routines[k].bits, true, 1, w, hs, planes, seed);
-        ASSERT_EQ(ref.size(), fast.size());
-        for (std::size_t i = 0; i < ref.size(); ++i)
-          ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
-                                         << " band " << i;
-      }
-}
-
-// Four planes on one thread and eight on two (the widest lockstep groups each routine runs,
-// side by side on both threads) of every routine of the family, fast against reference, at every width of a few output bytes and around 32 and 64,
-// on band heights 1 to 5 and 17 (dots, carry, working rows and generator after every band).
-TEST(RandomSplitFast2, FourPlaneGroupsMatchTheReference) {
-  const auto routines = RandomSplitRoutines();
-  std::vector<std::size_t> widths;
-  for (std::size_t w = 1; w <= 19; ++w) widths.push_back(w);
-  for (const std::size_t w : {31u, 32u, 33u, 63u, 64u, 65u}) widths.push_back(w);
-  unsigned seed = 900;
-  for (std::size_t k = 0; k < routines.size(); ++k)
-    for (const std::size_t w : widths)
-      for (const auto& [planes, threads] : {std::pair{4u, 1}, std::pair{8u, 2}}) {
-        ++seed;
-        const std::vector<std::size_t> hs = {seed % 2 ? 2u : 1u, 3u, 4u, 1u, 5u, 17u, 2u};
-        const auto ref = RunJob(routines[k].call, routines[k].bits, false, 1, w, hs, planes, seed);
-        const auto fast = RunJob(routines[k].call, routines[k].bits, true, threads, w, hs, planes, seed);
-        ASSERT_EQ(ref.size(), fast.size());
-        for (std::size_t i = 0; i < ref.size(); ++i)
-          ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
-                                         << " band " << i;
-      }
-}
-
-// The single-plane form (nothing carried: its last row's downward shares go nowhere) at every
-// width of a few output bytes.
-TEST(RandomSplitFast2, SinglePlaneFormAtEveryByteSplit) {
-  for (std::size_t w = 1; w <= 19; ++w)
-    for (const std::size_t h : {1u, 2u, 3u, 4u}) {
-      std::mt19937 gen(static_cast<unsigned>(w * 16 + h));
-      std::vector<std::uint8_t> src(RasterStride(w) * h);  // rows padded to 4 bytes, as a host lays them
-      for (auto& v : src) {
-        const unsigned k = gen() % 4;
-        v = static_cast<std::uint8_t>(k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF);
-      }
-      std::vector<std::uint8_t> ref(DotStride(w, 1) * h + 4, kCanary), fast = ref;
-      auto e1 = MakeEngine(5), e2 = MakeEngine(5);
-      SetForceScalar(1);
-      ASSERT_EQ(BilevelSinglePlane(*e1, src.data(), ref.data(), w, h), 0);
-      SetForceScalar(0);
-      ASSERT_EQ(BilevelSinglePlane(*e2, src.data(), fast.data(), w, h), 0);
-      SetForceScalar(-1);
-      EXPECT_EQ(ref, fast) << w << " x " << h;
-      EXPECT_EQ(e1->random.NextStateWord(), e2->random.NextStateWord()) << w << " x " << h;
-    }
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// The fast random-split scans against their readable reference: the division helpers over every
-// value a share is formed from, the decision tables over every corrected value and sample, and
-// whole jobs (dots, carry and working rows after every band) on awkward sizes, plane counts,
-// level sets and curves, on one thread and two.
+// The pieces of the fast random-split scans: the division helpers over every value a share is
+// formed from, the split forms and the decision tables over every corrected value and sample.
+// Whole jobs are compared with the reference in tier_test.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -17,7 +16,6 @@
 #include "diffusion/random_split_vector.h"
 #include "frame/dispatch.h"
 #include "frame/engine.h"
-#include "random_split_jobs.h"
 #include "test_support.h"
 
 namespace halftone {
@@ -151,109 +149,6 @@ TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
         }
       }
   }
-}
-
-// Levels in order every other job, curves small or up to 255, one sample in four an extreme.
-void PrepareJob(Engine& e, std::mt19937& gen, unsigned seed) {
-  for (auto& l : e.levels.L) l = static_cast<std::uint8_t>(gen());
-  if (seed % 2 == 0) e.levels.L = {0, 36, 72, 109, 145, 182, 218, 255, 0};
-  for (auto& slot : e.curves.slots)
-    for (auto& c : slot) c = static_cast<std::uint8_t>(gen() % (seed % 3 == 0 ? 256 : 16));
-  e.curves.curve_a = 3;
-  e.curves.curve_b = 5;
-}
-constexpr JobStyle kStyle{1000, PrepareJob, 8};
-
-TEST(RandomSplitFast, WholeJobsMatchTheReference) {
-  const auto routines = RandomSplitRoutines();
-  unsigned seed = 0;
-  for (const std::size_t w : {1u, 2u, 3u, 5u, 8u, 9u, 17u, 64u})
-    for (const unsigned planes : {1u, 2u, 3u, 4u, 5u, 9u}) {
-      ++seed;
-      const std::vector<std::size_t> hs = {seed % 2 ? 3u : 4u, 1u, 2u, 5u};
-      for (std::size_t k = 0; k < routines.size(); ++k) {
-        const unsigned job = seed + 100 * static_cast<unsigned>(k);
-        const auto ref = RunRandomSplitJob(routines[k].call, routines[k].bits, kStyle, false, 1, w, hs, planes, job);
-        for (int threads : {1, 2}) {
-          const auto fast =
-              RunRandomSplitJob(routines[k].call, routines[k].bits, kStyle, true, threads, w, hs, planes, job);
-          ASSERT_EQ(ref.size(), fast.size());
-          for (std::size_t i = 0; i < ref.size(); ++i)
-            ASSERT_TRUE(ref[i] == fast[i]) << routines[k].name << " #" << k << " w " << w << " planes " << planes
-                                           << " threads " << threads << " band " << i;
-        }
-      }
-    }
-}
-
-TEST(RandomSplitFast, SinglePlaneMatchesTheReference) {
-  for (const std::size_t w : {1u, 2u, 7u, 8u, 33u})
-    for (const std::size_t h : {1u, 2u, 3u, 6u}) {
-      auto src = NoiseBand(w, h, 1, static_cast<unsigned>(w * 10 + h));
-      std::vector<std::uint8_t> ref(DotStride(w, 1) * h + 4, kCanary), fast = ref;
-      auto e1 = MakeEngine(5), e2 = MakeEngine(5);
-      SetForceScalar(1);
-      ASSERT_EQ(BilevelSinglePlane(*e1, src.data(), ref.data(), w, h), 0);
-      SetForceScalar(0);
-      ASSERT_EQ(BilevelSinglePlane(*e2, src.data(), fast.data(), w, h), 0);
-      SetForceScalar(-1);
-      EXPECT_EQ(ref, fast) << w << " x " << h;
-      EXPECT_EQ(e1->random.NextStateWord(), e2->random.NextStateWord());
-    }
-}
-
-// Carried values far outside the window the share tables cover: the carry row preset between
-// two bands to values no picture leaves, so row 0 of the second band starts near the ends of
-// 16 bits. The lone-plane and paired scans of the bilevel and one-drop routines take the cold
-// path there and must still give the reference's dots, rows and draws.
-TEST(RandomSplitFast, ValuesOutsideTheShareWindowMatchTheReference) {
-  constexpr std::size_t w = 40, h = 6;
-  constexpr std::uint32_t kStart = 1u << 16;
-  using Call = std::function<int(Engine&, const std::uint8_t*, std::uint8_t*, HalftoneFlags)>;
-  struct Routine {
-    std::string name;
-    unsigned bits;
-    Call call;
-  };
-  std::vector<Routine> routines;
-  for (const BilevelMethod m : {BilevelMethod::kLightnessThirdsCurves, BilevelMethod::kLightnessOneBitJobSeed,
-                                BilevelMethod::kInkThirdsFullGuard, BilevelMethod::kInkQuarters,
-                                BilevelMethod::kLightnessWholeError, BilevelMethod::kInkWholeError})
-    routines.push_back({"bilevel " + std::to_string(static_cast<int>(m)), 1,
-                        [m](Engine& e, const std::uint8_t* src, std::uint8_t* dst, HalftoneFlags f) {
-                          return BilevelRandomSplit(e, src, dst, w, h, f, m);
-                        }});
-  for (const GroupedMethod m : {GroupedMethod::kSmallDotOnly, GroupedMethod::kLargeDotOnly})
-    routines.push_back({"one drop " + std::to_string(static_cast<int>(m)), 2,
-                        [m](Engine& e, const std::uint8_t* src, std::uint8_t* dst, HalftoneFlags f) {
-                          return GroupedFourLevel(e, src, dst, w, h, f, m);
-                        }});
-  for (const Routine& r : routines)
-    for (const unsigned planes : {1u, 2u}) {
-      const auto src = NoiseBand(w, h, planes, 11 * planes + r.bits);
-      std::vector<std::uint8_t> dots[2];
-      std::vector<std::int16_t> rows[2];
-      std::uint32_t next_word[2] = {};
-      for (const bool fast : {false, true}) {
-        SetForceScalar(fast ? 0 : 1);
-        auto e = MakeEngine(77);
-        std::vector<std::uint8_t> dst(DotStride(w, r.bits) * h * planes);
-        ASSERT_EQ(r.call(*e, src.data(), dst.data(), HalftoneFlags{planes << 8 | kStart}), 0);
-        std::int16_t* carry = e->rows.carry_all();
-        for (std::size_t i = 0; i < w * planes; ++i)
-          carry[i] = static_cast<std::int16_t>(i % 3 == 0 ? 30000 : i % 3 == 1 ? -30000 : 600);
-        ASSERT_EQ(r.call(*e, src.data(), dst.data(), HalftoneFlags{planes << 8}), 0);
-        dots[fast] = dst;
-        rows[fast].assign(e->rows.carry_all(), e->rows.carry_all() + w * planes);
-        rows[fast].insert(rows[fast].end(), e->rows.a(), e->rows.a() + w);
-        rows[fast].insert(rows[fast].end(), e->rows.b(), e->rows.b() + w);
-        next_word[fast] = e->random.NextStateWord();
-      }
-      SetForceScalar(-1);
-      EXPECT_EQ(dots[0], dots[1]) << r.name << ", " << planes << " planes";
-      EXPECT_EQ(rows[0], rows[1]) << r.name << ", " << planes << " planes";
-      EXPECT_EQ(next_word[0], next_word[1]) << r.name << ", " << planes << " planes";
-    }
 }
 
 }  // namespace

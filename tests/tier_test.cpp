@@ -12,11 +12,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "exports/instance.h"
 #include "frame/dispatch.h"
 #include "golden_jobs.h"
 #include "test_support.h"
@@ -26,7 +28,7 @@ namespace {
 using halftone::Path;
 
 // The pictures a job is run on.
-enum class Picture { kChart, kExtremes, kMidTones };
+enum class Picture { kChart, kExtremes, kMidTones, kWhite, kDarkTail, kLightTail };
 
 std::uint8_t Sample(Picture picture, std::size_t x, std::size_t y, unsigned p, std::size_t w, std::mt19937& gen) {
   switch (picture) {
@@ -35,7 +37,11 @@ std::uint8_t Sample(Picture picture, std::size_t x, std::size_t y, unsigned p, s
       const unsigned k = gen() % 4;
       return static_cast<std::uint8_t>(k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF);
     }
-    default: return static_cast<std::uint8_t>(112 + gen() % 33);
+    case Picture::kMidTones: return static_cast<std::uint8_t>(112 + gen() % 33);
+    case Picture::kWhite: return 255;
+    // One noisy row, then flat black or white: the error drains away into tiny values.
+    case Picture::kDarkTail: return static_cast<std::uint8_t>(y == 0 ? gen() & 0xFF : 0);
+    default: return static_cast<std::uint8_t>(y == 0 ? gen() & 0xFF : 255);
   }
 }
 
@@ -47,7 +53,18 @@ struct Band {
 // One job's output: each call's return code followed by its bytes.
 using Output = std::vector<std::vector<std::uint8_t>>;
 
-Output RunBandJob(const halftone_method_info& m, const std::vector<Band>& bands, Picture picture, unsigned seed) {
+// Carried values no picture leaves, near the ends of 16 bits and anywhere in them, so the next
+// band's first row starts outside every window a fast path keeps tables for, and stores wrap.
+void PresetCarries(std::mt19937& gen) {
+  halftone::JobBuffers& rows = halftone::ProcessEngine().rows;
+  if (!rows.live()) return;
+  constexpr std::int16_t kNearEnds[] = {30000, -30000, 600};
+  for (std::size_t i = 0; i < rows.width() * rows.planes(); ++i)
+    rows.carry_all()[i] = i % 4 == 3 ? static_cast<std::int16_t>(gen()) : kNearEnds[i % 4];
+}
+
+Output RunBandJob(const halftone_method_info& m, const std::vector<Band>& bands, Picture picture, unsigned seed,
+                  bool preset_carries = false) {
   std::mt19937 gen(seed);
   Output out;
   std::size_t y0 = 0;
@@ -65,6 +82,7 @@ Output RunBandJob(const halftone_method_info& m, const std::vector<Band>& bands,
     dst.push_back(static_cast<std::uint8_t>(rc));
     out.push_back(std::move(dst));
     y0 += h;
+    if (preset_carries) PresetCarries(gen);
   }
   return out;
 }
@@ -91,7 +109,7 @@ struct Job {
 
 std::vector<Job> Jobs(const halftone_method_info& m) {
   std::vector<Job> jobs;
-  const std::size_t kWidths[] = {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33};
+  const std::size_t kWidths[] = {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33, 63, 64, 65};
   unsigned seed = 1;
   if (!golden::IsBandMethod(m)) {
     for (std::size_t w : kWidths)
@@ -125,6 +143,21 @@ std::vector<Job> Jobs(const halftone_method_info& m) {
     for (unsigned planes : {6u, 8u})
       add("w " + std::to_string(w) + ", " + std::to_string(planes) + " planes",
           {{w, 2, planes}, {w, 5, planes}, {w, 1, planes}, {w, 4, planes}}, Picture::kChart);
+  for (std::size_t w : {1u, 2u, 3u})
+    for (unsigned planes : {1u, 4u})
+      for (Picture tail : {Picture::kDarkTail, Picture::kLightTail})
+        add("w " + std::to_string(w) + ", " + std::to_string(planes) + " planes, a long flat tail",
+            {{w, 700, planes}, {w, 64, planes}}, tail);
+  // White under curves at 255 (the third set-up): every curve column adds error no dot takes out,
+  // so carried values climb to the top of 16 bits and wrap.
+  add("white over 24 bands", std::vector<Band>(24, Band{40, 16, 4}), Picture::kWhite);
+  add("a band of no rows, then none wide, then no planes",
+      {{16, 2, 2}, {16, 0, 2}, {16, 3, 2}, {0, 2, 2}, {16, 2, 0}, {16, 2, 2}}, Picture::kChart);
+  for (unsigned planes : {1u, 2u, 4u})
+    jobs.push_back({"carries near the 16-bit ends, " + std::to_string(planes) + " planes", [&m, planes] {
+                      return RunBandJob(m, {{40, 6, planes}, {40, 6, planes}, {40, 1, planes}, {40, 3, planes}},
+                                        Picture::kChart, planes, true);
+                    }});
   add("rows longer than a draw chunk", {{2500, 2, 2}, {2500, 3, 2}}, Picture::kChart);
   add("wide one-plane rows", {{301, 7, 1}, {301, 6, 1}}, Picture::kExtremes);
   return jobs;
@@ -135,22 +168,44 @@ struct ToneSetup {
   std::vector<std::uint8_t> curves;
   int mode;
   std::string levels;
+  // The bias matrix and layer table: 0 as loaded, 1 small random terms, 2 anywhere in 16 bits
+  // (errors then wrap).
+  int terms = 0;
 };
 
-// The golden set-ups (gentle curves, ascending levels), then curves reaching 255 with random
-// level values, and curves with levels in falling order.
+// Sets the bias matrix and the layer table for a set-up, from the loaded ones.
+void SetTerms(const halftone::ScreeningTables& loaded, int terms, unsigned seed) {
+  halftone::ScreeningTables& tables = halftone::ProcessEngine().tables;
+  tables.bias = loaded.bias;
+  tables.layers = loaded.layers;
+  if (terms == 0) return;
+  std::mt19937 gen(seed);
+  auto term = [&] {
+    return static_cast<std::int16_t>(terms == 1 ? static_cast<int>(gen() % 129) - 64
+                                                : static_cast<int>(gen() & 0xFFFF) - 32768);
+  };
+  for (auto& row : tables.bias)
+    for (auto& c : row) c = term();
+  for (auto& tile : tables.layers)
+    for (auto& row : tile)
+      for (auto& c : row) c = term();
+}
+
+// The golden set-ups (gentle curves, ascending levels), then every curve at 255, curves reaching
+// 255 with random level values, and curves with levels in falling order.
 std::vector<ToneSetup> Setups(const std::filesystem::path& host) {
   std::vector<ToneSetup> setups;
   std::ifstream file(host / "ToneAry.ham", std::ios::binary);
   const std::vector<std::uint8_t> gentle{std::istreambuf_iterator<char>(file), {}};
   for (const auto& s : golden::kSetups) setups.push_back({gentle, s.mode, s.levels});
   std::mt19937 gen(31337);
+  setups.push_back({std::vector<std::uint8_t>(gentle.size(), 255), 13, "0,85,170,255,"});
   for (int k = 0; k < 2; ++k) {
     std::vector<std::uint8_t> steep(gentle.size());
     for (auto& c : steep) c = static_cast<std::uint8_t>(gen() % (k == 0 ? 256 : 40));
     std::string levels;
     for (int i = 0; i < 9; ++i) levels += std::to_string(k == 0 ? gen() % 256 : 255 - 32 * i) + ",";
-    setups.push_back({steep, k == 0 ? 13 : 2, levels});
+    setups.push_back({steep, k == 0 ? 13 : 2, levels, k + 1});
   }
   return setups;
 }
@@ -166,13 +221,16 @@ std::vector<Output> RunAll(const std::filesystem::path& host, const std::vector<
   halftone::SetPath(static_cast<int>(path));
   EXPECT_EQ(halftone_set_threads(threads), threads);
   std::vector<Output> all;
+  const auto loaded = std::make_unique<halftone::ScreeningTables>(halftone::ProcessEngine().tables);
   for (const auto& setup : setups) {
     WriteCurves(host, setup.curves);
+    SetTerms(*loaded, setup.terms, static_cast<unsigned>(all.size()));
     halftone_set_fixed_time(golden::kFixedTime);
     Itsdiufiavs(setup.mode, setup.levels.c_str());
     for (const auto& job : jobs) all.push_back(job.run());
   }
   WriteCurves(host, setups[0].curves);
+  SetTerms(*loaded, 0, 0);
   halftone_set_fixed_time(-1);
   halftone_set_threads(1);
   halftone::SetPath(-1);
