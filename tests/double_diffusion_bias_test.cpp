@@ -19,37 +19,6 @@ int Halftone(Engine& e, DoubleMethod m, TestBand& b, unsigned phase) {
   return b.Run([&](auto... a) { return DoubleDiffusion(e, m, a...); }, phase);
 }
 
-TEST(DoubleBiasTables, AnchorValuesAreTheExactDecimals) {
-  // Quarter-column table: linear runs and single levels at their boundaries.
-  ExpectCells<double>(kQuarterColumnBias, {{0, 0.0}, {7, 7.0}, {11, 10.8}, {17, 14.8}, {18, 15.3}, {21, 16.8},
-                {30, 21.3}, {31, 21.8}, {206, 21.8}, {207, 21.0}, {209, 19.8}, {216, 12.8}, {242, 12.3}, {250, 10.4},
-                {254, 2.5}, {255, 0.0}});
-  // Half-column table: the shadows of the table above, a longer plateau, a finer tail.
-  ExpectCells<double>(kHalfColumnBias, {{13, 12.2}, {224, 21.8}, {225, 21.3}, {231, 18.3}, {238, 14.8}, {243, 11.4},
-                {254, 1.25}});
-  // Every-column table.
-  ExpectCells<double>(kEveryColumnBias, {{1, 0.6}, {17, 10.7}, {46, 39.7}, {47, 40.7}, {194, 35.6}, {200, 32.0},
-                {208, 27.2}, {223, 20.5}, {232, 16.5}, {235, 13.8}, {243, 6.6}, {255, 0.0}});
-}
-
-TEST(DoubleBiasTables, DiagonalMaskBands) {
-  auto left = [](int row, int x) { return kDiagonalMask[row][x] == 1; };
-  for (int row = 0; row < 8; ++row) {
-    EXPECT_TRUE(left(row, 0) && left(row, 15) && left(row, 48) && left(row, 63));
-    EXPECT_FALSE(left(row, 16) || left(row, 47));
-  }
-  EXPECT_TRUE(left(9, 8) && left(9, 23) && left(9, 40) && left(9, 55));
-  EXPECT_FALSE(left(9, 7) || left(9, 24) || left(9, 39) || left(9, 56));
-  EXPECT_TRUE(left(23, 16) && left(23, 47));
-  EXPECT_FALSE(left(23, 15) || left(23, 48));
-  EXPECT_TRUE(left(31, 7) && left(31, 24) && left(31, 39) && left(31, 56));
-  EXPECT_FALSE(left(31, 8) || left(31, 23) || left(31, 40) || left(31, 55));
-  int ones = 0;
-  for (const auto& row : kDiagonalMask)
-    for (auto m : row) ones += m;
-  EXPECT_EQ(ones, 32 * 32);  // every row sends half its columns each way
-}
-
 TEST(DoubleHalfColumn, ReadsItsOwnTableAtTheRowEnd) {
   // One pixel of level 230 in a one-row band: s = 230 > 128, paper, e = 230 - 255 = -25. x = 0 is
   // even, so the half-column member adds its table's 18.8 (the quarter-column table would add

@@ -277,19 +277,6 @@ TEST_F(LoaderTest, TextTablesBeyondTheFormatAreRefusedUntouched) {
   EXPECT_EQ(LoadLayerFile(*e, "ok19.txt"), kOk);
 }
 
-TEST(BayerMatrix, RowsAndCorners) {
-  auto e = std::make_unique<Engine>();
-  BuildBayerMatrix(e->tables);
-  const std::uint8_t row0[16] = {0, 128, 32, 160, 8, 136, 40, 168, 2, 130, 34, 162, 10, 138, 42, 170};
-  const std::uint8_t row1[16] = {192, 64, 224, 96, 200, 72, 232, 104, 194, 66, 226, 98, 202, 74, 234, 106};
-  for (std::size_t c = 0; c < 16; ++c) {
-    EXPECT_EQ(e->tables.bayer[0][c], row0[c]) << c;
-    EXPECT_EQ(e->tables.bayer[1][c], row1[c]) << c;
-  }
-  EXPECT_EQ(e->tables.bayer[15][0], 255);
-  EXPECT_EQ(e->tables.bayer[15][15], 85);
-}
-
 // Through the exported names: the hidden codes reach halftone_last_load_status.
 TEST(LoaderExports, ReturnCodesAndRecordedStatus) {
   TempFolder folder;
