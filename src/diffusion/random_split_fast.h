@@ -275,6 +275,33 @@ struct FastSplit {
     return t;
   }
 
+  // Whether every code sends a third of e one way and the rest the other (the spine's split),
+  // so a window table whose part is the third holds both shares.
+  static constexpr bool kThirdOrRest = [] {
+    for (unsigned c = 0; c < kCodes; ++c) {
+      const Split sp = kSplits[c];
+      if (!(sp.along == Share::kThird && sp.below == Share::kRestAfterThird) &&
+          !(sp.along == Share::kRestAfterThird && sp.below == Share::kThird))
+        return false;
+    }
+    return true;
+  }();
+  // The along share by code where kThirdOrRest: the entry's third or rest, and the product that
+  // forms it from an error with a curve term added.
+  struct ThirdsAlong {
+    unsigned field[kCodes];
+    ShareProduct product[kCodes];
+  };
+  static constexpr ThirdsAlong MakeThirdsAlong() {
+    ThirdsAlong t{};
+    for (unsigned c = 0; c < kCodes; ++c) {
+      const bool rest = kSplits[c].along == Share::kRestAfterThird;
+      t.field[c] = rest ? kEntryRest : kEntryPart;
+      t.product[c] = ProductOfShare(1, 3, rest);
+    }
+    return t;
+  }
+
   // Shares {along, below} of error e for the drawn code; `half` is DivTrunc2(e).
   template <bool kMasks = false>
   static void SharesWithHalf(unsigned code, int e, int half, int& along, int& below) {
@@ -586,6 +613,11 @@ class LockstepScan {
   // Whether a pixel of a row with these splits can take its error's half from a table decider.
   template <class Splits>
   static constexpr bool kTableHalves = PartDivisorOf<Decider>() == 2 && Splits::kTakesHalf;
+  // Whether a pixel of a row with these splits takes its third and rest from a window table.
+  template <class Splits>
+  static constexpr bool kTableThirds = PartDivisorOf<Decider>() == 3 && Splits::kThirdOrRest;
+  template <class Splits>
+  static constexpr bool kTableParts = kTableHalves<Splits> || kTableThirds<Splits>;
 
   // Whether a split's share carried along takes a multiply (thirds, quarters), not masks alone.
   template <class Splits>
@@ -617,7 +649,7 @@ class LockstepScan {
   // The value carried along a row: an int held to 16 bits at every pixel, or in a pass whose
   // inner rows read a window table (TablePixel, SharePixel) a plain sum in a full register.
   static constexpr bool kWindowRows =
-      kTableHalves<FastSplit<Pass, RowKind::kInnerLtr>> || kTableHalves<FastSplit<Pass, RowKind::kInnerRtl>> ||
+      kTableParts<FastSplit<Pass, RowKind::kInnerLtr>> || kTableParts<FastSplit<Pass, RowKind::kInnerRtl>> ||
       kShareRows<FastSplit<Pass, RowKind::kInnerLtr>> || kShareRows<FastSplit<Pass, RowKind::kInnerRtl>>;
   using CarriedValue = std::conditional_t<kWindowRows, std::ptrdiff_t, int>;
 
@@ -640,6 +672,9 @@ class LockstepScan {
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
     if constexpr (kTableHalves<Splits>) {
       TablePixel<kLtr, kLast, kKeepCur, Splits>(st, decide, x, odd);
+      return;
+    } else if constexpr (kTableThirds<Splits>) {
+      ThirdsPixel<kLtr, kLast, kKeepCur, Splits>(st, decide, x, odd);
       return;
     } else if constexpr (!kLast && kShareRows<Splits>) {
       SharePixel<kLtr, kKeepCur, Splits>(st, decide, x, odd);
@@ -721,6 +756,50 @@ class LockstepScan {
     st.v = (st.cur[kLtr ? x + 1 : x - 1] + off) + on;
   }
 
+  // A pixel of a row that sends a third of its error one way and the rest the other, its
+  // error, third and rest read from a window table (kTableThirds): TablePixel's chain, with the
+  // drawn bit picking the third's or the rest's field, or with a curve term their product.
+  template <bool kLtr, bool kLast, bool kKeepCur, class Splits>
+  HALFTONE_FORCE_INLINE void ThirdsPixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
+    static constexpr typename Splits::ThirdsAlong kAlong = Splits::MakeThirdsAlong();
+    const std::uint8_t s = st.in[x];
+    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
+    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
+    const int term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
+    const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
+    const unsigned code = (word >> 1) & kCodeMask;
+    std::ptrdiff_t on, off = 0;
+    int b;
+    if (decide.InWindow(st.v)) [[likely]] {
+      const std::int16_t* column = PinnedAddress(decide.Column(s, kEntryErr));
+      const std::ptrdiff_t at = st.v * kEntryFields;
+      ShiftIn<kLtr>(st.acc, static_cast<unsigned>(column[at + kEntryCode]));
+      const std::ptrdiff_t err = column[at + kEntryErr];
+      if (has_term) {
+        // Levels and terms are bytes, so within the window the error with its term keeps to
+        // 16 bits.
+        const std::ptrdiff_t e = err + term;
+        const ShareProduct& along = kAlong.product[code];
+        on = HighWord(e, along.mul);
+        off = DividingStep(along, e);
+        b = static_cast<int>(e - on - off);
+      } else {
+        on = PinnedAddress(column + kAlong.field[code])[at];
+        b = static_cast<int>(err - on);
+      }
+    } else {
+      // Outside the window: the value held to 16 bits, the error held again after its term.
+      const PartOutcome o = decide.DecideWithPart(Store16(static_cast<int>(st.v)), s);
+      ShiftIn<kLtr>(st.acc, o.code);
+      const int e = has_term ? Store16(o.err + term) : o.err;
+      const int third = has_term ? DivTrunc3(e) : o.part;
+      on = kAlong.field[code] == kEntryRest ? e - third : third;
+      b = e - static_cast<int>(on);
+    }
+    PassOn<kLtr, kLast>(st, x, b);
+    st.v = (st.cur[kLtr ? x + 1 : x - 1] + off) + on;
+  }
+
   // A pixel of an inner row whose along share comes from an AlongShareTable (kShareRows). The
   // chain from pixel to pixel is the carried value, its share and the next value: the drawn
   // code picks the share's column before the value is known, and the value is kept as a plain
@@ -766,7 +845,8 @@ class LockstepScan {
   template <bool kLtr, bool kLast>
   HALFTONE_FORCE_INLINE static void PassOn(Lane& st, std::size_t x, int b) {
     if constexpr (kLast) {
-      if (st.carry) st.carry[x] = Store16(b);
+      if constexpr (!kLtr || kScan.ltr_last_carries)
+        if (st.carry) st.carry[x] = Store16(b);
     } else {
       st.next[x] = Store16(st.in_below[x] + b);
     }
@@ -828,7 +908,8 @@ class LockstepScan {
   // only the last two rows of a band need.
   template <bool kLtr, bool kLast, bool kKeepCur>
   void LanesRow(std::size_t y) {
-    constexpr std::size_t kRowEndDraws = (kLast || kScan.inner_row_end.draw == EndDraw::kNone) ? 0 : 1;
+    constexpr EndDraw kEndDraw = kLast ? kScan.last_row_end.draw : kScan.inner_row_end.draw;
+    constexpr std::size_t kRowEndDraws = kEndDraw == EndDraw::kNone ? 0 : 1;
     const std::size_t w = band_.w;
     const Decider& decide = decide_;
     Lane st[kLanes];
@@ -861,17 +942,21 @@ class LockstepScan {
       const std::uint8_t s = ln.in[x];
       ln.cur[x] = static_cast<std::int16_t>(ln.v);
       const int held = ln.cur[x];  // the carried value, held to 16 bits
-      if constexpr (kLast) {
+      if constexpr (kLast && kEndDraw == EndDraw::kNone) {
         // The pixel ending the band: its dot only.
         const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : held;
         ShiftIn<kLtr>(ln.acc, decide.Decide(vd, s).code);
       } else {
+        const RowEndRule& rule = kLast ? kScan.last_row_end : kScan.inner_row_end;
         const Outcome o = decide.Decide(held, s);
         ShiftIn<kLtr>(ln.acc, o.code);
         const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
         unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
-        if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words_[l][w - 1] >> 1) & 1u;
-        ln.next[x] = Store16(ln.in_below[x] + ShareOf(kScan.inner_row_end.below[bit], e));
+        if constexpr (kEndDraw == EndDraw::kUsed) bit = (words_[l][w - 1] >> 1) & 1u;
+        if constexpr (kLast)
+          PassOn<kLtr, true>(ln, x, ShareOf(rule.below[bit], e));
+        else
+          ln.next[x] = Store16(ln.in_below[x] + ShareOf(rule.below[bit], e));
       }
       // A forward row's last byte may be partial: its dots move up to the byte's high end.
       if constexpr (kLtr) ln.acc <<= Shift(x);

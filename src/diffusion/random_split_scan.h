@@ -88,6 +88,13 @@ struct ScanTraits {
   // required: the single-dot-size routines decide the pixel ending a left-to-right last row on
   // working row B at w-1 (the first pixel of the row before, or stale content when h = 1).
   bool ltr_last_end_reads_b;
+  // The pixel ending the band: by default its dot only (no curve term, no draw, its error
+  // dropped); with a draw, it sends a share down like the pixel ending an inner row.
+  RowEndRule last_row_end = {EndDraw::kNone, {Share::kNone, Share::kNone}};
+  // Whether a left-to-right last row hands its downward shares to the band-carry row (the
+  // spine's does not: only its right-to-left last row carries, so an odd-height band carries
+  // nothing into the next band).
+  bool ltr_last_carries = true;
 };
 
 // The outcome of one decision: the code written into the dot plane (0 writes nothing) and the
@@ -141,7 +148,8 @@ class PlaneScan {
   // but the last of each row, plus one at the end of every inner row where the row end draws.
   static constexpr std::size_t DrawsPerPlane(std::size_t w, std::size_t h) {
     const std::size_t row_end = Pass::kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
-    return (h - 1) * (w - 1 + row_end) + (w - 1);
+    const std::size_t band_end = Pass::kScan.last_row_end.draw == EndDraw::kNone ? 0 : 1;
+    return (h - 1) * (w - 1 + row_end) + (w - 1 + band_end);
   }
 
   PlaneScan(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, Draws& random,
@@ -229,8 +237,8 @@ class PlaneScan {
     next[x] = Store16(next[x] + ShareOf(kScan.inner_row_end.below[bit], e));
   }
 
-  // Row h-1: the downward shares are stored into the band-carry row (an assignment) whatever
-  // the direction; nothing of the next row is loaded.
+  // Row h-1: the downward shares are stored into the band-carry row (an assignment), in either
+  // direction unless a left-to-right last row carries nothing; nothing of the next row is loaded.
   template <bool kLtr>
   void LastRow(std::size_t y) {
     const std::size_t w = band_.w;
@@ -244,14 +252,29 @@ class PlaneScan {
       const int e = Quantise<kLtr>(cur[x], x, in[x], out, true);
       const Split split = kScan.splits.last[DrawSplitCode()];
       cur[along] = Store16(cur[along] + ShareOf(split.along, e));
-      if (rows_.carry) rows_.carry[x] = Store16(ShareOf(split.below, e));
+      Carry<kLtr>(x, ShareOf(split.below, e));
     }
 
-    // required: the pixel ending the band gets its dot only: no curve term, no draw, and its
-    // error is dropped, so its carry entry stays 0.
     const std::size_t x = kLtr ? w - 1 : 0;
-    const std::int16_t v = (kLtr && kScan.ltr_last_end_reads_b) ? rows_.b[x] : cur[x];
-    Quantise<kLtr>(v, x, in[x], out, false);
+    if constexpr (kScan.last_row_end.draw == EndDraw::kNone) {
+      // required: the pixel ending the band gets its dot only: no curve term, no draw, and its
+      // error is dropped, so its carry entry stays 0.
+      const std::int16_t v = (kLtr && kScan.ltr_last_end_reads_b) ? rows_.b[x] : cur[x];
+      Quantise<kLtr>(v, x, in[x], out, false);
+    } else {
+      const int e = Quantise<kLtr>(cur[x], x, in[x], out, true);
+      unsigned bit = 0;
+      if constexpr (kScan.last_row_end.draw == EndDraw::kIgnored)
+        random_.NextStateWord();
+      else
+        bit = random_.NextBit();
+      Carry<kLtr>(x, ShareOf(kScan.last_row_end.below[bit], e));
+    }
+  }
+
+  template <bool kLtr>
+  void Carry(std::size_t x, int share) {
+    if (rows_.carry && (!kLtr || kScan.ltr_last_carries)) rows_.carry[x] = Store16(share);
   }
 
   const Pass& pass_;
