@@ -26,12 +26,12 @@ using namespace halftone_test;
 TEST(RandomSplitFast, DivisionsTruncateTowardZeroForEveryShareOperand) {
   // A share is formed from a 16-bit error times at most 4.
   for (int x = -4 * 32768; x <= 4 * 32767; ++x) {
-    ASSERT_EQ(random_split::DivTrunc2(x), x / 2) << x;
-    ASSERT_EQ(random_split::DivTrunc3(x), x / 3) << x;
-    ASSERT_EQ(random_split::DivTrunc4(x), x / 4) << x;
+    ASSERT_EQ(halftone::DivTrunc2(x), x / 2) << x;
+    ASSERT_EQ(halftone::DivTrunc3(x), x / 3) << x;
+    ASSERT_EQ(halftone::DivTrunc4(x), x / 4) << x;
     // Either side of a split into thirds as a product: high word and step.
-    ASSERT_EQ(random_split::ShareByProduct(random_split::ProductOfShare(1, 3, false), x), x / 3) << x;
-    ASSERT_EQ(random_split::ShareByProduct(random_split::ProductOfShare(1, 3, true), x), x - x / 3) << x;
+    ASSERT_EQ(halftone::ShareByProduct(halftone::ProductOfShare(1, 3, false), x), x / 3) << x;
+    ASSERT_EQ(halftone::ShareByProduct(halftone::ProductOfShare(1, 3, true), x), x - x / 3) << x;
   }
 }
 
@@ -72,7 +72,7 @@ TEST(RandomSplitFast, SplitFormsGiveTheReferenceShares) {
   static_assert(kForm.below.kind == random_split::ColumnKind::kComplement);
   for (int e = -32768; e <= 32767; ++e)
     for (unsigned c = 0; c < 4; ++c) {
-      const int along = random_split::DivTrunc3(kForm.along.num[c] * e);
+      const int along = halftone::DivTrunc3(kForm.along.num[c] * e);
       ASSERT_EQ(along, random_split::ShareOf(kSplits[c].along, e));
       ASSERT_EQ(e - along, random_split::ShareOf(kSplits[c].below, e));
     }
@@ -97,7 +97,7 @@ TEST(RandomSplitFast, TableRowsCarryTheReferenceShareAlong) {
   constexpr Splits::TableAlong kAlong = Splits::MakeTableAlong();
   for (int e = -65536; e <= 65535; ++e) {
     const std::int16_t entry[random_split::kEntryFields] = {static_cast<std::int16_t>(e),
-                                                            static_cast<std::int16_t>(random_split::DivTrunc2(e)), 0, 0};
+                                                            static_cast<std::int16_t>(halftone::DivTrunc2(e)), 0, 0};
     for (unsigned c = 0; c < Splits::kCodes; ++c) {
       const int want = random_split::ShareOf(random_split::kHalvesThenThirds.inner_ltr[c].along, e);
       const std::int64_t formed = ((std::int64_t{e} * kAlong.mul[c]) >> 32) + (std::int64_t{e < 0} & kAlong.step[c]);
@@ -133,10 +133,10 @@ TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
         const random_split::PartOutcome h = halves->DecideWithPart(v, r), t = thirds->DecideWithPart(v, r);
         ASSERT_EQ(h.code, code) << "round " << round << " v " << v << " r " << r;
         ASSERT_EQ(Store16(h.err), err);
-        ASSERT_EQ(h.part, random_split::DivTrunc2(err));
+        ASSERT_EQ(h.part, halftone::DivTrunc2(err));
         ASSERT_EQ(t.code, code);
         ASSERT_EQ(Store16(t.err), err);
-        ASSERT_EQ(t.part, random_split::DivTrunc3(err));
+        ASSERT_EQ(t.part, halftone::DivTrunc3(err));
         if (random_split::ClampedDecisionTable<3>::InWindow(v)) {
           // The fields a scan reads by column, the rest among them.
           using T = random_split::ClampedDecisionTable<3>;

@@ -80,9 +80,9 @@ TEST(RestrictedFast, ProductSplitsMatchEveryTruncatedRuleForEveryError) {
     for (int num = 0; num <= den; ++num)
       for (const bool to_ahead : {true, false}) {
         const ShareRule rule{num, den, Rounding::kTrunc, to_ahead};
-        const random_split::ShareProduct product = serpentine_lockstep::ProductOf(rule);
+        const halftone::ShareProduct product = serpentine_lockstep::ProductOf(rule);
         for (int e = kLowestError; e <= kHighestError; ++e)
-          ASSERT_EQ(random_split::ShareByProduct(product, e), Apply(rule, e).ahead)
+          ASSERT_EQ(halftone::ShareByProduct(product, e), Apply(rule, e).ahead)
               << num << "/" << den << (to_ahead ? " ahead" : " down") << " e " << e;
       }
 }

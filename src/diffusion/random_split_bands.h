@@ -12,6 +12,53 @@
 
 namespace halftone::random_split {
 
+// Widest group a pass runs well in: a pass whose lanes hold many live values (a decision
+// table and curve terms) may ask for narrower groups with `kLockstep`; measured, not derived.
+template <class Pass>
+constexpr unsigned LockstepWidth() {
+  if constexpr (requires { Pass::kLockstep; })
+    return Pass::kLockstep;
+  else
+    return kMaxLockstep;
+}
+
+// Runs a group of kLanes lanes; each lane's generator is left after its plane's draws.
+template <class Pass, class Decider, unsigned kLanes>
+void RunLockstepOf(const Decider& decide, const Band& band, FastLane* lanes, const ToneCurveSet& curves) {
+  LockstepScan<Pass, Decider, kLanes> scan(decide, band, lanes, curves);
+  scan.Run();
+  for (unsigned l = 0; l < kLanes; ++l) lanes[l].random = scan.random(l);
+}
+
+// Runs a group of n lanes (n at most the pass's width). Only group sizes up to that width are
+// built: each is a large function.
+template <class Pass, class Decider>
+void RunLockstep(const Decider& decide, const Band& band, FastLane* lanes, unsigned n, const ToneCurveSet& curves) {
+  constexpr unsigned kWidest = LockstepWidth<Pass>();
+  if constexpr (kWidest >= 4) {
+    if (n >= 4) return RunLockstepOf<Pass, Decider, 4>(decide, band, lanes, curves);
+  }
+  if constexpr (kWidest >= 3) {
+    if (n == 3) return RunLockstepOf<Pass, Decider, 3>(decide, band, lanes, curves);
+  }
+  if constexpr (kWidest >= 2) {
+    if (n == 2) return RunLockstepOf<Pass, Decider, 2>(decide, band, lanes, curves);
+  }
+  RunLockstepOf<Pass, Decider, 1>(decide, band, lanes, curves);
+}
+
+// Where each plane's slice of a band's random stream starts: plane p's generator is the
+// engine's jumped p slices on. The engine's generator is left after all planes' slices, as the
+// sequential scan leaves it. Returns the planes' starting generators.
+inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::size_t per_plane) {
+  if (planes == 0) return nullptr;  // no plane draws; the generator stays where it is
+  RandomBitSource* starts = SliceStarts(engine, planes, per_plane);
+  if (planes == 1) return starts;  // the single lane hands its generator back itself
+  engine.random = starts[planes - 1];
+  engine.random.Skip(engine.draws.Jump(per_plane));
+  return starts;
+}
+
 #if HALFTONE_VECTOR_ROWS
 // A pass's vector decision: its own (`Vector()`, engaged where its quantiser allows), or
 // lookups in its scalar table where it asks for them (`kVectorTable`).

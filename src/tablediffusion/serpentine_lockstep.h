@@ -16,16 +16,14 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "diffusion/random_split_fast.h"
 #include "frame/band.h"
 #include "frame/band_draws.h"
 #include "frame/engine.h"
 #include "frame/lockstep.h"
+#include "frame/share_arithmetic.h"
 #include "tablediffusion/error_shares.h"
 
 namespace halftone::serpentine_lockstep {
-
-using random_split::DivTrunc;
 
 // The ahead share of error e under a member's share choice, branch-free. `bit` is the drawn
 // split bit (ignored by a choice that draws nothing). Rules are fractions num/den of e,
@@ -36,13 +34,13 @@ HALFTONE_FORCE_INLINE constexpr int AheadOf(int e) {
   const int share = DivTrunc<R.den>(R.num * e);
   return R.to_ahead ? share : e - share;
 }
-// A truncated rule's ahead share as a product (random_split::ProductOfShare): a share that
+// A truncated rule's ahead share as a product (ProductOfShare): a share that
 // goes ahead is the fraction of e, one that goes down leaves the rest ahead. A test checks
 // every rule up to quarters for every error a pixel here can hold.
-constexpr random_split::ShareProduct ProductOf(const ShareRule& r) {
+constexpr ShareProduct ProductOf(const ShareRule& r) {
   if (r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 4 || r.num < 0 || r.num > r.den)
     throw "truncated fractions up to quarters only";
-  return random_split::ProductOfShare(r.num, r.den, !r.to_ahead);
+  return ProductOfShare(r.num, r.den, !r.to_ahead);
 }
 
 template <ShareChoice C>
@@ -58,8 +56,8 @@ HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
     if constexpr (kDivides(C.rules[0]) || kDivides(C.rules[1])) {
       // The bit picks the multiplier before e is known, so the chain through e is one multiply
       // and one shift, not both rules' divisions and a select.
-      static constexpr random_split::ShareProduct kByBit[2] = {ProductOf(C.rules[0]), ProductOf(C.rules[1])};
-      return static_cast<int>(random_split::ShareByProduct(kByBit[bit & 1u], e));
+      static constexpr ShareProduct kByBit[2] = {ProductOf(C.rules[0]), ProductOf(C.rules[1])};
+      return static_cast<int>(ShareByProduct(kByBit[bit & 1u], e));
     } else {
       // Whole error or none: masks.
       const int a0 = AheadOf<C.rules[0]>(e), a1 = AheadOf<C.rules[1]>(e);
@@ -74,7 +72,7 @@ HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
 //   part  = high word of e * mul, plus one for negative e where the rule divides
 //           (e/2 or e/3 truncated toward zero; 0 for the whole error or none of it);
 //   ahead = (e & whole) + ((part ^ negate) - negate),
-// where negate makes a down share's rest e minus it; part is random_split::MulHighTrunc with
+// where negate makes a down share's rest e minus it; part is MulHighTrunc with
 // den's rounded-up reciprocal.
 struct AheadMasks {
   int whole;
@@ -86,11 +84,11 @@ constexpr AheadMasks MasksOf(const ShareRule& r) {
   if (r.num != 1 || r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 3)
     throw "only the whole error, halves and thirds, truncated";
   if (r.den == 1) return {r.to_ahead ? -1 : 0, 0, 0, 0};
-  const auto mul = static_cast<std::uint32_t>(random_split::RoundedUpReciprocal(r.den));
+  const auto mul = static_cast<std::uint32_t>(RoundedUpReciprocal(r.den));
   return r.to_ahead ? AheadMasks{0, mul, -1, 0} : AheadMasks{-1, mul, -1, -1};
 }
 HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
-  const int part = random_split::MulHighTrunc(e, m.mul, m.divides);
+  const int part = MulHighTrunc(e, m.mul, m.divides);
   return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
 
