@@ -43,11 +43,11 @@ TEST(RandomSplitFast, VectorPartsTruncateTowardZeroForEvery16BitError) {
     alignas(16) std::int16_t in[8], half[8], third[8], two[8], quarter[8], three[8];
     for (int k = 0; k < 8; ++k) in[k] = static_cast<std::int16_t>(e0 + k);
     const __m128i e = _mm_load_si128(reinterpret_cast<const __m128i*>(in));
-    _mm_store_si128(reinterpret_cast<__m128i*>(half), random_split::vec::Half(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(third), random_split::vec::Third(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(two), random_split::vec::TwoThirds(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(quarter), random_split::vec::Quarter(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(three), random_split::vec::ThreeQuarters(e));
+    _mm_store_si128(reinterpret_cast<__m128i*>(half), halftone::vec::Half(e));
+    _mm_store_si128(reinterpret_cast<__m128i*>(third), halftone::vec::Third(e));
+    _mm_store_si128(reinterpret_cast<__m128i*>(two), halftone::vec::TwoThirds(e));
+    _mm_store_si128(reinterpret_cast<__m128i*>(quarter), halftone::vec::Quarter(e));
+    _mm_store_si128(reinterpret_cast<__m128i*>(three), halftone::vec::ThreeQuarters(e));
     for (int k = 0; k < 8; ++k) {
       ASSERT_EQ(half[k], ShareOf(Share::kHalf, in[k])) << in[k];
       ASSERT_EQ(third[k], ShareOf(Share::kThird, in[k])) << in[k];

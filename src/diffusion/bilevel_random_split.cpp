@@ -150,10 +150,10 @@ struct BilevelPass {
       __m128i full;
     };
     HALFTONE_FORCE_INLINE Sample Prepare(__m128i s) const {
-      return {_mm_cmpeq_epi16(s, random_split::vec::Splat(kFullSample))};
+      return {_mm_cmpeq_epi16(s, halftone::vec::Splat(kFullSample))};
     }
     HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample k, __m128i term, __m128i& code) const {
-      using random_split::vec::Splat;
+      using halftone::vec::Splat;
       const __m128i above = _mm_cmpgt_epi16(v, Splat(kThreshold));
       const __m128i one = Splat(1);
       __m128i dot = kMember.sense == Sense::kLightness ? _mm_andnot_si128(above, one) : _mm_and_si128(above, one);

@@ -104,7 +104,7 @@ struct FixedLevelsPass {
     return t;
   }
 #if HALFTONE_VECTOR_ROWS
-  using VectorDecide = random_split::FixedStepsDecide<kFixedThresholds, kFixedLevels, kLargestCode>;
+  using VectorDecide = halftone::FixedStepsDecide<kFixedThresholds, kFixedLevels, kLargestCode>;
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
 #endif
 };

@@ -24,7 +24,7 @@ struct FourLevelVector {
 
   static std::optional<FourLevelVector> Of(const FourLevels& lv) {
     if (!(lv.L0 <= lv.L1 && lv.L1 <= lv.L2 && lv.L2 <= lv.L3)) return std::nullopt;
-    using random_split::vec::Splat;
+    using halftone::vec::Splat;
     const int t_none = lv.M23, t_b = lv.M12, t_a = lv.M01;
     const int lo_none = lv.L2, lo_b = lv.L1, lo_a = lv.L0;
     const int d_none = lv.L3 - lv.L2, d_b = lv.L2 - lv.L1, d_a = lv.L1 - lv.L0;
@@ -35,7 +35,7 @@ struct FourLevelVector {
   }
 
   HALFTONE_FORCE_INLINE Sample Prepare(__m128i r) const {
-    using random_split::vec::Splat;
+    using halftone::vec::Splat;
     const __m128i a = _mm_cmpgt_epi16(l1_above, r), b = _mm_cmpgt_epi16(l2_above, r);  // a implies b
     const auto by_class = [&](__m128i none, __m128i step_b, __m128i step_a) HALFTONE_FORCE_INLINE {
       return _mm_add_epi16(_mm_add_epi16(none, _mm_and_si128(b, step_b)), _mm_and_si128(a, step_a));

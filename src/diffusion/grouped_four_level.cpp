@@ -84,7 +84,7 @@ struct FixedLevelsPass {
     return t;
   }
 #if HALFTONE_VECTOR_ROWS
-  using VectorDecide = random_split::FixedStepsDecide<kFixedThresholds, kFixedLevels, kCodeL0>;
+  using VectorDecide = halftone::FixedStepsDecide<kFixedThresholds, kFixedLevels, kCodeL0>;
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
 #endif
 };
@@ -117,7 +117,7 @@ struct SingleDotPass {
     struct Sample {};
     HALFTONE_FORCE_INLINE Sample Prepare(__m128i) const { return {}; }
     HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample, __m128i term, __m128i& code) const {
-      using random_split::vec::Splat;
+      using halftone::vec::Splat;
       const __m128i above = _mm_cmpgt_epi16(v, Splat(kSingleDotThreshold));
       code = _mm_andnot_si128(above, Splat(kDotCode));
       return _mm_sub_epi16(_mm_add_epi16(v, term), _mm_and_si128(above, Splat(kPaper)));

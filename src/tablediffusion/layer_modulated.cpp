@@ -220,7 +220,7 @@ void FastBand(Engine& engine, const Band& band) {
   const LayerKernel<M> kernel{ltr.data(), rtl.data(), &engine.tables.layers};
 #if HALFTONE_VECTOR_ROWS
   if constexpr (LayerKernel<M>::kVectorRows) {
-    if (VectorRowsOn() && band.h >= 2 && band.planes >= random_split::kVectorLanes)
+    if (VectorRowsOn() && band.h >= 2 && band.planes >= halftone::kVectorLanes)
       return serpentine_lockstep::RunBandVector(kernel, engine, band);
   }
 #endif

@@ -270,7 +270,7 @@ struct FourLevelWindow {
 inline constexpr FourLevelWindow kFourLevelWindow{};
 
 #if HALFTONE_VECTOR_ROWS
-using VectorMemory = random_split::VectorRowsMemory;
+using VectorMemory = halftone::VectorRowsMemory;
 #else
 struct VectorMemory {};  // no vector rows on this target
 #endif
@@ -349,7 +349,7 @@ class LockstepDiffusion {
   // Vector inner rows for a full group of a bilevel member. The four-level member's quantiser
   // costs more as vector compares than its window table does here (measured 0.96-0.99 times the
   // scalar rate), so it stays scalar.
-  static constexpr bool kVectorRows = M.bits == 1 && kLanes == random_split::kVectorLanes;
+  static constexpr bool kVectorRows = M.bits == 1 && kLanes == halftone::kVectorLanes;
 #endif
 
   // `vector`, for a group of kVectorLanes planes: scratch rows in which the inner rows run as
@@ -502,8 +502,8 @@ class LockstepDiffusion {
   // ending each row, are done in ints, lane by lane.
   void VectorRows(const VectorMemory& mem) {
     const std::size_t w = band_.w;
-    std::memset(mem.dots, 0, random_split::VectorRowsMemory::Columns(w) * kLanes);
-    random_split::ScanInnerRows(band_.h, [&]<bool kLtr, bool kKeep>(std::size_t y) {
+    std::memset(mem.dots, 0, halftone::VectorRowsMemory::Columns(w) * kLanes);
+    halftone::ScanInnerRows(band_.h, [&]<bool kLtr, bool kKeep>(std::size_t y) {
       VectorRow<kLtr, kKeep>(y, mem);
     });
   }
@@ -525,7 +525,7 @@ class LockstepDiffusion {
     const std::size_t w = band_.w;
     const std::uint8_t* in[kLanes];
     for (unsigned l = 0; l < kLanes; ++l) in[l] = band_.In(y, lanes_[l].p);
-    random_split::InterleaveBytes(in, w, mem.samples);
+    halftone::InterleaveBytes(in, w, mem.samples);
     const std::uint32_t* even = VectorRecordsOf<M>(kLtr).data();
     const std::uint32_t* odd = even + kRecordsPerParity;
     constexpr int kLimit = DrawLimit(M, kLtr);
@@ -555,7 +555,7 @@ class LockstepDiffusion {
 
   template <bool kLtr, bool kKeep>
   void VectorRow(std::size_t y, const VectorMemory& mem) {
-    using namespace random_split::vec;
+    using namespace halftone::vec;
     PrepareVectorRow<kLtr>(y, mem);
     const std::size_t w = band_.w;
     std::int16_t* const cur = kLtr ? rows_a_ : rows_b_;
@@ -595,7 +595,7 @@ class LockstepDiffusion {
     }
     std::uint8_t* out[kLanes];
     for (unsigned l = 0; l < kLanes; ++l) out[l] = band_.Out(y, lanes_[l].p);
-    random_split::PackDots<kBits>(dots, w, out, kLanes);
+    halftone::PackDots<kBits>(dots, w, out, kLanes);
   }
 
   [[gnu::noinline]] static void IntColumn(__m128i held, std::size_t at, const VectorMemory& mem,
@@ -615,7 +615,7 @@ class LockstepDiffusion {
 
   static constexpr int kBilevelLevels[2] = {0, kWhite};
   static constexpr int kBilevelThresholds[1] = {kBilevelThreshold};
-  using Decide = random_split::FixedStepsDecide<kBilevelThresholds, kBilevelLevels, 1>;
+  using Decide = halftone::FixedStepsDecide<kBilevelThresholds, kBilevelLevels, 1>;
 #endif
 
   const FastTables& tables_;
@@ -669,11 +669,11 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
                    has_last ? engine.rows.b() : nullptr, vector);
   };
 #if HALFTONE_VECTOR_ROWS
-  using random_split::kVectorLanes;
+  using halftone::kVectorLanes;
   if constexpr (LockstepDiffusion<M, kVectorLanes>::kVectorRows) {
     if (VectorRowsOn() && planes >= kVectorLanes && band.h >= 2) {
       // Groups of four planes as vector lanes; a smaller rest stays scalar.
-      random_split::ForEachVectorGroup(engine, planes, w, [&](unsigned first, unsigned n, VectorMemory mem) {
+      halftone::ForEachVectorGroup(engine, planes, w, [&](unsigned first, unsigned n, VectorMemory mem) {
         run(first, n, n == kVectorLanes ? &mem : nullptr);
       });
       return;

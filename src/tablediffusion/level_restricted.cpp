@@ -296,7 +296,7 @@ void FastBand(Engine& engine, const Band& band, const Levels& lv) {
     const BilevelKernel<M> kernel{ltr.data(), rtl.data(), &engine.tables.bias};
 #if HALFTONE_VECTOR_ROWS
     if constexpr (BilevelKernel<M>::kVectorRows) {
-      if (VectorRowsOn() && band.h >= 2 && band.planes >= random_split::kVectorLanes)
+      if (VectorRowsOn() && band.h >= 2 && band.planes >= halftone::kVectorLanes)
         return serpentine_lockstep::RunBandVector(kernel, engine, band);
     }
 #endif

@@ -16,14 +16,11 @@
 #include <cstdint>
 #include <cstring>
 
-#include "diffusion/random_split_vector.h"
+#include "frame/vector_lanes.h"
 #include "tablediffusion/serpentine_lockstep.h"
 
 #if HALFTONE_VECTOR_ROWS
 namespace halftone::serpentine_lockstep {
-
-using random_split::kVectorLanes;
-using random_split::VectorRowsMemory;
 
 // A pixel's split rule as flags in the top bits of a 16-bit entry, so each flag becomes a lane
 // mask with a shift left and an arithmetic shift right. The ahead share is
@@ -100,7 +97,7 @@ HALFTONE_FORCE_INLINE inline __m128i FlagMask(__m128i flags) {
 // names are formed.
 template <std::uint16_t kAny, std::uint16_t kEvery>
 HALFTONE_FORCE_INLINE inline __m128i AheadByFlags(__m128i e, __m128i flags) {
-  using namespace random_split::vec;
+  using namespace halftone::vec;
   __m128i part = _mm_setzero_si128();
   const auto add = [&]<unsigned kBit>(auto fraction) HALFTONE_FORCE_INLINE {
     if constexpr ((kAny >> kBit & 1u) != 0)
@@ -133,7 +130,7 @@ HALFTONE_FORCE_INLINE inline __m128i ColumnRecords(const std::uint32_t* column) 
 // biased value, less white without a dot.
 template <int kThreshold, int kWhite>
 HALFTONE_FORCE_INLINE inline __m128i BilevelVectorError(__m128i s, __m128i biased, __m128i& dot) {
-  using random_split::vec::Splat;
+  using halftone::vec::Splat;
   dot = _mm_cmpgt_epi16(Splat(kThreshold + 1), s);
   return _mm_sub_epi16(biased, _mm_andnot_si128(dot, Splat(kWhite)));
 }
@@ -165,14 +162,14 @@ class VectorScan {
         mem_.cur[kVectorLanes * x + l] = lanes_[l].carry[x];
         if (l < n_) lanes_[l].carry[x] = 0;
       }
-    random_split::ScanInnerRows(h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
+    halftone::ScanInnerRows(h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
     std::int16_t* a[kVectorLanes];
     std::int16_t* b[kVectorLanes];
     for (unsigned l = 0; l < n_; ++l) {
       a[l] = lanes_[l].a;
       b[l] = lanes_[l].b;
     }
-    random_split::HandBackRows(mem_, w, h, n_, a, b);
+    halftone::HandBackRows(mem_, w, h, n_, a, b);
   }
 
  private:
@@ -201,7 +198,7 @@ class VectorScan {
     const std::size_t w = band_.w;
     const std::uint8_t* in[kVectorLanes];
     for (unsigned l = 0; l < kVectorLanes; ++l) in[l] = band_.In(y, lanes_[l].p);
-    random_split::InterleaveBytes(in, w, mem_.samples);
+    halftone::InterleaveBytes(in, w, mem_.samples);
     auto* out = reinterpret_cast<unsigned char*>(mem_.records());
     const std::uint32_t* even = records_[kLtr];
     const std::uint32_t* odd = records_[kLtr] + kPerParity;
@@ -243,7 +240,7 @@ class VectorScan {
 
   template <bool kLtr, bool kKeep>
   void Row(std::size_t y) {
-    using namespace random_split::vec;
+    using namespace halftone::vec;
     PrepareRow<kLtr>(y);
     const std::size_t w = band_.w;
     k_.SetRow(y);
@@ -318,7 +315,7 @@ class VectorScan {
   void PackRow(std::size_t y) {
     std::uint8_t* out[kVectorLanes];
     for (unsigned l = 0; l < n_; ++l) out[l] = band_.Out(y, lanes_[l].p);
-    random_split::PackDots<kBits>(mem_.dots, band_.w, out, n_);
+    halftone::PackDots<kBits>(mem_.dots, band_.w, out, n_);
   }
 
   Kernel k_;
@@ -337,7 +334,7 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
   const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes, planes);
-  random_split::ForEachVectorGroup(engine, planes, band.w, [&](unsigned first, unsigned n, VectorRowsMemory mem) {
+  halftone::ForEachVectorGroup(engine, planes, band.w, [&](unsigned first, unsigned n, VectorRowsMemory mem) {
     Lane lanes[kVectorLanes];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
