@@ -1,0 +1,314 @@
+// What the fast level-keyed bias diffusion reads per pixel, prepared before a band: its split
+// rules as one multiply and shift each, per direction, parity and input level a table of the
+// level plus bias, the draw and the rule pair, the draw counts that place each plane's slice of
+// the random stream, the quantisers without branches, and the vector lanes' records.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "frame/vector_lanes.h"
+#include "tablediffusion/level_bias_traits.h"
+#include "tablediffusion/serpentine_vector.h"
+
+namespace halftone::level_bias {
+
+// A split rule as one multiply and shift: ahead = (e * mul + (e < 0 ? neg_add : 0)) >> 32.
+// Flooring by a power of two is the plain product shifted; truncation adds den - 1 (scaled)
+// to negative products first; thirds use the 32-bit reciprocal rounded up, which floors every
+// positive and every negative non-multiple one too low, so truncation adds one to negatives.
+// Exact whenever num * e fits in 32 bits; a pixel's error stays within 18 bits.
+struct MulShift {
+  std::int64_t mul;
+  std::int64_t neg_add;
+};
+inline constexpr int kMulShiftBits = 32;
+inline constexpr std::int64_t kMulShiftOne = std::int64_t{1} << kMulShiftBits;
+inline constexpr std::int64_t kThirdReciprocal = 0x55555556;  // ceil(2^32 / 3)
+
+constexpr int Log2Exact(int d) {
+  int k = 0;
+  while ((1 << k) < d) ++k;
+  return (1 << k) == d ? k : -1;
+}
+
+// Whether a rule has a multiply-and-shift form here: the share goes ahead, and the divisor is
+// a power of two up to 4, or 3 with truncation.
+constexpr bool HasMulShift(const ShareRule& r) {
+  if (!r.to_ahead || r.num < 0 || r.num > r.den) return false;
+  if (r.den == 3) return r.rounding == Rounding::kTrunc;
+  return Log2Exact(r.den) >= 0 && r.den <= 4;
+}
+
+constexpr MulShift MulShiftOf(const ShareRule& r) {
+  if (r.den == 3) return {r.num * kThirdReciprocal, kMulShiftOne};
+  const int k = Log2Exact(r.den);
+  const std::int64_t unit = std::int64_t{1} << (kMulShiftBits - k);
+  return {r.num * unit, r.rounding == Rounding::kTrunc ? (r.den - 1) * unit : 0};
+}
+
+inline std::int64_t AheadShare(std::int64_t e, std::int64_t mul, std::int64_t neg_add) {
+  constexpr int kSign = 63;
+  return (e * mul + ((e >> kSign) & neg_add)) >> kMulShiftBits;
+}
+inline int AheadShare(int e, const MulShift& m) { return static_cast<int>(AheadShare(e, m.mul, m.neg_add)); }
+
+// The level band a pixel's input level falls in on a forward or backward row.
+constexpr const LevelBand& BandOf(const LevelBiasTraits& m, int v, bool forward) {
+  for (std::size_t i = 0; i + 1 < m.band_count; ++i)
+    if (v >= (forward ? m.bands[i].lowest_ltr : m.bands[i].lowest_rtl)) return m.bands[i];
+  return m.bands[m.band_count - 1];
+}
+
+// The levels that draw on a row of one direction are those below a limit (the lighter bands
+// choose by parity or not at all); the count of draws a row makes is then a count of samples
+// below it. Zero: the row draws nothing.
+constexpr int DrawLimit(const LevelBiasTraits& m, bool forward) {
+  int limit = 0;
+  while (limit < 256 && BandOf(m, limit, forward).choice.by == Selector::kOneBit) ++limit;
+  return limit;
+}
+constexpr bool DrawsBelowLimitOnly(const LevelBiasTraits& m, bool forward) {
+  const int limit = DrawLimit(m, forward);
+  for (int v = 0; v < 256; ++v) {
+    const Selector by = BandOf(m, v, forward).choice.by;
+    if (by == Selector::kTwoBits || (by == Selector::kOneBit) != (v < limit)) return false;
+  }
+  return true;
+}
+constexpr bool AllRulesHaveMulShift(const LevelBiasTraits& m) {
+  for (std::size_t i = 0; i < m.band_count; ++i)
+    for (const ShareRule& r : m.bands[i].choice.rules)
+      if (!HasMulShift(r)) return false;
+  return true;
+}
+
+// What a pixel needs from its input level, for one scan direction and column parity.
+struct LevelEntry {
+  std::int16_t biased;  // the level plus the bias byte added at this column, if any
+  std::int16_t room;    // the first quantiser threshold less the level
+  std::uint8_t draws;   // 1: the pixel draws one word
+  std::uint8_t rules;   // index into FastTables::rule_words of the pair of split rules
+  std::int16_t bias;    // biased less the level: what this column adds to the error
+};
+
+enum : unsigned { kForward = 0, kBackward = 1 };
+inline constexpr unsigned kMaxRulePairs = 16;
+
+// The split rules as flat 64-bit words: pair k holds {mul, neg_add} for bit 0 at 4k and for
+// bit 1 at 4k + 2, so a pixel's rule sits at its entry's index plus its prepared word.
+inline constexpr unsigned kRuleWords = 2;  // words of one MulShift
+inline constexpr unsigned kPairWords = 2 * kRuleWords;
+
+struct FastTables {
+  std::array<std::array<std::array<LevelEntry, 256>, 2>, 2> entry{};  // [direction][x & 1][level]
+  std::array<std::int64_t, kPairWords * kMaxRulePairs> rule_words{};
+};
+
+// A draw as a pixel uses it: its split bit (bit 1 of the word) as the word offset of that
+// bit's rule within a pair, one byte a draw. With two words a rule, the offset is the word's
+// bit 1 in place.
+inline constexpr unsigned kSplitBit = 1;
+static_assert(kRuleWords == 1u << kSplitBit, "the split bit in place is its rule's offset");
+inline constexpr unsigned kPreparedShift = 0;
+inline constexpr std::uint8_t kPreparedMask = 1u << kSplitBit;
+
+constexpr bool SameRule(const ShareRule& a, const ShareRule& b) {
+  return a.num == b.num && a.den == b.den && a.rounding == b.rounding && a.to_ahead == b.to_ahead;
+}
+
+template <const LevelBiasTraits& M>
+FastTables BuildTables() {
+  constexpr int kFirstThreshold = M.bits == 1 ? kBilevelThreshold : kFourThreshold[0];
+  FastTables t;
+  ShareRule seen[kMaxRulePairs][2];
+  unsigned count = 0;
+  auto pair_of = [&](const ShareRule& bit0, const ShareRule& bit1) {
+    for (unsigned i = 0; i < count; ++i)
+      if (SameRule(seen[i][0], bit0) && SameRule(seen[i][1], bit1)) return i;
+    seen[count][0] = bit0;
+    seen[count][1] = bit1;
+    const MulShift m0 = MulShiftOf(bit0), m1 = MulShiftOf(bit1);
+    const std::int64_t words[kPairWords] = {m0.mul, m0.neg_add, m1.mul, m1.neg_add};
+    for (unsigned k = 0; k < kPairWords; ++k) t.rule_words[count * kPairWords + k] = words[k];
+    return count++;
+  };
+  for (unsigned dir : {kForward, kBackward})
+    for (unsigned parity = 0; parity < 2; ++parity)
+      for (int v = 0; v < 256; ++v) {
+        const ShareChoice& choice = BandOf(M, v, dir == kForward).choice;
+        const bool by_bit = choice.by == Selector::kOneBit;
+        const unsigned pair = pair_of(choice.rules[by_bit ? 0 : parity], choice.rules[by_bit ? 1 : parity]);
+        int biased = v;
+        // Members with a bias table add it in at least one direction (a table's address is
+        // not a constant expression under every build, so the flags decide).
+        if constexpr (M.bias_ltr_even || M.bias_rtl_odd) {
+          if (dir == kForward ? M.bias_ltr_even && parity == 0 : M.bias_rtl_odd && parity == 1)
+            biased += (*M.bias)[static_cast<std::size_t>(v)];
+        }
+        t.entry[dir][parity][static_cast<std::size_t>(v)] = {
+            static_cast<std::int16_t>(biased), static_cast<std::int16_t>(kFirstThreshold - v),
+            static_cast<std::uint8_t>(by_bit), static_cast<std::uint8_t>(pair * kPairWords),
+            static_cast<std::int16_t>(biased - v)};
+      }
+  return t;
+}
+
+template <const LevelBiasTraits& M>
+const FastTables& TablesOf() {
+  static const FastTables tables = BuildTables<M>();
+  return tables;
+}
+
+// Samples of a row below `limit` (0..256).
+inline std::size_t CountBelow(const std::uint8_t* row, std::size_t w, int limit) {
+  if (limit <= 0) return 0;
+  if (limit > 255) return w;
+  std::size_t n = 0, x = 0;
+#if defined(__SSE2__)
+  const __m128i top = _mm_set1_epi8(static_cast<char>(limit - 1));
+  const __m128i one = _mm_set1_epi8(1);
+  __m128i sums = _mm_setzero_si128();
+  for (; x + 16 <= w; x += 16) {
+    const __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + x));
+    const __m128i below = _mm_cmpeq_epi8(_mm_min_epu8(s, top), s);  // s <= limit - 1, unsigned
+    sums = _mm_add_epi64(sums, _mm_sad_epu8(_mm_and_si128(below, one), _mm_setzero_si128()));
+  }
+  n = static_cast<std::size_t>(_mm_cvtsi128_si32(sums)) +
+      static_cast<std::size_t>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(sums, sums)));
+#endif
+  for (; x < w; ++x) n += row[x] < limit;
+  return n;
+}
+
+// The quantiser as sign masks. `over_first` is the first threshold less the corrected value,
+// shifted down to its sign: -1 when the value lies above that threshold. The masks of the other
+// thresholds follow from it by their distance, so every compare hangs off one subtraction.
+template <unsigned kBits>
+struct FastQuantiser {
+  static_assert(kBits == 1 || kBits == 2);
+  // Four output levels evenly spaced, as are the thresholds between them.
+  static constexpr int kStep = kFourLevelValue[1] - kFourLevelValue[0];
+  static constexpr int kGap = kFourThreshold[1] - kFourThreshold[0];
+  static_assert(kFourLevelValue[0] == 0 && kFourLevelValue[2] == 2 * kStep && kFourLevelValue[3] == 3 * kStep &&
+                kFourLevelValue[3] == kWhite && kFourThreshold[2] - kFourThreshold[1] == kGap);
+  static constexpr int kMaxCode = kBits == 1 ? 1 : 3;
+
+  // The output level and the dot code, less kMaxCode, of a value whose first-threshold room
+  // is `room` (threshold - value).
+  struct Result {
+    std::int64_t level;
+    std::int64_t code_less_max;
+  };
+  static constexpr Result Decide(std::int64_t room) {
+    constexpr int kSign = 63;
+    if constexpr (kBits == 1) {
+      const std::int64_t over = room >> kSign;
+      return {over & kWhite, over};
+    } else {
+      const std::int64_t over = (room >> kSign) + ((room + kGap) >> kSign) + ((room + 2 * kGap) >> kSign);
+      return {-kStep * over, over};
+    }
+  }
+};
+
+// The four-level quantiser as a table over a window of corrected values (-512..511, where
+// errors stay): each entry holds the value less its output level and the dot code less
+// kMaxCode. One addition and one load take the place of three compares, their sum and a
+// multiply, which matters where four planes share the core's issue slots. A value outside the
+// window takes the sign-mask quantiser.
+struct FourLevelWindow {
+  using Quantiser = FastQuantiser<2>;
+  static constexpr int kLo = -512, kHi = 511;
+  static constexpr std::size_t kRows = kHi - kLo + 1;
+  struct Entry {
+    std::int16_t err;           // value less level
+    std::int16_t code_less_max;
+  };
+  struct Result {
+    std::int64_t err;
+    std::int64_t code_less_max;
+  };
+  std::array<Entry, kRows> entry{};
+
+  constexpr FourLevelWindow() {
+    for (int v = kLo; v <= kHi; ++v) {
+      const Result r = Arithmetic(v);
+      entry[static_cast<std::size_t>(v - kLo)] = {static_cast<std::int16_t>(r.err),
+                                                  static_cast<std::int16_t>(r.code_less_max)};
+    }
+  }
+  static constexpr Result Arithmetic(std::int64_t v) {
+    const Quantiser::Result q = Quantiser::Decide(kFourThreshold[0] - v);
+    return {v - q.level, q.code_less_max};
+  }
+  HALFTONE_FORCE_INLINE Result Decide(std::int64_t v) const {
+    if (static_cast<std::uint64_t>(v - kLo) >= kRows) [[unlikely]]
+      return Outside(v);
+    const Entry& en = entry[static_cast<std::size_t>(v - kLo)];
+    return {en.err, en.code_less_max};
+  }
+  [[gnu::noinline]] static Result Outside(std::int64_t v) { return Arithmetic(v); }
+};
+inline constexpr FourLevelWindow kFourLevelWindow{};
+
+#if HALFTONE_VECTOR_ROWS
+using VectorMemory = halftone::VectorRowsMemory;
+#else
+struct VectorMemory {};  // no vector rows on this target
+#endif
+
+#if HALFTONE_VECTOR_ROWS
+// For inner rows with the four planes of a group as vector lanes: a record per direction,
+// column parity, input level and prepared draw byte (0 or kPreparedMask), holding the bias the
+// column adds (low half) and the flags of the split rule (high half). A level below the
+// direction's draw limit takes its draw; the others read the next draw's byte, which their
+// pair of rules (one rule twice) ignores.
+inline constexpr std::size_t kDrawBytes = 2 * kPreparedMask;  // bytes 0 and kPreparedMask, a power of two apart
+inline constexpr std::size_t kRecordsPerParity = 256 * kDrawBytes;
+using VectorRecordTable = std::array<std::uint32_t, 2 * kRecordsPerParity>;  // [parity][level][byte]
+
+template <const LevelBiasTraits& M>
+constexpr std::uint16_t VectorRuleFlags(bool forward, unsigned parity, int v, unsigned byte) {
+  const ShareChoice& choice = BandOf(M, v, forward).choice;
+  const bool by_bit = choice.by == Selector::kOneBit;
+  return serpentine_lockstep::RuleFlags(choice.rules[by_bit ? (byte & kPreparedMask) >> kSplitBit : parity]);
+}
+// The flags some rule of a direction sets (kEvery false) or every rule sets (kEvery true).
+template <const LevelBiasTraits& M, bool kForward, bool kEvery>
+inline constexpr std::uint16_t kVectorFlags = [] {
+  unsigned f = kEvery ? 0xFFFFu : 0u;
+  for (unsigned parity = 0; parity < 2; ++parity)
+    for (int v = 0; v < 256; ++v)
+      for (unsigned byte : {0u, unsigned{kPreparedMask}}) {
+        const unsigned r = VectorRuleFlags<M>(kForward, parity, v, byte);
+        f = kEvery ? (f & r) : (f | r);
+      }
+  return static_cast<std::uint16_t>(f);
+}();
+
+template <const LevelBiasTraits& M>
+const VectorRecordTable& VectorRecordsOf(bool forward) {
+  static const auto tables = [] {
+    std::array<VectorRecordTable, 2> t{};  // [kForward / kBackward]
+    const FastTables& fast = TablesOf<M>();
+    for (unsigned dir : {kForward, kBackward})
+      for (unsigned parity = 0; parity < 2; ++parity)
+        for (int v = 0; v < 256; ++v)
+          for (unsigned byte : {0u, unsigned{kPreparedMask}}) {
+            const auto bias = static_cast<std::uint16_t>(fast.entry[dir][parity][static_cast<std::size_t>(v)].bias);
+            t[dir][parity * kRecordsPerParity + static_cast<std::size_t>(v) * kDrawBytes + byte] =
+                bias | std::uint32_t{VectorRuleFlags<M>(dir == kForward, parity, v, byte)} << 16;
+          }
+    return t;
+  }();
+  return tables[forward ? kForward : kBackward];
+}
+#endif
+
+}  // namespace halftone::level_bias
