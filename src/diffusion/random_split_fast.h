@@ -177,11 +177,8 @@ class LockstepScan {
   template <bool kLtr, bool kLast, bool kKeepCur>
   HALFTONE_FORCE_INLINE void LanePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
-    if constexpr (kTableHalves<Splits>) {
+    if constexpr (kTableParts<Splits>) {
       TablePixel<kLtr, kLast, kKeepCur, Splits>(st, decide, x, odd);
-      return;
-    } else if constexpr (kTableThirds<Splits>) {
-      ThirdsPixel<kLtr, kLast, kKeepCur, Splits>(st, decide, x, odd);
       return;
     } else if constexpr (!kLast && kShareRows<Splits>) {
       SharePixel<kLtr, kKeepCur, Splits>(st, decide, x, odd);
@@ -206,15 +203,16 @@ class LockstepScan {
     }
   }
 
-  // A pixel of a row whose error and half come from a window table (kTableHalves). The chain
-  // from pixel to pixel is the value carried along: its entry, the share it passes on, the
-  // next pixel's value. So the value is kept as a plain sum, not held to 16 bits (a value
+  // A pixel of a row whose error and its part come from a window table (kTableParts). The
+  // chain from pixel to pixel is the value carried along: its entry, the share it passes on,
+  // the next pixel's value. So the value is kept as a plain sum, not held to 16 bits (a value
   // outside the window, the only kind the holding can change, is held first on the cold
   // path), and the drawn code picks the share's field (or, with a curve term, its multiplier)
-  // before the value is known.
+  // before the value is known. Halves: none, half or all of the error goes along. Thirds
+  // (kTableThirds): the third or the rest goes along, the other down.
   template <bool kLtr, bool kLast, bool kKeepCur, class Splits>
   HALFTONE_FORCE_INLINE void TablePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
-    static constexpr typename Splits::TableAlong kAlong = Splits::MakeTableAlong();
+    constexpr bool kThirds = kTableThirds<Splits>;
     const std::uint8_t s = st.in[x];
     if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
     const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
@@ -230,78 +228,58 @@ class LockstepScan {
       const std::int16_t* column = PinnedAddress(decide.Column(s, kEntryErr));
       const std::ptrdiff_t at = st.v * kEntryFields;
       ShiftIn<kLtr>(st.acc, static_cast<unsigned>(column[at + kEntryCode]));
-      const int err = column[at + kEntryErr];
-      int e, half;
-      if (!has_term) {
-        on = std::ptrdiff_t{PinnedAddress(column + kAlong.field[code])[at]} & kAlong.mask[code];
-        e = err;
-        half = column[at + kEntryPart];
+      // Levels and terms are bytes, so within the window neither the error nor the error with
+      // its term leaves 16 bits.
+      if constexpr (kThirds) {
+        static constexpr typename Splits::ThirdsAlong kAlong = Splits::MakeThirdsAlong();
+        const std::ptrdiff_t err = column[at + kEntryErr];
+        if (has_term) {
+          const std::ptrdiff_t e = err + term;
+          const ShareProduct& along = kAlong.product[code];
+          on = HighWord(e, along.mul);
+          off = DividingStep(along, e);
+          b = static_cast<int>(e - on - off);
+        } else {
+          on = PinnedAddress(column + kAlong.field[code])[at];
+          b = static_cast<int>(err - on);
+        }
       } else {
-        // Levels and terms are bytes, so within the window neither the error nor the error
-        // with its term leaves 16 bits.
-        const std::ptrdiff_t et = std::ptrdiff_t{err} + term;
-        on = (et * kAlong.mul[code]) >> 32;
-        off = std::ptrdiff_t{et < 0} & kAlong.step[code];
-        e = static_cast<int>(et);
-        half = DivTrunc2(e);
-      }
-      if constexpr (Splits::kBelow.kind == ColumnKind::kComplement) {
-        b = e - static_cast<int>(on + off);
-      } else {
-        int a_unused;
-        Splits::template SharesWithHalf<true>(code, e, half, a_unused, b);
-      }
-    } else {
-      const PartOutcome o = decide.DecideWithPart(Store16(static_cast<int>(st.v)), s);
-      ShiftIn<kLtr>(st.acc, o.code);
-      const int e = has_term ? Store16(o.err + term) : o.err;
-      int a;
-      Splits::template SharesWithHalf<true>(code, e, has_term ? DivTrunc2(e) : o.part, a, b);
-      on = a;
-    }
-    PassOn<kLtr, kLast>(st, x, b);
-    st.v = (st.cur[kLtr ? x + 1 : x - 1] + off) + on;
-  }
-
-  // A pixel of a row that sends a third of its error one way and the rest the other, its
-  // error, third and rest read from a window table (kTableThirds): TablePixel's chain, with the
-  // drawn bit picking the third's or the rest's field, or with a curve term their product.
-  template <bool kLtr, bool kLast, bool kKeepCur, class Splits>
-  HALFTONE_FORCE_INLINE void ThirdsPixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
-    static constexpr typename Splits::ThirdsAlong kAlong = Splits::MakeThirdsAlong();
-    const std::uint8_t s = st.in[x];
-    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
-    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
-    const int term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
-    const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
-    const unsigned code = (word >> 1) & kCodeMask;
-    std::ptrdiff_t on, off = 0;
-    int b;
-    if (decide.InWindow(st.v)) [[likely]] {
-      const std::int16_t* column = PinnedAddress(decide.Column(s, kEntryErr));
-      const std::ptrdiff_t at = st.v * kEntryFields;
-      ShiftIn<kLtr>(st.acc, static_cast<unsigned>(column[at + kEntryCode]));
-      const std::ptrdiff_t err = column[at + kEntryErr];
-      if (has_term) {
-        // Levels and terms are bytes, so within the window the error with its term keeps to
-        // 16 bits.
-        const std::ptrdiff_t e = err + term;
-        const ShareProduct& along = kAlong.product[code];
-        on = HighWord(e, along.mul);
-        off = DividingStep(along, e);
-        b = static_cast<int>(e - on - off);
-      } else {
-        on = PinnedAddress(column + kAlong.field[code])[at];
-        b = static_cast<int>(err - on);
+        static constexpr typename Splits::TableAlong kAlong = Splits::MakeTableAlong();
+        const int err = column[at + kEntryErr];
+        int e, half;
+        if (!has_term) {
+          on = std::ptrdiff_t{PinnedAddress(column + kAlong.field[code])[at]} & kAlong.mask[code];
+          e = err;
+          half = column[at + kEntryPart];
+        } else {
+          const std::ptrdiff_t et = std::ptrdiff_t{err} + term;
+          on = (et * kAlong.mul[code]) >> 32;
+          off = std::ptrdiff_t{et < 0} & kAlong.step[code];
+          e = static_cast<int>(et);
+          half = DivTrunc2(e);
+        }
+        if constexpr (Splits::kBelow.kind == ColumnKind::kComplement) {
+          b = e - static_cast<int>(on + off);
+        } else {
+          int a_unused;
+          Splits::template SharesWithHalf<true>(code, e, half, a_unused, b);
+        }
       }
     } else {
       // Outside the window: the value held to 16 bits, the error held again after its term.
       const PartOutcome o = decide.DecideWithPart(Store16(static_cast<int>(st.v)), s);
       ShiftIn<kLtr>(st.acc, o.code);
       const int e = has_term ? Store16(o.err + term) : o.err;
-      const int third = has_term ? DivTrunc3(e) : o.part;
-      on = kAlong.field[code] == kEntryRest ? e - third : third;
-      b = e - static_cast<int>(on);
+      if constexpr (kThirds) {
+        static constexpr typename Splits::ThirdsAlong kAlong = Splits::MakeThirdsAlong();
+        const int third = has_term ? DivTrunc3(e) : o.part;
+        on = kAlong.field[code] == kEntryRest ? e - third : third;
+        b = e - static_cast<int>(on);
+      } else {
+        int a;
+        Splits::template SharesWithHalf<true>(code, e, has_term ? DivTrunc2(e) : o.part, a, b);
+        on = a;
+      }
     }
     PassOn<kLtr, kLast>(st, x, b);
     st.v = (st.cur[kLtr ? x + 1 : x - 1] + off) + on;
