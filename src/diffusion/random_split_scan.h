@@ -145,7 +145,8 @@ template <class Pass, class Draws = RandomBitSource>
 class PlaneScan {
  public:
   // Draws one plane's scan makes in a band of w x h (w, h >= 1): a split draw for every pixel
-  // but the last of each row, plus one at the end of every inner row where the row end draws.
+  // but the last of each row, plus one at the end of every inner row where the row end draws
+  // and one at the band's end where the band-ending pixel draws.
   static constexpr std::size_t DrawsPerPlane(std::size_t w, std::size_t h) {
     const std::size_t row_end = Pass::kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
     const std::size_t band_end = Pass::kScan.last_row_end.draw == EndDraw::kNone ? 0 : 1;
