@@ -7,6 +7,7 @@
 #include "frame/dispatch.h"
 #include "frame/job.h"
 #include "frame/lockstep.h"
+#include "tablediffusion/serpentine_lockstep.h"
 #include "tablediffusion/integer_diffusion.h"
 
 namespace halftone {
@@ -117,7 +118,6 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
 // row B, so such a band runs its planes one after the other on the shared rows.
 
 constexpr std::size_t kCycleLength = kCycleLast + 1;
-constexpr unsigned kDotsPerByte = 8;
 
 // Entry k says what a pixel does whose counter, after its step, reads k % kCycleLength: all
 // ones where its whole error goes ahead, zero where it goes down (or into the carry). A row
@@ -165,190 +165,71 @@ CyclePattern PatternFor(Engine& engine, std::size_t w) {
   return {inner, inner + n};
 }
 
-// One plane of a scan: its working rows, its carry entries and where its counter and direction live.
-struct CycleLane {
-  std::int16_t* a;
-  std::int16_t* b;
-  std::int16_t* carry;
-  std::int32_t* counter;
-  std::uint32_t* backward;
-  unsigned p;
-};
-
-template <unsigned kLanes>
-class CycleScan {
- public:
-  CycleScan(const CyclePattern& pattern, const Band& band, const CycleLane* lanes)
-      : pattern_(pattern), band_(band) {
-    for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
-  }
-
-  // The band's rows; all lanes start it in the direction of lane 0.
-  void Run() {
-    const std::size_t w = band_.w, h = band_.h;
-    for (unsigned l = 0; l < kLanes; ++l) {
-      LoadFirstRow(lanes_[l].a, lanes_[l].carry, band_.In(0, lanes_[l].p), w);
-      counter_[l] = *lanes_[l].counter;
-      if (counter_[l] > kCycleLast) counter_[l] = 0;
-    }
-    const bool start_backward = *lanes_[0].backward != 0;
-    for (std::size_t y = 0; y + 1 < h; ++y) {
-      // Only the last two rows of a band leave values that outlive it in the working rows.
-      const bool keep = y + 2 >= h;
-      if (((y & 1) != 0) == start_backward)
-        keep ? Row<true, false, true>(y) : Row<true, false, false>(y);
-      else
-        keep ? Row<false, false, true>(y) : Row<false, false, false>(y);
-    }
-    if ((((h - 1) & 1) != 0) == start_backward)
-      Row<true, true, true>(h - 1);
-    else
-      Row<false, true, true>(h - 1);
-    for (unsigned l = 0; l < kLanes; ++l) {
-      *lanes_[l].counter = counter_[l];
-      *lanes_[l].backward = start_backward != ((h & 1) != 0) ? 1u : 0u;
-    }
-  }
-
- private:
-  // The working state of one lane's row.
-  struct RowState {
-    std::int16_t* cur;
-    std::int16_t* down;      // the next row, or the carry entries on the band's last row
-    const std::uint8_t* below;
+// The counter's choice as a kernel of the serpentine row engine: rows hold the value to
+// quantise (input plus error), the next row starts from its input, and each lane carries its
+// plane's counter and the row's masks.
+struct CycleKernel {
+  static constexpr unsigned kBits = 1;
+  static constexpr bool kStarts = true;
+  static constexpr bool kStartIsInput = true;
+  static constexpr bool kDraws = false;
+  static constexpr bool kLastLtrToCarry = true;
+  struct LaneState {
+    std::int32_t counter;
+    std::int32_t* home;        // where the plane's counter lives between bands
     const std::int8_t* ahead;  // pixel x's mask: ahead[x] left to right, ahead[-x] right to left
-    std::uint8_t* out;
-    int v;
-    unsigned acc;
+    std::size_t w;
   };
+  CyclePattern pattern;
+  Engine* engine;
 
-  // Pixel x of one lane, not the row's end; its dot lands at bit `shift` of the byte.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE static void Pixel(RowState& st, std::size_t x, unsigned shift) {
-    const int v = st.v;
-    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(v);
+  LaneState StartLane(unsigned p) const {
+    std::int32_t& home = engine->cycle_counter[p];
+    return {home > kCycleLast ? 0 : home, &home, nullptr, 0};
+  }
+  template <bool kLtr, bool kLast>
+  void LaneRow(LaneState& s, const serpentine_lockstep::RowView<std::int16_t>& r) const {
+    const std::int8_t* row = (kLast ? pattern.last_ahead : pattern.inner_ahead) + s.counter + 1;
+    s.ahead = kLtr ? row : row + (r.w - 1);
+    s.w = r.w;
+  }
+  void SetRow(std::size_t) {}
+  static void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t, std::size_t w) {
+    for (std::size_t x = 0; x < w; ++x) row[x] = in[x];
+  }
+  // Inner pixels send the whole error ahead or down by the mask. The row's end: on inner rows
+  // its own counter step, down only early in the cycle; on the band's last row the dot only,
+  // no step (its carry entry stays cleared).
+  template <bool kLtr, bool kLast, bool kEnd>
+  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(LaneState& s, int, int v, std::size_t x, unsigned,
+                                                            unsigned) const {
     const bool dot = v <= kThreshold;
-    st.acc |= static_cast<unsigned>(dot) << shift;
     const int e = SelectUnpredictable(dot, v, v - kWhite);
-    const int ahead = e & (kLtr ? st.ahead[x] : *(st.ahead - x));
-    // The last row's carry entry was cleared when row 0 was loaded; it keeps what does not go ahead.
-    if constexpr (kLast)
-      st.down[x] = Store16(e - ahead);
-    else
-      st.down[x] = Store16(st.below[x] + (e - ahead));
-    st.v = Store16(st.cur[kLtr ? x + 1 : x - 1] + ahead);
-  }
-
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE static void LanesPixel(RowState* st, std::size_t x, unsigned shift) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE { Pixel<kLtr, kLast, kKeepCur>(st[l], x, shift); });
-  }
-
-  // Each lane's gathered dots into byte k of its output row (cleared before the band).
-  HALFTONE_FORCE_INLINE static void Flush(RowState* st, std::size_t k) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
-      st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
-      st[l].acc = 0;
-    });
-  }
-
-  static unsigned Shift(std::size_t x) { return static_cast<unsigned>(kDotsPerByte - 1 - (x & (kDotsPerByte - 1))); }
-
-  // Scan positions i0 .. i0+count-1 within one output byte.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE void LanesPartial(RowState* st, std::size_t i0, std::size_t count) const {
-    const std::size_t w = band_.w;
-    for (std::size_t i = i0; i < i0 + count; ++i) {
-      const std::size_t x = kLtr ? i : w - 1 - i;
-      LanesPixel<kLtr, kLast, kKeepCur>(st, x, Shift(x));
+    if constexpr (kEnd) {
+      s.counter = static_cast<std::int32_t>((s.counter + s.w - (kLast ? 1 : 0)) % kCycleLength);
+      if constexpr (kLast) *s.home = s.counter;
+      return {dot, 0, kLast || s.counter > kRowEndDown ? 0 : e};
+    } else {
+      const int ahead = e & (kLtr ? s.ahead[x] : *(s.ahead - x));
+      return {dot, ahead, e - ahead};
     }
   }
-
-  // Output byte k whole, its pixels in scan order with constant shifts.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE static void LanesByte(RowState* st, std::size_t k) {
-    const std::size_t base = k * kDotsPerByte;
-    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_FORCE_INLINE {
-      (LanesPixel<kLtr, kLast, kKeepCur>(st, base + (kLtr ? j : kDotsPerByte - 1 - j),
-                                         kLtr ? kDotsPerByte - 1 - j : j),
-       ...);
-    }(std::make_integer_sequence<unsigned, kDotsPerByte>{});
-    Flush(st, k);
-  }
-
-  // Row y of every lane, cut into whole output bytes plus a partial byte at either end.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  void Row(std::size_t y) {
-    const std::size_t w = band_.w;
-    RowState st[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) {
-      const CycleLane& ln = lanes_[l];
-      const std::int8_t* pattern = (kLast ? pattern_.last_ahead : pattern_.inner_ahead) + counter_[l] + 1;
-      st[l] = {kLtr ? ln.a : ln.b,
-               kLast ? ln.carry : (kLtr ? ln.b : ln.a),
-               kLast ? nullptr : band_.In(y + 1, ln.p),
-               kLtr ? pattern : pattern + (w - 1),
-               band_.Out(y, ln.p),
-               0,
-               0};
-      st[l].v = st[l].cur[kLtr ? 0 : w - 1];
-    }
-
-    ForEachRowByte<kLtr, kDotsPerByte>(
-        w, [&](std::size_t k) HALFTONE_FORCE_INLINE { LanesByte<kLtr, kLast, kKeepCur>(st, k); },
-        [&](std::size_t i0, std::size_t n) HALFTONE_FORCE_INLINE { LanesPartial<kLtr, kLast, kKeepCur>(st, i0, n); },
-        [&](std::size_t k) HALFTONE_FORCE_INLINE { Flush(st, k); });
-
-    // The row's end: on inner rows its own counter step, down only early in the cycle; on the
-    // band's last row the dot only, no step.
-    const std::size_t x = kLtr ? w - 1 : 0;
-    for (unsigned l = 0; l < kLanes; ++l) {
-      RowState& s = st[l];
-      const int v = s.v;
-      s.cur[x] = static_cast<std::int16_t>(v);
-      const bool dot = v <= kThreshold;
-      s.acc |= static_cast<unsigned>(dot) << Shift(x);
-      if constexpr (kLast) {
-        counter_[l] = static_cast<std::int32_t>((counter_[l] + w - 1) % kCycleLength);
-      } else {
-        counter_[l] = static_cast<std::int32_t>((counter_[l] + w) % kCycleLength);
-        const int e = dot ? v : v - kWhite;
-        s.down[x] = Store16(s.below[x] + (counter_[l] <= kRowEndDown ? e : 0));
-      }
-      s.out[x / kDotsPerByte] = static_cast<std::uint8_t>(s.out[x / kDotsPerByte] | s.acc);
-    }
-  }
-
-  CyclePattern pattern_;
-  const Band& band_;
-  CycleLane lanes_[kLanes];
-  std::int32_t counter_[kLanes];
 };
-
-CycleLane LaneOf(Engine& engine, const Band& band, unsigned p, std::int16_t* a, std::int16_t* b) {
-  return {a, b, engine.rows.carry(p, band.w), &engine.cycle_counter[p], &engine.cycle_direction[p], p};
-}
 
 void FastBand(Engine& engine, const Band& band) {
-  const CyclePattern pattern = PatternFor(engine, band.w);
+  const CycleKernel kernel{PatternFor(engine, band.w), &engine};
   const unsigned planes = band.planes;
   bool all_forward = true;
   for (unsigned p = 0; p < planes; ++p) all_forward = all_forward && engine.cycle_direction[p] == 0;
-  if (!all_forward) {
+  if (all_forward) {
+    serpentine_lockstep::RunBand(kernel, engine, band);
+  } else {
     for (unsigned p = 0; p < planes; ++p) {
-      const CycleLane lane = LaneOf(engine, band, p, engine.rows.a(), engine.rows.b());
-      CycleScan<1>(pattern, band, &lane).Run();
+      const serpentine_lockstep::Lane lane{engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w), nullptr, p};
+      serpentine_lockstep::Scan<CycleKernel, 1>(kernel, band, &lane).Run(engine.cycle_direction[p] != 0);
     }
-    return;
   }
-  ForEachLockstepGroup(engine.threads, planes, kMaxLockstep, [&](unsigned first, unsigned n) {
-    CycleLane lanes[kMaxLockstep];
-    for (unsigned l = 0; l < n; ++l) {
-      const unsigned p = first + l;
-      lanes[l] = LaneOf(engine, band, p, LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes));
-    }
-    WithLaneCount(n, [&](auto lanes_n) { CycleScan<decltype(lanes_n)::value>(pattern, band, lanes).Run(); });
-  });
+  for (unsigned p = 0; p < planes; ++p) engine.cycle_direction[p] ^= static_cast<std::uint32_t>(band.h & 1);
 }
 
 }  // namespace

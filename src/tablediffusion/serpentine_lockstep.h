@@ -15,6 +15,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
+#include <utility>
 
 #include "frame/band.h"
 #include "frame/band_draws.h"
@@ -92,61 +94,149 @@ HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
   return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
 
-// What a kernel decides for one pixel: its code (0 writes nothing) and the two shares.
-struct PixelOut {
-  unsigned code;
-  int ahead;
-  int down;
+// What a working-row cell is: a 16-bit integer that wraps as the reference's stores do (held
+// in an int while it moves along the row), or a double.
+template <class Cell>
+struct Cells;
+template <>
+struct Cells<std::int16_t> {
+  using Held = int;
+  HALFTONE_FORCE_INLINE static std::int16_t Put(int v) { return Store16(v); }
 };
+template <>
+struct Cells<double> {
+  using Held = double;
+  HALFTONE_FORCE_INLINE static double Put(double v) { return v; }
+};
+
+// What a kernel decides for one pixel: its code (0 writes nothing) and the two shares.
+template <class Held>
+struct PixelOutOf {
+  unsigned code;
+  Held ahead;
+  Held down;
+};
+using PixelOut = PixelOutOf<int>;
 
 // One plane of a lockstep group: its working rows, its carry entries and its slice of the
 // band's drawn split bits (null when the member draws nothing).
-struct Lane {
-  std::int16_t* a;
-  std::int16_t* b;
-  std::int16_t* carry;
+template <class Cell>
+struct LaneOf {
+  Cell* a;
+  Cell* b;
+  Cell* carry;
   const std::uint8_t* drawn;
   unsigned p;
 };
+using Lane = LaneOf<std::int16_t>;
 
-// A kernel provides:
+// What a kernel's per-lane hook sees of a row: the row it scans, the row its down shares go to,
+// its input, which row of the band and how wide.
+template <class Cell>
+struct RowView {
+  Cell* cur;
+  Cell* down;
+  const std::uint8_t* in;
+  std::size_t y;
+  std::size_t w;
+};
+
+// The options a kernel may set, with their defaults.
+template <class K>
+struct KernelOptions {
+  static consteval auto CellType() {
+    if constexpr (requires { typename K::Cell; })
+      return std::type_identity<typename K::Cell>{};
+    else
+      return std::type_identity<std::int16_t>{};
+  }
+  using Cell = typename decltype(CellType())::type;
+  static constexpr bool kLaneState = requires { typename K::LaneState; };
+  static constexpr bool kRowEndDraws = [] {
+    if constexpr (requires { K::kRowEndDraws; }) return K::kRowEndDraws; else return true;
+  }();
+  static constexpr bool kLastLtrToCarry = [] {
+    if constexpr (requires { K::kLastLtrToCarry; }) return K::kLastLtrToCarry; else return false;
+  }();
+  static constexpr bool kStartIsInput = [] {
+    if constexpr (requires { K::kStartIsInput; }) return K::kStartIsInput; else return false;
+  }();
+  static constexpr bool kSpreadsDown = [] {
+    if constexpr (requires { K::kSpreadsDown; }) return K::kSpreadsDown; else return false;
+  }();
+  static constexpr unsigned kWidest = [] {
+    if constexpr (requires { K::kLockstep; }) return K::kLockstep; else return kMaxLockstep;
+  }();
+  static constexpr bool kWholeGroups = [] {
+    if constexpr (requires { K::kWholeGroups; }) return K::kWholeGroups; else return false;
+  }();
+};
+struct NoLaneState {};
+
+// The row engine of the serpentine diffusions that pass error ahead and down. A kernel provides:
 //   kBits      output bits a pixel (1 or 2);
 //   kStarts    true when a row's entries start from a value (input, matrix noise) that the
 //              error is added to, laid in by FillStart(row, in, y, w); false: bare error;
 //   kDraws     true when every pixel takes one draw of the random stream (its split bits,
 //              bits 1-8 of the draw, reach Step as `drawn`);
 //   SetRow(y)  per-row state;
-//   Step<kLtr>(v, held, x, odd, drawn) the pixel's code and shares, from its input level v and
-//              the value its row entry holds after the error that arrived; odd is x & 1, a
-//              constant where the frame unrolls a byte.
+//   Step       the pixel's code and shares, from its input level v and the value its row entry
+//              holds after the error that arrived; odd is x & 1, a constant where the frame
+//              unrolls a byte. Without a LaneState: Step<kLtr>(v, held, x, odd, drawn); with
+//              one: Step<kLtr, kLast, kEnd>(state, v, held, x, odd, drawn), kEnd for the pixel
+//              ending the row (whose ahead share is dropped).
+// and may set (KernelOptions): Cell (double rows instead of 16-bit ones); LaneState, the
+// lane's own state, begun by StartLane(p) and by LaneRow<kLtr, kLast>(state, RowView) at every
+// row; kRowEndDraws = false when the pixel ending a row takes no draw; kLastLtrToCarry when a
+// left-to-right last row's down shares go to the carry (else to B, as the right-to-left ones
+// go to the carry); kStartIsInput when a row starts from its input alone, added as the down
+// shares are stored instead of laid in first; kSpreadsDown when the kernel places its down share itself,
+// PutDown<kEnd>(state, down, x, i, share); kLockstep, the widest group, and kWholeGroups, no
+// group narrower than that to give a thread one.
 template <class Kernel, unsigned kLanes>
 class Scan {
+  using Opt = KernelOptions<Kernel>;
+  using Cell = typename Opt::Cell;
+  using Held = typename Cells<Cell>::Held;
+  using State = typename decltype([] {
+    if constexpr (Opt::kLaneState)
+      return std::type_identity<typename Kernel::LaneState>{};
+    else
+      return std::type_identity<NoLaneState>{};
+  }())::type;
+
  public:
-  Scan(const Kernel& kernel, const Band& band, const Lane* lanes) : k_(kernel), band_(band) {
-    for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
+  Scan(const Kernel& kernel, const Band& band, const LaneOf<Cell>* lanes) : k_(kernel), band_(band) {
+    for (unsigned l = 0; l < kLanes; ++l) {
+      lanes_[l] = lanes[l];
+      if constexpr (Opt::kLaneState) state_[l] = k_.StartLane(lanes[l].p);
+    }
   }
 
-  void Run() {
+  // The band's rows. Row 0 always enters A; `start_rtl` scans it right to left (from B) and
+  // every row after it the other way round from the one before.
+  void Run(bool start_rtl = false) {
     const std::size_t w = band_.w, h = band_.h;
     for (unsigned l = 0; l < kLanes; ++l) {
-      std::int16_t* a = lanes_[l].a;
-      std::int16_t* carry = lanes_[l].carry;
+      Cell* a = lanes_[l].a;
+      Cell* carry = lanes_[l].carry;
       if constexpr (Kernel::kStarts) {
         k_.FillStart(a, band_.In(0, lanes_[l].p), 0, w);
-        for (std::size_t x = 0; x < w; ++x) a[x] = Store16(a[x] + carry[x]);
+        for (std::size_t x = 0; x < w; ++x) a[x] = Cells<Cell>::Put(a[x] + carry[x]);
       } else {
         for (std::size_t x = 0; x < w; ++x) a[x] = carry[x];
       }
       for (std::size_t x = 0; x < w; ++x) carry[x] = 0;
     }
-    ScanSerpentineRows(h, [&]<bool kLtr, bool kLast>(std::size_t y) {
-      if constexpr (kLast)
-        Row<kLtr, true, true>(y);
-      else if (y + 2 >= h)
-        Row<kLtr, false, true>(y);
+    for (std::size_t y = 0; y < h; ++y) {
+      const bool ltr = ((y & 1) == 0) != start_rtl;
+      if (y + 1 == h)
+        ltr ? Row<true, true, true>(y) : Row<false, true, true>(y);
+      else if (y + 2 == h)
+        ltr ? Row<true, false, true>(y) : Row<false, false, true>(y);
       else
-        Row<kLtr, false, false>(y);
-    });
+        ltr ? Row<true, false, false>(y) : Row<false, false, false>(y);
+    }
   }
 
   // The band's last row alone, on working rows that hold what the rows before it left; each
@@ -169,36 +259,48 @@ class Scan {
 
   // The working state of one lane's row, held in locals of Row.
   struct RowState {
-    std::int16_t* cur;
-    std::int16_t* down;
+    Cell* cur;
+    Cell* down;
     const std::uint8_t* in;
+    const std::uint8_t* below;  // the next row's input (kStartIsInput)
     std::uint8_t* out;
     const std::uint8_t* drawn;  // split bits by scan position
-    int held;
+    Held held;
     unsigned acc;
+    State state;  // the lane's kernel state, a local for the row
   };
 
-  // One pixel of lane st at scan position i (column x, x & 1 = odd, dot at `shift` in its
+  // One pixel of lane l at scan position i (column x, x & 1 = odd, dot at `shift` in its
   // byte); kEnd for the row's last pixel, whose ahead share is dropped. kKeepCur stores the
   // value the pixel saw back into its row, which only the band's last two rows need: every
   // other row is overwritten by the next row's down shares.
   template <bool kLtr, bool kLast, bool kKeepCur, bool kEnd>
-  HALFTONE_FORCE_INLINE void Pixel(RowState& st, std::size_t i, std::size_t x, unsigned odd, unsigned shift) const {
+  HALFTONE_FORCE_INLINE void Pixel(RowState& st, std::size_t i, std::size_t x, unsigned odd,
+                                   unsigned shift) {
     const int v = st.in[x];
-    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.held);
-    const PixelOut o = k_.template Step<kLtr>(v, st.held, x, odd, Kernel::kDraws ? st.drawn[i] : 0u);
-    st.acc |= o.code << shift;
-    if constexpr (Kernel::kStarts && !kLast)
-      st.down[x] = Store16(st.down[x] + o.down);
+    if constexpr (kKeepCur) st.cur[x] = static_cast<Cell>(st.held);
+    const unsigned drawn = Kernel::kDraws && (Opt::kRowEndDraws || !kEnd) ? st.drawn[i] : 0u;
+    PixelOutOf<Held> o;
+    if constexpr (Opt::kLaneState)
+      o = k_.template Step<kLtr, kLast, kEnd>(st.state, v, st.held, x, odd, drawn);
     else
-      st.down[x] = Store16(o.down);
-    if constexpr (!kEnd) st.held = Store16(st.cur[kLtr ? x + 1 : x - 1] + o.ahead);
+      o = k_.template Step<kLtr>(v, st.held, x, odd, drawn);
+    st.acc |= o.code << shift;
+    if constexpr (Opt::kSpreadsDown)
+      k_.template PutDown<kEnd>(st.state, st.down, x, i, o.down);
+    else if constexpr (Kernel::kStarts && !kLast && Opt::kStartIsInput)
+      st.down[x] = Cells<Cell>::Put(st.below[x] + o.down);
+    else if constexpr (Kernel::kStarts && !kLast)
+      st.down[x] = Cells<Cell>::Put(st.down[x] + o.down);
+    else
+      st.down[x] = Cells<Cell>::Put(o.down);
+    if constexpr (!kEnd) st.held = Cells<Cell>::Put(st.cur[kLtr ? x + 1 : x - 1] + o.ahead);
   }
 
   // Scan position i of every lane.
   template <bool kLtr, bool kLast, bool kKeepCur>
   HALFTONE_FORCE_INLINE void LanesPixel(RowState* st, std::size_t i, std::size_t x, unsigned odd,
-                                         unsigned shift) const {
+                                         unsigned shift) {
     ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
       Pixel<kLtr, kLast, kKeepCur, false>(st[l], i, x, odd, shift);
     });
@@ -214,7 +316,7 @@ class Scan {
 
   // Scan positions i0 .. i0+count-1 within one output byte, each dot's shift as it falls.
   template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE void LanesPartial(RowState* st, std::size_t i0, std::size_t count) const {
+  HALFTONE_FORCE_INLINE void LanesPartial(RowState* st, std::size_t i0, std::size_t count) {
     const std::size_t w = band_.w;
     for (std::size_t i = i0; i < i0 + count; ++i) {
       const std::size_t x = kLtr ? i : w - 1 - i;
@@ -225,7 +327,7 @@ class Scan {
   // Output byte k whole, its kPerByte pixels in scan order with constant shifts and parities
   // (a byte starts at an even column).
   template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE void LanesByte(RowState* st, std::size_t k) const {
+  HALFTONE_FORCE_INLINE void LanesByte(RowState* st, std::size_t k) {
     const std::size_t w = band_.w;
     const std::size_t base = k * kPerByte;
     [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_FORCE_INLINE {
@@ -239,23 +341,29 @@ class Scan {
 
   // Row y of every lane, scanned left to right (kLtr) or right to left; kLast for the band's
   // last row, whose right-to-left down shares go bare into the carry and whose left-to-right
-  // ones go bare into B. The row is cut into whole output bytes plus a partial byte at
-  // either end.
+  // ones go bare into B (or the carry, kLastLtrToCarry). The row is cut into whole output
+  // bytes plus a partial byte at either end.
   template <bool kLtr, bool kLast, bool kKeepCur>
   void Row(std::size_t y) {
     const std::size_t w = band_.w;
     k_.SetRow(y);
     RowState st[kLanes];
     for (unsigned l = 0; l < kLanes; ++l) {
+      const bool to_carry = kLast && (!kLtr || Opt::kLastLtrToCarry);
       st[l].cur = kLtr ? lanes_[l].a : lanes_[l].b;
-      st[l].down = (kLast && !kLtr) ? lanes_[l].carry : (kLtr ? lanes_[l].b : lanes_[l].a);
+      st[l].down = to_carry ? lanes_[l].carry : (kLtr ? lanes_[l].b : lanes_[l].a);
       st[l].in = band_.In(y, lanes_[l].p);
       st[l].out = band_.Out(y, lanes_[l].p);
       st[l].drawn = lanes_[l].drawn;
       st[l].held = st[l].cur[kLtr ? 0 : w - 1];
       st[l].acc = 0;
-      if constexpr (Kernel::kStarts && !kLast)
-        k_.FillStart(st[l].down, band_.In(y + 1, lanes_[l].p), y + 1, w);
+      st[l].state = state_[l];
+      if constexpr (Kernel::kStarts && !kLast) {
+        st[l].below = band_.In(y + 1, lanes_[l].p);
+        if constexpr (!Opt::kStartIsInput) k_.FillStart(st[l].down, st[l].below, y + 1, w);
+      }
+      if constexpr (Opt::kLaneState)
+        k_.template LaneRow<kLtr, kLast>(st[l].state, RowView<Cell>{st[l].cur, st[l].down, st[l].in, y, w});
     }
 
     ForEachRowByte<kLtr, kPerByte>(
@@ -268,20 +376,33 @@ class Scan {
     for (unsigned l = 0; l < kLanes; ++l) {
       Pixel<kLtr, kLast, kKeepCur, true>(st[l], w - 1, x, static_cast<unsigned>(x & 1), Shift(x));
       st[l].out[x / kPerByte] = static_cast<std::uint8_t>(st[l].out[x / kPerByte] | st[l].acc);
-      if constexpr (Kernel::kDraws) lanes_[l].drawn += w;
+      if constexpr (Kernel::kDraws) lanes_[l].drawn += Opt::kRowEndDraws ? w : w - 1;
+      state_[l] = st[l].state;
     }
   }
 
   Kernel k_;
   const Band& band_;
-  Lane lanes_[kLanes];
+  LaneOf<Cell> lanes_[kLanes];
+  State state_[kLanes];
 };
 
 // The band's n draws, kept as their split bits, one byte a draw (a quarter of the memory the
 // words take, which the scan of a 4-plane band otherwise streams through twice).
 inline constexpr unsigned kSplitBitsShift = 1;  // a draw's split bits start at bit 1
-inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n, unsigned planes) {
-  return DrawBandBytes(engine, n, 0, kSplitBitsShift, 0xFF, LockstepGroupCount(planes, engine.threads.count()));
+inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n, unsigned planes, unsigned widest = kMaxLockstep,
+                                         unsigned smallest = 1) {
+  return DrawBandBytes(engine, n, 0, kSplitBitsShift, 0xFF,
+                       LockstepGroupCount(planes, engine.threads.count(), widest, smallest));
+}
+
+// The working rows a kernel's cells live in.
+template <class Cell>
+auto& RowsOf(Engine& engine) {
+  if constexpr (std::is_same_v<Cell, double>)
+    return engine.double_rows;
+  else
+    return engine.rows;
 }
 
 // Every plane of a band (w, h >= 1). The random stream the planes would draw one after the
@@ -290,15 +411,19 @@ inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n, unsigned
 // leave them. Groups of planes run in lockstep, the groups on the engine's threads.
 template <class Kernel>
 void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
+  using Opt = KernelOptions<Kernel>;
+  using Cell = typename Opt::Cell;
   const unsigned planes = band.planes;
-  const std::size_t per_plane = Kernel::kDraws ? band.w * band.h : 0;
+  const unsigned smallest = Opt::kWholeGroups ? Opt::kWidest : 1u;
+  const std::size_t per_plane = Kernel::kDraws ? (Opt::kRowEndDraws ? band.w : band.w - 1) * band.h : 0;
   const std::uint8_t* drawn = nullptr;
-  if constexpr (Kernel::kDraws) drawn = DrawSplitBits(engine, per_plane * planes, planes);
-  ForEachLockstepGroup(engine.threads, planes, kMaxLockstep, [&](unsigned first, unsigned n) {
-    Lane lanes[kMaxLockstep];
+  if constexpr (Kernel::kDraws) drawn = DrawSplitBits(engine, per_plane * planes, planes, Opt::kWidest, smallest);
+  auto& rows = RowsOf<Cell>(engine);
+  ForEachLockstepGroup(engine.threads, planes, Opt::kWidest, smallest, [&](unsigned first, unsigned n) {
+    LaneOf<Cell> lanes[kMaxLockstep];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
-      lanes[l] = {LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w),
+      lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w),
                   Kernel::kDraws ? drawn + per_plane * p : nullptr, p};
     }
     WithLaneCount(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
