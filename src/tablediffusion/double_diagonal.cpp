@@ -52,104 +52,65 @@ void DiffusePlane(DoubleJobBuffers& rows, const Band& band, unsigned p) {
   }
 }
 
-// The fast form (double_serpentine_fast.h): planes in lockstep on their own rows, the carried
-// error in a register, both threshold outcomes doubled before the compare picks one, so the
-// division by three follows the sum straight away; dots gathered per byte. The diagonal shares
-// are added to the next row in the reference's order, beside the chain.
-template <unsigned kLanes>
-class DiagonalLockstep {
- public:
-  DiagonalLockstep(const Band& band, const double_fast::Lane* lanes) : band_(band) {
-    for (unsigned l = 0; l < kLanes; ++l) lanes_[l] = lanes[l];
-  }
-
-  void Run() {
-    for (unsigned l = 0; l < kLanes; ++l) LoadCarriedErrors(lanes_[l].a, lanes_[l].carry, band_.w);
-    ScanSerpentineRows(band_.h, [&]<bool kLtr, bool kLast>(std::size_t y) { Row<kLtr, kLast>(y); });
-  }
-
- private:
+// The fast form, a kernel of the serpentine row engine: planes in lockstep on their own rows,
+// the carried error in a register, both threshold outcomes doubled before the compare picks
+// one, so the division by three follows the sum straight away. The diagonal shares go to the
+// next row in the reference's order, each one pixel late: its division then never holds up the
+// ahead share's division, which the next pixel waits for.
+struct DiagonalKernel {
+  using Cell = double;
   using Real = double_fast::Real;
-  static constexpr unsigned kPerByte = 8;
-  static unsigned Shift(std::size_t x) { return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))); }
+  static constexpr unsigned kBits = 1;
+  static constexpr bool kStarts = false;
+  static constexpr bool kDraws = false;
+  static constexpr bool kSpreadsDown = true;
+  struct LaneState {
+    const std::uint8_t* mask;  // the row's band of the mask
+    std::size_t w;
+    Real pending;  // the error whose diagonal share is not placed yet
+  };
 
-  template <bool kFwd, bool kLast>
-  void Row(std::size_t y) {
-    const std::size_t w = band_.w;
-    const auto& mask = kDiagonalMask[y % kDiagonalMaskRows];
-    double* cur[kLanes];
-    double* diagonal[kLanes];
-    const std::uint8_t* in[kLanes];
-    std::uint8_t* out[kLanes];
-    Real c[kLanes];
-    unsigned acc[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) {
-      cur[l] = kFwd ? lanes_[l].a : lanes_[l].b;
-      double* next = kFwd ? lanes_[l].b : lanes_[l].a;
-      std::fill(next, next + w, 0.0);
-      // required: only a right-to-left last row hands its diagonal shares to the next band.
-      diagonal[l] = kLast && !kFwd ? lanes_[l].carry : next;
-      in[l] = band_.In(y, lanes_[l].p);
-      out[l] = band_.Out(y, lanes_[l].p);
-      c[l] = Real::Load(cur[l] + (kFwd ? 0 : w - 1));
-      acc[l] = 0;
-    }
-    const Real threshold = Real::Of(kDotThreshold), paper = Real::Of(kPaperOutput), thirds = Real::Of(kThirds);
+  static LaneState StartLane(unsigned) { return {nullptr, 0, Real::Of(0.0)}; }
+  // The row the shares go to starts empty. (A right-to-left last row hands them to the carry,
+  // cleared when the band began.)
+  template <bool, bool>
+  static void LaneRow(LaneState& s, const serpentine_lockstep::RowView<double>& r) {
+    std::fill(r.down, r.down + r.w, 0.0);
+    s.mask = kDiagonalMask[r.y % kDiagonalMaskRows].data();
+    s.w = r.w;
+  }
+  static void SetRow(std::size_t) {}
 
-    // A pixel's diagonal share, e / 3.0 to column x - 1 or x + 1 of the next row. Shares that
-    // would leave the row at either edge are dropped.
-    auto share = [&](unsigned l, std::size_t x, Real e) {
-      const Real third = e / thirds;
-      if (mask[x % kDiagonalMaskColumns] != 0) {
-        if (x > 0) (Real::Load(diagonal[l] + x - 1) + third).Store(diagonal[l] + x - 1);
-      } else if (x + 1 < w) {
-        (Real::Load(diagonal[l] + x + 1) + third).Store(diagonal[l] + x + 1);
-      }
-    };
-    // Each pixel's diagonal share is added one pixel later, while the next pixel's sum is
-    // formed: its division then never holds up the ahead share's division, which the next
-    // pixel waits for. The shares still reach each entry of the row in scan order.
-    Real pending[kLanes];
-    for (Real& e : pending) e = Real::Of(0.0);
-    // One pixel of every lane; the row end (i = w - 1) passes nothing ahead.
-    auto pixel = [&](std::size_t i, auto row_end) {
-      const std::size_t x = kFwd ? i : w - 1 - i;
-      const std::size_t before = kFwd ? x - 1 : x + 1;
-      ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
-        const int v = in[l][x];
-        c[l].Store(cur[l] + x);
-        const Real s = Real::Level(v) + c[l];
-        const double_fast::Mask dark = double_fast::AtOrBelow(s, threshold);
-        acc[l] |= (dark.bit() & static_cast<unsigned>(v < kWhiteLevel)) << Shift(x);
-        const Real e_paper = s - paper;
-        if constexpr (!decltype(row_end)::value) {
-          const Real ahead = double_fast::Select(dark, s + s, e_paper + e_paper) / thirds;
-          c[l] = Real::Load(cur[l] + (kFwd ? x + 1 : x - 1)) + ahead;
-        }
-        if (i > 0) share(l, before, pending[l]);
-        pending[l] = double_fast::Select(dark, s, e_paper);
-        if constexpr (decltype(row_end)::value) share(l, x, pending[l]);
-      });
-      if (row_end || (x & (kPerByte - 1)) == (kFwd ? kPerByte - 1 : 0)) {
-        for (unsigned l = 0; l < kLanes; ++l) {
-          out[l][x / kPerByte] = static_cast<std::uint8_t>(out[l][x / kPerByte] | acc[l]);
-          acc[l] = 0;
-        }
-      }
-    };
-    for (std::size_t i = 0; i + 1 < w; ++i) pixel(i, std::false_type{});
-    pixel(w - 1, std::true_type{});
+  template <bool kLtr, bool, bool kEnd>
+  HALFTONE_FORCE_INLINE static serpentine_lockstep::PixelOutOf<Real> Step(const LaneState&, int v, Real held,
+                                                                          std::size_t, unsigned, unsigned) {
+    const Real s = Real::Level(v) + held;
+    const double_fast::Mask dark = double_fast::AtOrBelow(s, Real::Of(kDotThreshold));
+    const unsigned code = dark.bit() & static_cast<unsigned>(v < kWhiteLevel);
+    const Real e_paper = s - Real::Of(kPaperOutput);
+    Real ahead = Real::Of(0.0);
+    if constexpr (!kEnd) ahead = double_fast::Select(dark, s + s, e_paper + e_paper) / Real::Of(kThirds);
+    return {code, ahead, double_fast::Select(dark, s, e_paper)};
   }
 
-  const Band& band_;
-  double_fast::Lane lanes_[kLanes];
+  // e / 3.0 to column x - 1 or x + 1 of the next row; shares that would leave the row at either
+  // edge are dropped.
+  static void Share(const LaneState& s, double* down, std::size_t x, Real e) {
+    const Real third = e / Real::Of(kThirds);
+    using Cells = serpentine_lockstep::Cells<double>;
+    if (s.mask[x % kDiagonalMaskColumns] != 0) {
+      if (x > 0) Cells::Put(down + x - 1, Real::Load(down + x - 1) + third);
+    } else if (x + 1 < s.w) {
+      Cells::Put(down + x + 1, Real::Load(down + x + 1) + third);
+    }
+  }
+  template <bool kLtr, bool kEnd>
+  HALFTONE_FORCE_INLINE static void PutDown(LaneState& s, double* down, std::size_t x, std::size_t i, Real e) {
+    if (i > 0) Share(s, down, kLtr ? x - 1 : x + 1, s.pending);
+    s.pending = e;
+    if constexpr (kEnd) Share(s, down, x, s.pending);
+  }
 };
-
-void DiagonalBand(Engine& engine, const Band& band) {
-  double_fast::ForEachLockstepGroup(engine, band, nullptr, 0, kMaxLockstep, [&](const double_fast::Lane* lanes, unsigned n) {
-    WithLaneCount(n, [&](auto lanes_n) { DiagonalLockstep<decltype(lanes_n)::value>(band, lanes).Run(); });
-  });
-}
 
 }  // namespace
 
@@ -158,7 +119,7 @@ int Diagonal(Engine& engine, const Band& band) {
     if (ForceScalar()) {
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane(engine.double_rows, band, p);
     } else {
-      DiagonalBand(engine, band);
+      serpentine_lockstep::RunBand(DiagonalKernel{}, engine, band);
     }
   });
 }

@@ -94,19 +94,53 @@ HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
   return (e & m.whole) + ((part ^ m.negate) - m.negate);
 }
 
+// A double of the fast passes, in the low lane of a two-lane vector: each operation is the
+// IEEE operation on that lane (the other rides along unused), a compare gives a mask and a
+// select is bitwise, never a branch on the image. Keeping the value in the vector type spares
+// the moves that converting to and from a plain double costs around every select.
+using Lanes2 = double __attribute__((vector_size(16)));
+using Mask2 = decltype(Lanes2{} <= Lanes2{});
+struct Real {
+  Lanes2 r;
+  static Real Of(double d) { return {Lanes2{d, 0.0}}; }
+  static Real Load(const double* p) { return Of(*p); }
+  static Real Level(int v) { return Of(static_cast<double>(v)); }
+  double Value() const { return r[0]; }
+  friend Real operator+(Real a, Real b) { return {a.r + b.r}; }
+  friend Real operator-(Real a, Real b) { return {a.r - b.r}; }
+  friend Real operator*(Real a, Real b) { return {a.r * b.r}; }
+  friend Real operator/(Real a, Real b) { return {a.r / b.r}; }
+};
+// All ones where the compare holds.
+struct Mask {
+  Mask2 m;
+  unsigned bit() const { return static_cast<unsigned>(m[0]) & 1u; }
+};
+inline Mask AtOrBelow(Real s, Real t) { return {s.r <= t.r}; }
+inline Mask Above(Real s, Real t) { return {s.r > t.r}; }
+inline Real Select(Mask m, Real yes, Real no) {
+  return {reinterpret_cast<Lanes2>((reinterpret_cast<Mask2>(yes.r) & m.m) | (reinterpret_cast<Mask2>(no.r) & ~m.m))};
+}
+
 // What a working-row cell is: a 16-bit integer that wraps as the reference's stores do (held
-// in an int while it moves along the row), or a double.
+// in an int while it moves along the row), or a double (held as a Real). Put stores a held
+// value or a share into a cell; Plus is a cell plus a share, held.
 template <class Cell>
 struct Cells;
 template <>
 struct Cells<std::int16_t> {
   using Held = int;
-  HALFTONE_FORCE_INLINE static std::int16_t Put(int v) { return Store16(v); }
+  HALFTONE_FORCE_INLINE static int Load(const std::int16_t* p) { return *p; }
+  HALFTONE_FORCE_INLINE static void Put(std::int16_t* p, int v) { *p = Store16(v); }
+  HALFTONE_FORCE_INLINE static int Plus(const std::int16_t* p, int v) { return Store16(*p + v); }
 };
 template <>
 struct Cells<double> {
-  using Held = double;
-  HALFTONE_FORCE_INLINE static double Put(double v) { return v; }
+  using Held = Real;
+  HALFTONE_FORCE_INLINE static Real Load(const double* p) { return Real::Load(p); }
+  // The low lane stored as it is, not taken out of the vector first.
+  HALFTONE_FORCE_INLINE static void Put(double* p, Real v) { __builtin_memcpy(p, &v.r, sizeof(double)); }
+  HALFTONE_FORCE_INLINE static Real Plus(const double* p, Real v) { return Real::Load(p) + v; }
 };
 
 // What a kernel decides for one pixel: its code (0 writes nothing) and the two shares.
@@ -191,7 +225,7 @@ struct NoLaneState {};
 // left-to-right last row's down shares go to the carry (else to B, as the right-to-left ones
 // go to the carry); kStartIsInput when a row starts from its input alone, added as the down
 // shares are stored instead of laid in first; kSpreadsDown when the kernel places its down share itself,
-// PutDown<kEnd>(state, down, x, i, share); kLockstep, the widest group, and kWholeGroups, no
+// PutDown<kLtr, kEnd>(state, down, x, i, share); kLockstep, the widest group, and kWholeGroups, no
 // group narrower than that to give a thread one.
 template <class Kernel, unsigned kLanes>
 class Scan {
@@ -222,7 +256,7 @@ class Scan {
       Cell* carry = lanes_[l].carry;
       if constexpr (Kernel::kStarts) {
         k_.FillStart(a, band_.In(0, lanes_[l].p), 0, w);
-        for (std::size_t x = 0; x < w; ++x) a[x] = Cells<Cell>::Put(a[x] + carry[x]);
+        for (std::size_t x = 0; x < w; ++x) Cells<Cell>::Put(a + x, a[x] + carry[x]);
       } else {
         for (std::size_t x = 0; x < w; ++x) a[x] = carry[x];
       }
@@ -278,7 +312,7 @@ class Scan {
   HALFTONE_FORCE_INLINE void Pixel(RowState& st, std::size_t i, std::size_t x, unsigned odd,
                                    unsigned shift) {
     const int v = st.in[x];
-    if constexpr (kKeepCur) st.cur[x] = static_cast<Cell>(st.held);
+    if constexpr (kKeepCur) Cells<Cell>::Put(st.cur + x, st.held);
     const unsigned drawn = Kernel::kDraws && (Opt::kRowEndDraws || !kEnd) ? st.drawn[i] : 0u;
     PixelOutOf<Held> o;
     if constexpr (Opt::kLaneState)
@@ -287,14 +321,14 @@ class Scan {
       o = k_.template Step<kLtr>(v, st.held, x, odd, drawn);
     st.acc |= o.code << shift;
     if constexpr (Opt::kSpreadsDown)
-      k_.template PutDown<kEnd>(st.state, st.down, x, i, o.down);
+      k_.template PutDown<kLtr, kEnd>(st.state, st.down, x, i, o.down);
     else if constexpr (Kernel::kStarts && !kLast && Opt::kStartIsInput)
-      st.down[x] = Cells<Cell>::Put(st.below[x] + o.down);
+      Cells<Cell>::Put(st.down + x, st.below[x] + o.down);
     else if constexpr (Kernel::kStarts && !kLast)
-      st.down[x] = Cells<Cell>::Put(st.down[x] + o.down);
+      Cells<Cell>::Put(st.down + x, st.down[x] + o.down);
     else
-      st.down[x] = Cells<Cell>::Put(o.down);
-    if constexpr (!kEnd) st.held = Cells<Cell>::Put(st.cur[kLtr ? x + 1 : x - 1] + o.ahead);
+      Cells<Cell>::Put(st.down + x, o.down);
+    if constexpr (!kEnd) st.held = Cells<Cell>::Plus(st.cur + (kLtr ? x + 1 : x - 1), o.ahead);
   }
 
   // Scan position i of every lane.
@@ -355,7 +389,7 @@ class Scan {
       st[l].in = band_.In(y, lanes_[l].p);
       st[l].out = band_.Out(y, lanes_[l].p);
       st[l].drawn = lanes_[l].drawn;
-      st[l].held = st[l].cur[kLtr ? 0 : w - 1];
+      st[l].held = Cells<Cell>::Load(st[l].cur + (kLtr ? 0 : w - 1));
       st[l].acc = 0;
       st[l].state = state_[l];
       if constexpr (Kernel::kStarts && !kLast) {
