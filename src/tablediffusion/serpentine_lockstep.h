@@ -1,6 +1,7 @@
-// The fast path of the table-driven serpentine diffusions on 16-bit rows (level_restricted.cpp,
-// layer_modulated.cpp): the same pixels in the same order per plane, the same draws and the
-// same rows left behind as their readable passes. What changes is how:
+// The serpentine row engine of the table-driven diffusions (level_restricted.cpp,
+// layer_modulated.cpp, cyclic.cpp, and the double-precision members through
+// double_serpentine_fast.h): the same pixels in the same order per plane, the same draws and
+// the same rows left behind as their readable passes. What changes is how:
 //   - the planes of a band run in lockstep groups, row y of every plane in one loop, each plane
 //     on its own working rows, carry entries and slice of the random stream drawn ahead, so
 //     their dependency chains overlap;
