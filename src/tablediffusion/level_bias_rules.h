@@ -180,7 +180,11 @@ inline std::size_t CountBelow(const std::uint8_t* row, std::size_t w, int limit)
       std::memcpy(&s, row + x, sizeof s);
       counts -= std::bit_cast<vec::Bytes>(s <= top);
     }
-    for (unsigned k = 0; k < 16; ++k) n += counts[k];
+    // The byte counts added in pairs of 16 bits, then the four pairs of each half by a multiply.
+    constexpr std::uint64_t kLowBytes = 0x00FF00FF00FF00FFu, kOnes16 = 0x0001000100010001u;
+    const vec::Quads q = std::bit_cast<vec::Quads>(counts);
+    const vec::Quads pairs = (q & kLowBytes) + ((q >> 8) & kLowBytes);
+    n += static_cast<std::size_t>((pairs[0] * kOnes16 >> 48) + (pairs[1] * kOnes16 >> 48));
   }
 #endif
   for (; x < w; ++x) n += row[x] < limit;
