@@ -40,20 +40,18 @@ TEST(RandomSplitFast, VectorPartsTruncateTowardZeroForEvery16BitError) {
   using random_split::Share;
   using random_split::ShareOf;
   for (int e0 = -32768; e0 <= 32767; e0 += 8) {
-    alignas(16) std::int16_t in[8], half[8], third[8], two[8], quarter[8], three[8];
-    for (int k = 0; k < 8; ++k) in[k] = static_cast<std::int16_t>(e0 + k);
-    const __m128i e = _mm_load_si128(reinterpret_cast<const __m128i*>(in));
-    _mm_store_si128(reinterpret_cast<__m128i*>(half), halftone::vec::Half(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(third), halftone::vec::Third(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(two), halftone::vec::TwoThirds(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(quarter), halftone::vec::Quarter(e));
-    _mm_store_si128(reinterpret_cast<__m128i*>(three), halftone::vec::ThreeQuarters(e));
-    for (int k = 0; k < 8; ++k) {
-      ASSERT_EQ(half[k], ShareOf(Share::kHalf, in[k])) << in[k];
-      ASSERT_EQ(third[k], ShareOf(Share::kThird, in[k])) << in[k];
-      ASSERT_EQ(two[k], ShareOf(Share::kTwoThirds, in[k])) << in[k];
-      ASSERT_EQ(quarter[k], ShareOf(Share::kQuarter, in[k])) << in[k];
-      ASSERT_EQ(three[k], ShareOf(Share::kThreeQuarters, in[k])) << in[k];
+    using halftone::vec::At;
+    halftone::vec::V16 e{};
+    for (unsigned k = 0; k < 8; ++k) e[k] = static_cast<std::uint16_t>(e0 + static_cast<int>(k));
+    const auto half = halftone::vec::Half(e), third = halftone::vec::Third(e), two = halftone::vec::TwoThirds(e),
+               quarter = halftone::vec::Quarter(e), three = halftone::vec::ThreeQuarters(e);
+    for (unsigned k = 0; k < 8; ++k) {
+      const std::int16_t in = At(e, k);
+      ASSERT_EQ(At(half, k), ShareOf(Share::kHalf, in)) << in;
+      ASSERT_EQ(At(third, k), ShareOf(Share::kThird, in)) << in;
+      ASSERT_EQ(At(two, k), ShareOf(Share::kTwoThirds, in)) << in;
+      ASSERT_EQ(At(quarter, k), ShareOf(Share::kQuarter, in)) << in;
+      ASSERT_EQ(At(three, k), ShareOf(Share::kThreeQuarters, in)) << in;
     }
   }
 }

@@ -101,18 +101,16 @@ TEST(RestrictedFast, VectorRuleFlagsGiveEveryRulesShareForEvery16BitError) {
   constexpr int kTop = 32767 - 255;
   for (std::size_t r0 = 0; r0 < kRules; r0 += 4)
     for (int e0 = -32768; e0 <= kTop; e0 += 2) {
-      alignas(16) std::int16_t in[8], flags[8] = {}, ahead[8];
-      for (int k = 0; k < 8; ++k) {
-        in[k] = static_cast<std::int16_t>(std::min(e0 + k % 2, kTop));
-        flags[k] = static_cast<std::int16_t>(RuleFlags(rules[(r0 + static_cast<std::size_t>(k) / 2) % kRules]));
+      vec::V16 e{}, flags{};
+      for (unsigned k = 0; k < 8; ++k) {
+        e[k] = static_cast<std::uint16_t>(std::min(e0 + static_cast<int>(k % 2), kTop));
+        flags[k] = RuleFlags(rules[(r0 + k / 2) % kRules]);
       }
-      const __m128i e = _mm_load_si128(reinterpret_cast<const __m128i*>(in));
-      const __m128i f = _mm_load_si128(reinterpret_cast<const __m128i*>(flags));
-      _mm_store_si128(reinterpret_cast<__m128i*>(ahead), serpentine_lockstep::AheadByFlags<kEveryFlag, 0>(e, f));
-      for (int k = 0; k < 8; ++k) {
-        const ShareRule& rule = rules[(r0 + static_cast<std::size_t>(k) / 2) % kRules];
-        ASSERT_EQ(ahead[k], Apply(rule, in[k]).ahead)
-            << rule.num << "/" << rule.den << (rule.to_ahead ? " ahead" : " down") << " e " << in[k];
+      const vec::V16 ahead = serpentine_lockstep::AheadByFlags<kEveryFlag, 0>(e, flags);
+      for (unsigned k = 0; k < 8; ++k) {
+        const ShareRule& rule = rules[(r0 + k / 2) % kRules];
+        ASSERT_EQ(vec::At(ahead, k), Apply(rule, vec::At(e, k)).ahead)
+            << rule.num << "/" << rule.den << (rule.to_ahead ? " ahead" : " down") << " e " << vec::At(e, k);
       }
     }
   // The same flags in ints, for the errors the vector lanes cannot hold.

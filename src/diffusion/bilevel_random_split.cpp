@@ -147,20 +147,18 @@ struct BilevelPass {
   // The same decision on 16-bit lanes; a guard reads the sample only through s == 255.
   struct VectorDecide {
     struct Sample {
-      __m128i full;
+      vec::V16 full;
     };
-    HALFTONE_FORCE_INLINE Sample Prepare(__m128i s) const {
-      return {_mm_cmpeq_epi16(s, halftone::vec::Splat(kFullSample))};
-    }
-    HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample k, __m128i term, __m128i& code) const {
-      using halftone::vec::Splat;
-      const __m128i above = _mm_cmpgt_epi16(v, Splat(kThreshold));
-      const __m128i one = Splat(1);
-      __m128i dot = kMember.sense == Sense::kLightness ? _mm_andnot_si128(above, one) : _mm_and_si128(above, one);
-      if constexpr (kMember.guard == Guard::kWhite) dot = _mm_andnot_si128(k.full, dot);
-      if constexpr (kMember.guard == Guard::kFull) dot = _mm_or_si128(dot, _mm_and_si128(k.full, one));
+    HALFTONE_FORCE_INLINE Sample Prepare(vec::V16 s) const { return {vec::Equal(s, vec::Splat(kFullSample))}; }
+    HALFTONE_FORCE_INLINE vec::V16 Error(vec::V16 v, Sample k, vec::V16 term, vec::V16& code) const {
+      using vec::Splat;
+      const vec::V16 above = vec::Greater(v, Splat(kThreshold));
+      const vec::V16 one = Splat(1);
+      vec::V16 dot = kMember.sense == Sense::kLightness ? ~above & one : above & one;
+      if constexpr (kMember.guard == Guard::kWhite) dot &= ~k.full;
+      if constexpr (kMember.guard == Guard::kFull) dot |= k.full & one;
       code = dot;
-      return _mm_sub_epi16(_mm_add_epi16(v, term), _mm_and_si128(above, Splat(kFullSample)));
+      return v + term - (above & Splat(kFullSample));
     }
   };
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }

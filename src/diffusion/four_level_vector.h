@@ -14,12 +14,12 @@ namespace halftone {
 // between two neighbouring levels: L0/L1 at M01 where r <= L1, L2/L3 at M23 where r > L2, and
 // L1/L2 at M12 between. Levels out of order keep the table (Of gives none).
 struct FourLevelVector {
-  __m128i l1_above, l2_above;             // L1 + 1 and L2 + 1: r <= L as L + 1 > r
-  __m128i t_none, t_step_b, t_step_a;     // the threshold: M23, then M12 - M23, M01 - M12
-  __m128i lo_none, lo_step_b, lo_step_a;  // minus the lower level, by the same steps
-  __m128i d_none, d_step_b, d_step_a;     // the step from the lower level to the upper one
+  vec::V16 l1_above, l2_above;             // L1 + 1 and L2 + 1: r <= L as L + 1 > r
+  vec::V16 t_none, t_step_b, t_step_a;     // the threshold: M23, then M12 - M23, M01 - M12
+  vec::V16 lo_none, lo_step_b, lo_step_a;  // minus the lower level, by the same steps
+  vec::V16 d_none, d_step_b, d_step_a;     // the step from the lower level to the upper one
   struct Sample {
-    __m128i threshold, minus_lower, step, lower_code;
+    vec::V16 threshold, minus_lower, step, lower_code;
   };
 
   static std::optional<FourLevelVector> Of(const FourLevels& lv) {
@@ -34,21 +34,21 @@ struct FourLevelVector {
                            Splat(d_none),    Splat(d_b - d_none),   Splat(d_a - d_b)};
   }
 
-  HALFTONE_FORCE_INLINE Sample Prepare(__m128i r) const {
-    using halftone::vec::Splat;
-    const __m128i a = _mm_cmpgt_epi16(l1_above, r), b = _mm_cmpgt_epi16(l2_above, r);  // a implies b
-    const auto by_class = [&](__m128i none, __m128i step_b, __m128i step_a) HALFTONE_FORCE_INLINE {
-      return _mm_add_epi16(_mm_add_epi16(none, _mm_and_si128(b, step_b)), _mm_and_si128(a, step_a));
+  HALFTONE_FORCE_INLINE Sample Prepare(vec::V16 r) const {
+    using vec::V16;
+    const V16 a = vec::Greater(l1_above, r), b = vec::Greater(l2_above, r);  // a implies b
+    const auto by_class = [&](V16 none, V16 step_b, V16 step_a) HALFTONE_FORCE_INLINE {
+      return none + (b & step_b) + (a & step_a);
     };
     // Code of the lower level: L2 (1), L1 (2) where r <= L2, L0 (3) where r <= L1.
     return {by_class(t_none, t_step_b, t_step_a), by_class(lo_none, lo_step_b, lo_step_a),
-            by_class(d_none, d_step_b, d_step_a), _mm_sub_epi16(_mm_sub_epi16(Splat(kCodeL2), a), b)};
+            by_class(d_none, d_step_b, d_step_a), vec::Splat(kCodeL2) - a - b};
   }
   // The error v - level + term, and the code (the upper level's is one less).
-  HALFTONE_FORCE_INLINE __m128i Error(__m128i v, const Sample& k, __m128i term, __m128i& code) const {
-    const __m128i upper = _mm_cmpgt_epi16(v, k.threshold);
-    code = _mm_add_epi16(k.lower_code, upper);
-    return _mm_sub_epi16(_mm_add_epi16(v, _mm_add_epi16(term, k.minus_lower)), _mm_and_si128(upper, k.step));
+  HALFTONE_FORCE_INLINE vec::V16 Error(vec::V16 v, const Sample& k, vec::V16 term, vec::V16& code) const {
+    const vec::V16 upper = vec::Greater(v, k.threshold);
+    code = k.lower_code + upper;
+    return v + term + k.minus_lower - (upper & k.step);
   }
 };
 

@@ -115,12 +115,12 @@ struct SingleDotPass {
 #if HALFTONE_VECTOR_ROWS
   struct VectorDecide {
     struct Sample {};
-    HALFTONE_FORCE_INLINE Sample Prepare(__m128i) const { return {}; }
-    HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample, __m128i term, __m128i& code) const {
-      using halftone::vec::Splat;
-      const __m128i above = _mm_cmpgt_epi16(v, Splat(kSingleDotThreshold));
-      code = _mm_andnot_si128(above, Splat(kDotCode));
-      return _mm_sub_epi16(_mm_add_epi16(v, term), _mm_and_si128(above, Splat(kPaper)));
+    HALFTONE_FORCE_INLINE Sample Prepare(vec::V16) const { return {}; }
+    HALFTONE_FORCE_INLINE vec::V16 Error(vec::V16 v, Sample, vec::V16 term, vec::V16& code) const {
+      using vec::Splat;
+      const vec::V16 above = vec::Greater(v, Splat(kSingleDotThreshold));
+      code = ~above & Splat(kDotCode);
+      return v + term - (above & Splat(kPaper));
     }
   };
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }

@@ -1,4 +1,4 @@
-// Inner rows of a lockstep group with the planes as the 16-bit lanes of one SSE2 vector. The
+// Inner rows of a lockstep group with the planes as the 16-bit lanes of one vector. The
 // scalar lockstep scan keeps every lane's chain in general registers; with four planes their
 // pointers outnumber the registers and each pixel costs some forty instructions a lane. Here a
 // column of the group is one vector step: the working rows, samples, draws, curve terms and
@@ -18,6 +18,7 @@
 // scalar lockstep scan: one column in a row and one row in a band.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -38,55 +39,43 @@ template <class Table>
 struct TableDecide {
   const Table* table;
   struct Sample {
-    __m128i origin;  // each lane's class origin in the table
-    __m128i s;       // the raw samples, for a lookup outside the window
+    vec::V16 origin;  // each lane's class origin in the table
+    vec::V16 s;       // the raw samples, for a lookup outside the window
   };
-  // Lane kLane of v as an unsigned 16-bit value (the lane is a constant of the instruction).
-  template <int kLane>
-  HALFTONE_FORCE_INLINE static unsigned LaneOf(__m128i v) {
-    return static_cast<unsigned>(_mm_extract_epi16(v, kLane));
-  }
-  HALFTONE_FORCE_INLINE Sample Prepare(__m128i s) const {
-    const auto origin = [&](unsigned sample) HALFTONE_FORCE_INLINE {
-      return static_cast<short>(table->origin_of[sample]);
+  HALFTONE_FORCE_INLINE Sample Prepare(vec::V16 s) const {
+    const auto origin = [&](unsigned l) HALFTONE_FORCE_INLINE {
+      return static_cast<std::uint16_t>(table->origin_of[s[l]]);
     };
-    return {_mm_setr_epi16(origin(LaneOf<0>(s)), origin(LaneOf<1>(s)), origin(LaneOf<2>(s)), origin(LaneOf<3>(s)), 0,
-                           0, 0, 0),
-            s};
+    return {vec::V16{origin(0), origin(1), origin(2), origin(3), 0, 0, 0, 0}, s};
   }
   // The error v - level + term, and the code.
-  HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample k, __m128i term, __m128i& code) const {
-    constexpr int kGroupBytes = 0xFF;  // movemask bits of the low four lanes
-    const __m128i outside = _mm_or_si128(_mm_cmpgt_epi16(v, vec::Splat(Table::kWindowHi)),
-                                         _mm_cmpgt_epi16(vec::Splat(Table::kWindowLo), v));
-    __m128i err;
-    if ((_mm_movemask_epi8(outside) & kGroupBytes) == 0) [[likely]] {
-      const __m128i at = _mm_add_epi16(v, k.origin);
-      const auto entry = [&](unsigned index) HALFTONE_FORCE_INLINE {
-        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(table->EntryAt(index)));
-      };
+  HALFTONE_FORCE_INLINE vec::V16 Error(vec::V16 v, Sample k, vec::V16 term, vec::V16& code) const {
+    using vec::V16;
+    const V16 outside = vec::Greater(v, vec::Splat(Table::kWindowHi)) | vec::Greater(vec::Splat(Table::kWindowLo), v);
+    V16 err;
+    if (!vec::AnyOfGroup(outside)) [[likely]] {
+      const V16 at = v + k.origin;
+      const auto entry = [&](unsigned l) HALFTONE_FORCE_INLINE { return vec::Load16(table->EntryAt(at[l])); };
       // Entries {err, part, code, rest}: lanes 0 and 1, 2 and 3 side by side, then err and code
       // apart (the group's four lanes of each; the upper lanes hold parts and rests).
-      const __m128i e01 = _mm_unpacklo_epi16(entry(LaneOf<0>(at)), entry(LaneOf<1>(at)));
-      const __m128i e23 = _mm_unpacklo_epi16(entry(LaneOf<2>(at)), entry(LaneOf<3>(at)));
-      err = _mm_unpacklo_epi32(e01, e23);
-      code = _mm_unpackhi_epi32(e01, e23);
+      const auto e01 = std::bit_cast<vec::Words>(__builtin_shufflevector(entry(0), entry(1), 0, 8, 1, 9, 2, 10, 3, 11));
+      const auto e23 = std::bit_cast<vec::Words>(__builtin_shufflevector(entry(2), entry(3), 0, 8, 1, 9, 2, 10, 3, 11));
+      err = std::bit_cast<V16>(__builtin_shufflevector(e01, e23, 0, 4, 1, 5));
+      code = std::bit_cast<V16>(__builtin_shufflevector(e01, e23, 2, 6, 3, 7));
     } else {
       err = Outside(v, k.s, code);
     }
-    return _mm_add_epi16(err, term);
+    return err + term;
   }
-  [[gnu::noinline]] __m128i Outside(__m128i v, __m128i s, __m128i& code) const {
-    alignas(16) std::int16_t vs[8], ss[8], err[8] = {}, codes[8] = {};
-    _mm_store_si128(reinterpret_cast<__m128i*>(vs), v);
-    _mm_store_si128(reinterpret_cast<__m128i*>(ss), s);
+  [[gnu::noinline]] vec::V16 Outside(vec::V16 v, vec::V16 s, vec::V16& code) const {
+    vec::V16 err{};
+    code = vec::V16{};
     for (unsigned l = 0; l < kVectorLanes; ++l) {
-      const PartOutcome o = table->DecideWithPart(vs[l], ss[l]);
-      err[l] = static_cast<std::int16_t>(o.err);
-      codes[l] = static_cast<std::int16_t>(o.code);
+      const PartOutcome o = table->DecideWithPart(vec::At(v, l), vec::At(s, l));
+      err[l] = static_cast<std::uint16_t>(o.err);
+      code[l] = static_cast<std::uint16_t>(o.code);
     }
-    code = _mm_load_si128(reinterpret_cast<const __m128i*>(codes));
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(err));
+    return err;
   }
 };
 
@@ -168,18 +157,18 @@ class VectorRows {
 
   // The parts of an error e a share can be, each formed once a pixel (and only if used).
   struct Parts {
-    __m128i e, half, third, two_thirds, quarter, three_quarters;
+    vec::V16 e, half, third, two_thirds, quarter, three_quarters;
   };
-  HALFTONE_FORCE_INLINE static __m128i PartOf(Share share, const Parts& p) {
+  HALFTONE_FORCE_INLINE static vec::V16 PartOf(Share share, const Parts& p) {
     switch (share) {
       case Share::kAll: return p.e;
       case Share::kHalf: return p.half;
       case Share::kThird: return p.third;
       case Share::kTwoThirds: return p.two_thirds;
-      case Share::kRestAfterThird: return _mm_sub_epi16(p.e, p.third);
+      case Share::kRestAfterThird: return p.e - p.third;
       case Share::kQuarter: return p.quarter;
       case Share::kThreeQuarters: return p.three_quarters;
-      default: return _mm_setzero_si128();
+      default: return vec::V16{};
     }
   }
   // The share a column takes for split code c in a row of one direction.
@@ -190,10 +179,10 @@ class VectorRows {
   // The split codes whose share in a column is `kKind`, as a lane mask (the compares are off
   // the error's chain).
   template <bool kLtr, bool kBelow, Share kKind>
-  HALFTONE_FORCE_INLINE static __m128i CodesOf(__m128i code) {
-    __m128i m = _mm_setzero_si128();
+  HALFTONE_FORCE_INLINE static vec::V16 CodesOf(vec::V16 code) {
+    vec::V16 m{};
     [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) HALFTONE_FORCE_INLINE {
-      ((m = ShareAt<kLtr, kBelow>(c) == kKind ? _mm_or_si128(m, _mm_cmpeq_epi16(code, vec::Splat(c))) : m), ...);
+      ((m = ShareAt<kLtr, kBelow>(c) == kKind ? m | vec::Equal(code, vec::Splat(c)) : m), ...);
     }(std::make_integer_sequence<unsigned, kCodes>{});
     return m;
   }
@@ -205,11 +194,11 @@ class VectorRows {
   }();
   // A column's share for each lane's split code: the part its code's split names.
   template <bool kLtr, bool kBelow>
-  HALFTONE_FORCE_INLINE static __m128i ShareFor(__m128i code, const Parts& parts) {
-    __m128i share = _mm_setzero_si128();
+  HALFTONE_FORCE_INLINE static vec::V16 ShareFor(vec::V16 code, const Parts& parts) {
+    vec::V16 share{};
     const auto add = [&]<Share kKind>() HALFTONE_FORCE_INLINE {
       if constexpr (kUses<kLtr, kBelow, kKind>)
-        share = _mm_or_si128(share, _mm_and_si128(CodesOf<kLtr, kBelow, kKind>(code), PartOf(kKind, parts)));
+        share |= CodesOf<kLtr, kBelow, kKind>(code) & PartOf(kKind, parts);
     };
     add.template operator()<Share::kAll>();
     add.template operator()<Share::kHalf>();
@@ -260,19 +249,19 @@ class VectorRows {
     constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
 
     std::size_t at = kLtr ? 0 : (w - 1) * kVectorLanes;  // column x's entries
-    __m128i v = vec::Load16(cur + at);
+    vec::V16 v = vec::Load16(cur + at);
     for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
       const auto sample = vdecide.Prepare(vec::Load8(samples + at));
       if constexpr (kKeep) vec::Store16(cur + at, v);
-      __m128i dot;
-      const __m128i e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
+      vec::V16 dot;
+      const vec::V16 e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
       vec::Store8(dots + at, dot);
       const Parts parts{e, vec::Half(e), vec::Third(e), vec::TwoThirds(e), vec::Quarter(e), vec::ThreeQuarters(e)};
-      const __m128i code = vec::Load8(codes + kVectorLanes * i);
-      const __m128i along = ShareFor<kLtr, false>(code, parts);
-      const __m128i down = ShareFor<kLtr, true>(code, parts);
-      vec::Store16(next + at, _mm_add_epi16(vec::Load8(below + at), down));
-      v = _mm_add_epi16(vec::Load16(cur + at + kStep), along);
+      const vec::V16 code = vec::Load8(codes + kVectorLanes * i);
+      const vec::V16 along = ShareFor<kLtr, false>(code, parts);
+      const vec::V16 down = ShareFor<kLtr, true>(code, parts);
+      vec::Store16(next + at, vec::Load8(below + at) + down);
+      v = vec::Load16(cur + at + kStep) + along;
     }
     EndPixel<kLtr>(v);
     PackRow(y);
@@ -282,16 +271,14 @@ class VectorRows {
 
   // The pixel ending an inner row, lane by lane: part of its error goes down, the rest is lost.
   template <bool kLtr>
-  void EndPixel(__m128i v) {
+  void EndPixel(vec::V16 v) {
     const std::size_t w = band_.w;
     const std::size_t x = kLtr ? w - 1 : 0;
-    alignas(16) std::int16_t values[8];
-    _mm_store_si128(reinterpret_cast<__m128i*>(values), v);
     for (unsigned l = 0; l < n_; ++l) {
       const std::size_t at = kVectorLanes * x + l;
       const std::uint8_t s = mem_.samples[at];
-      mem_.cur[at] = values[l];
-      const Outcome o = decide_.Decide(values[l], s);
+      mem_.cur[at] = vec::At(v, l);
+      const Outcome o = decide_.Decide(vec::At(v, l), s);
       mem_.dots[at] = static_cast<std::uint8_t>(o.code);
       int term = 0;
       if constexpr (kScan.curve_terms) {

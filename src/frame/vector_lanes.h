@@ -1,5 +1,5 @@
 // What every diffusion's vector rows share, where the target has them (HALFTONE_VECTOR_ROWS):
-// a group of up to four planes as the 16-bit lanes of one SSE2 vector, its rows kept
+// a group of up to four planes as the 16-bit lanes of one 128-bit vector, its rows kept
 // interleaved (entry 4x + l is lane l at column x) in one block of scratch memory, the
 // truncating shares of a 16-bit error on lanes, interleaving rows in and packing dots out, the
 // serpentine order of a band's inner rows, and the spreading of groups over the threads.
@@ -8,11 +8,16 @@
 #include "frame/vector_rows.h"
 
 #if HALFTONE_VECTOR_ROWS
-#include <emmintrin.h>
-
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
+#endif
 
 #include "frame/engine.h"
 #include "frame/force_inline.h"
@@ -20,7 +25,7 @@
 
 namespace halftone {
 
-// Planes a vector group holds: four 16-bit lanes, the low half of an SSE2 register.
+// Planes a vector group holds: four 16-bit lanes, the low half of a 128-bit vector.
 inline constexpr unsigned kVectorLanes = 4;
 // Smallest group worth the interleaving: two planes ran 8-15 % slower as vector lanes than as
 // a scalar lockstep pair, three already faster.
@@ -28,65 +33,99 @@ inline constexpr unsigned kVectorMinLanes = 3;
 
 namespace vec {
 
-HALFTONE_FORCE_INLINE inline __m128i Splat(int v) { return _mm_set1_epi16(static_cast<short>(v)); }
-// Four 16-bit entries (one column of every lane).
-HALFTONE_FORCE_INLINE inline __m128i Load16(const std::int16_t* p) {
-  return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+// Eight 16-bit lanes in one 128-bit vector (SSE2 on x86, NEON on AArch64), a group in the low
+// four; the upper four carry whatever the arithmetic leaves there and are never stored. The
+// lanes are unsigned so that adds and subtracts wrap modulo 2^16, as the working rows store
+// values; compares and arithmetic shifts read them as signed.
+using V16 = std::uint16_t __attribute__((vector_size(16)));
+using Signed16 = std::int16_t __attribute__((vector_size(16)));
+using Bytes = std::uint8_t __attribute__((vector_size(16)));
+using Words = std::uint32_t __attribute__((vector_size(16)));
+using Quads = std::uint64_t __attribute__((vector_size(16)));
+
+HALFTONE_FORCE_INLINE inline V16 Splat(int v) { return V16{} + static_cast<std::uint16_t>(v); }
+// All ones where a > b, read as signed.
+HALFTONE_FORCE_INLINE inline V16 Greater(V16 a, V16 b) {
+  return std::bit_cast<V16>(std::bit_cast<Signed16>(a) > std::bit_cast<Signed16>(b));
 }
-HALFTONE_FORCE_INLINE inline void Store16(std::int16_t* p, __m128i v) {
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v);
+HALFTONE_FORCE_INLINE inline V16 Equal(V16 a, V16 b) { return std::bit_cast<V16>(a == b); }
+// Arithmetic shift right.
+HALFTONE_FORCE_INLINE inline V16 Sar(V16 v, int n) { return std::bit_cast<V16>(std::bit_cast<Signed16>(v) >> n); }
+// Lane l as the signed value it stands for.
+HALFTONE_FORCE_INLINE inline std::int16_t At(V16 v, unsigned l) { return static_cast<std::int16_t>(v[l]); }
+// Whether any of the group's four lanes of a mask is set.
+HALFTONE_FORCE_INLINE inline bool AnyOfGroup(V16 mask) { return std::bit_cast<Quads>(mask)[0] != 0; }
+// The high word of the signed product, lane by lane. GCC 12 makes the widening form below a
+// dozen unpacks and pmuludq on SSE2 where pmulhw does it in one, so x86 names the instruction;
+// on AArch64 the widening form becomes sxtl and mul for a constant factor, so it names smull
+// and uzp2 too. Clang makes pmulhw of the widening form, which stays for other targets.
+HALFTONE_FORCE_INLINE inline V16 MulHi(V16 a, V16 b) {
+#if defined(__SSE2__)
+  return std::bit_cast<V16>(_mm_mulhi_epi16(std::bit_cast<__m128i>(a), std::bit_cast<__m128i>(b)));
+#elif defined(__aarch64__)
+  const int16x8_t sa = std::bit_cast<int16x8_t>(a), sb = std::bit_cast<int16x8_t>(b);
+  const int32x4_t lo = vmull_s16(vget_low_s16(sa), vget_low_s16(sb)), hi = vmull_high_s16(sa, sb);
+  return std::bit_cast<V16>(vuzp2q_s16(vreinterpretq_s16_s32(lo), vreinterpretq_s16_s32(hi)));
+#else
+  using Wide = std::int32_t __attribute__((vector_size(32)));
+  const Wide p = __builtin_convertvector(std::bit_cast<Signed16>(a), Wide) *
+                 __builtin_convertvector(std::bit_cast<Signed16>(b), Wide);
+  return std::bit_cast<V16>(__builtin_convertvector(p >> 16, Signed16));
+#endif
+}
+
+// Four 16-bit entries (one column of every lane).
+HALFTONE_FORCE_INLINE inline V16 Load16(const std::int16_t* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof word);
+  return std::bit_cast<V16>(Quads{word, 0});
+}
+HALFTONE_FORCE_INLINE inline void Store16(std::int16_t* p, V16 v) {
+  const std::uint64_t word = std::bit_cast<Quads>(v)[0];
+  std::memcpy(p, &word, sizeof word);
 }
 // Four bytes, widened to 16-bit lanes.
-HALFTONE_FORCE_INLINE inline __m128i Load8(const std::uint8_t* p) {
-  std::int32_t word;
+HALFTONE_FORCE_INLINE inline V16 Load8(const std::uint8_t* p) {
+  std::uint32_t word;
   std::memcpy(&word, p, sizeof word);
-  return _mm_unpacklo_epi8(_mm_cvtsi32_si128(word), _mm_setzero_si128());
+  const Bytes b = std::bit_cast<Bytes>(Words{word, 0, 0, 0});
+  return std::bit_cast<V16>(__builtin_shufflevector(b, Bytes{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23));
 }
-// Four 16-bit lanes holding 0..255, narrowed to bytes.
-HALFTONE_FORCE_INLINE inline void Store8(std::uint8_t* p, __m128i v) {
-  const std::int32_t word = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
+// Four 16-bit lanes holding 0..255, narrowed to bytes. The narrowing as written below (of the
+// doubled vector, one pack) costs SSE2 a pand before the packuswb, as GCC and Clang cannot know
+// the lanes fit: one instruction more on the pixel loop of the plainest passes, 6 % of their
+// rate. So x86 packs with unsigned saturation, the same for lanes of 0..255.
+HALFTONE_FORCE_INLINE inline void Store8(std::uint8_t* p, V16 v) {
+#if defined(__SSE2__)
+  const __m128i b = _mm_packus_epi16(std::bit_cast<__m128i>(v), std::bit_cast<__m128i>(v));
+#else
+  const Bytes b = __builtin_convertvector(__builtin_shufflevector(v, v, 0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7), Bytes);
+#endif
+  const std::uint32_t word = std::bit_cast<Words>(b)[0];
   std::memcpy(p, &word, sizeof word);
 }
 // Truncating halves, as DivTrunc2: add the sign bit, then shift.
-HALFTONE_FORCE_INLINE inline __m128i Half(__m128i e) {
-  return _mm_srai_epi16(_mm_add_epi16(e, _mm_srli_epi16(e, 15)), 1);
-}
+HALFTONE_FORCE_INLINE inline V16 Half(V16 e) { return Sar(e + (e >> 15), 1); }
 // Truncating thirds of a 16-bit e: the high word of e times 2^16 / 3 rounded up (21846), one
 // added for negative e. e * 21846 / 2^16 exceeds e / 3 by e / 98304, under a third of a unit
 // for |e| < 32768 and exactly a third at -32768, which still floors to the same result.
-HALFTONE_FORCE_INLINE inline __m128i Third(__m128i e) {
-  constexpr short kThirdUp = 21846;
-  return _mm_sub_epi16(_mm_mulhi_epi16(e, _mm_set1_epi16(kThirdUp)), _mm_srai_epi16(e, 15));
-}
+HALFTONE_FORCE_INLINE inline V16 Third(V16 e) { return MulHi(e, Splat(21846)) - Sar(e, 15); }
 // Truncating two thirds, (2e) / 3: 2^17 / 3 rounded up is 43691, out of the signed 16-bit
 // range, so e times (43691 - 2^16) plus e; the excess is e / 196608, under a sixth of a unit.
 // The sum wraps on the way but the result fits in 16 bits, so it comes out exact.
-HALFTONE_FORCE_INLINE inline __m128i TwoThirds(__m128i e) {
-  constexpr short kTwoThirdsUpLess2_16 = 43691 - 65536;
-  return _mm_sub_epi16(_mm_add_epi16(_mm_mulhi_epi16(e, _mm_set1_epi16(kTwoThirdsUpLess2_16)), e),
-                       _mm_srai_epi16(e, 15));
-}
+HALFTONE_FORCE_INLINE inline V16 TwoThirds(V16 e) { return MulHi(e, Splat(43691 - 65536)) + e - Sar(e, 15); }
 // Truncating quarters: add 3 to negative e, then shift.
-HALFTONE_FORCE_INLINE inline __m128i Quarter(__m128i e) {
-  return _mm_srai_epi16(_mm_add_epi16(e, _mm_srli_epi16(_mm_srai_epi16(e, 15), 14)), 2);
-}
+HALFTONE_FORCE_INLINE inline V16 Quarter(V16 e) { return Sar(e + (Sar(e, 15) >> 14), 2); }
 // Truncating three quarters, (3e) / 4, for every 16-bit e: the high word of e times -2^14 is
 // floor(-e / 4), so adding e gives floor(3e / 4) without leaving 16 bits; a negative e that 4
 // does not divide then rounds up by one.
-HALFTONE_FORCE_INLINE inline __m128i ThreeQuarters(__m128i e) {
-  constexpr short kMinusQuarter = -(1 << 14);
-  const __m128i floored = _mm_add_epi16(_mm_mulhi_epi16(e, _mm_set1_epi16(kMinusQuarter)), e);
-  const __m128i exact = _mm_cmpeq_epi16(_mm_and_si128(e, _mm_set1_epi16(3)), _mm_setzero_si128());
-  return _mm_sub_epi16(floored, _mm_andnot_si128(exact, _mm_srai_epi16(e, 15)));
+HALFTONE_FORCE_INLINE inline V16 ThreeQuarters(V16 e) {
+  const V16 floored = MulHi(e, Splat(-(1 << 14))) + e;
+  const V16 exact = Equal(e & 3, V16{});
+  return floored - (~exact & Sar(e, 15));
 }
 // Flooring three quarters: e - ceil(e / 4) for either sign. Exact for e up to 32764.
-HALFTONE_FORCE_INLINE inline __m128i ThreeQuartersFloor(__m128i e) {
-  return _mm_sub_epi16(e, _mm_srai_epi16(_mm_add_epi16(e, _mm_set1_epi16(3)), 2));
-}
-// `pick ? a : b` for an all-ones or all-zeros pick.
-HALFTONE_FORCE_INLINE inline __m128i Select(__m128i pick, __m128i a, __m128i b) {
-  return _mm_or_si128(_mm_and_si128(pick, a), _mm_andnot_si128(pick, b));
-}
+HALFTONE_FORCE_INLINE inline V16 ThreeQuartersFloor(V16 e) { return e - Sar(e + 3, 2); }
 
 }  // namespace vec
 
@@ -97,17 +136,17 @@ struct FixedStepsDecide {
   static constexpr std::size_t kSteps = std::size(kThresholds);
   static_assert(std::size(kLevels) == kSteps + 1);
   struct Sample {};
-  HALFTONE_FORCE_INLINE Sample Prepare(__m128i) const { return {}; }
+  HALFTONE_FORCE_INLINE Sample Prepare(vec::V16) const { return {}; }
   // The error v - level + term, and the code.
-  HALFTONE_FORCE_INLINE __m128i Error(__m128i v, Sample, __m128i term, __m128i& code) const {
-    __m128i steps = _mm_setzero_si128(), count = _mm_setzero_si128();
+  HALFTONE_FORCE_INLINE vec::V16 Error(vec::V16 v, Sample, vec::V16 term, vec::V16& code) const {
+    vec::V16 steps{}, count{};
     for (std::size_t i = 0; i < kSteps; ++i) {
-      const __m128i passed = _mm_cmpgt_epi16(v, vec::Splat(kThresholds[i]));  // all ones: -1
-      steps = _mm_add_epi16(steps, _mm_and_si128(passed, vec::Splat(kLevels[i + 1] - kLevels[i])));
-      count = _mm_add_epi16(count, passed);
+      const vec::V16 passed = vec::Greater(v, vec::Splat(kThresholds[i]));  // all ones: -1
+      steps += passed & vec::Splat(kLevels[i + 1] - kLevels[i]);
+      count += passed;
     }
-    code = _mm_add_epi16(vec::Splat(kTopCode), count);
-    return _mm_sub_epi16(_mm_add_epi16(v, _mm_add_epi16(term, vec::Splat(-kLevels[0]))), steps);
+    code = vec::Splat(kTopCode) + count;
+    return v + term - vec::Splat(kLevels[0]) - steps;
   }
 };
 
@@ -165,17 +204,22 @@ inline void InterleaveBytes(const std::uint8_t* const rows[kVectorLanes], std::s
   constexpr std::size_t kStep = 16;
   std::size_t x = 0;
   for (; x + kStep <= w; x += kStep) {
-    const __m128i r0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[0] + x));
-    const __m128i r1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[1] + x));
-    const __m128i r2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[2] + x));
-    const __m128i r3 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[3] + x));
-    const __m128i lo01 = _mm_unpacklo_epi8(r0, r1), hi01 = _mm_unpackhi_epi8(r0, r1);
-    const __m128i lo23 = _mm_unpacklo_epi8(r2, r3), hi23 = _mm_unpackhi_epi8(r2, r3);
-    auto* o = reinterpret_cast<__m128i*>(out + kVectorLanes * x);
-    _mm_storeu_si128(o + 0, _mm_unpacklo_epi16(lo01, lo23));
-    _mm_storeu_si128(o + 1, _mm_unpackhi_epi16(lo01, lo23));
-    _mm_storeu_si128(o + 2, _mm_unpacklo_epi16(hi01, hi23));
-    _mm_storeu_si128(o + 3, _mm_unpackhi_epi16(hi01, hi23));
+    vec::Bytes r[kVectorLanes];
+    for (unsigned l = 0; l < kVectorLanes; ++l) std::memcpy(&r[l], rows[l] + x, sizeof r[l]);
+    const auto lo = [](vec::Bytes a, vec::Bytes b) HALFTONE_FORCE_INLINE {
+      return std::bit_cast<vec::V16>(
+          __builtin_shufflevector(a, b, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23));
+    };
+    const auto hi = [](vec::Bytes a, vec::Bytes b) HALFTONE_FORCE_INLINE {
+      return std::bit_cast<vec::V16>(
+          __builtin_shufflevector(a, b, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31));
+    };
+    const vec::V16 lo01 = lo(r[0], r[1]), hi01 = hi(r[0], r[1]), lo23 = lo(r[2], r[3]), hi23 = hi(r[2], r[3]);
+    const vec::V16 o[4] = {__builtin_shufflevector(lo01, lo23, 0, 8, 1, 9, 2, 10, 3, 11),
+                           __builtin_shufflevector(lo01, lo23, 4, 12, 5, 13, 6, 14, 7, 15),
+                           __builtin_shufflevector(hi01, hi23, 0, 8, 1, 9, 2, 10, 3, 11),
+                           __builtin_shufflevector(hi01, hi23, 4, 12, 5, 13, 6, 14, 7, 15)};
+    std::memcpy(out + kVectorLanes * x, o, sizeof o);
   }
   for (; x < w; ++x)
     for (unsigned l = 0; l < kVectorLanes; ++l) out[kVectorLanes * x + l] = rows[l][x];
@@ -185,17 +229,16 @@ inline void InterleaveBytes(const std::uint8_t* const rows[kVectorLanes], std::s
 inline void InterleaveCodes(const std::uint32_t* const words[kVectorLanes], std::size_t n, unsigned mask,
                             std::uint8_t* out) {
   constexpr std::size_t kStep = 4;
-  const __m128i m = _mm_set1_epi32(static_cast<int>(mask));
   std::size_t i = 0;
   for (; i + kStep <= n; i += kStep) {
-    __m128i c[kVectorLanes];
-    for (unsigned l = 0; l < kVectorLanes; ++l)
-      c[l] = _mm_and_si128(_mm_srli_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(words[l] + i)), 1), m);
-    // Bytes lane by lane (four draws each), then transposed to draw by draw.
-    const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(c[0], c[1]), _mm_packs_epi32(c[2], c[3]));
-    const __m128i l01 = _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 4));
-    const __m128i l23 = _mm_unpacklo_epi8(_mm_srli_si128(bytes, 8), _mm_srli_si128(bytes, 12));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + kVectorLanes * i), _mm_unpacklo_epi16(l01, l23));
+    // Each draw's four codes (each at most the mask) in the four bytes of a 32-bit word.
+    vec::Words draws{};
+    for (unsigned l = 0; l < kVectorLanes; ++l) {
+      vec::Words c;
+      std::memcpy(&c, words[l] + i, sizeof c);
+      draws |= ((c >> 1) & mask) << (8 * l);
+    }
+    std::memcpy(out + kVectorLanes * i, &draws, sizeof draws);
   }
   for (; i < n; ++i)
     for (unsigned l = 0; l < kVectorLanes; ++l)

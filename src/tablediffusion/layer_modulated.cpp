@@ -204,7 +204,7 @@ struct LayerKernel {
   int Term(std::uint8_t level, std::size_t odd) const {
     return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
   }
-  HALFTONE_FORCE_INLINE __m128i VectorError(__m128i s, __m128i biased, __m128i& dot) const {
+  HALFTONE_FORCE_INLINE vec::V16 VectorError(vec::V16 s, vec::V16 biased, vec::V16& dot) const {
     return serpentine_lockstep::BilevelVectorError<kThreshold, kWhite>(s, biased, dot);
   }
 #endif

@@ -16,10 +16,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "frame/band.h"
 #include "frame/band_draws.h"
 #include "frame/engine.h"
@@ -274,28 +270,26 @@ class LockstepDiffusion {
     const Decide decide;
 
     std::size_t at = kLtr ? 0 : (w - 1) * kLanes;
-    __m128i held = Load16(cur + at);
+    V16 held = Load16(cur + at);
     for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
       if constexpr (kKeep) Store16(cur + at, held);
-      __m128i ahead, down, code;
+      V16 ahead, down, code;
       if (!serpentine_lockstep::AnyHeldOverLimit(held)) [[likely]] {
-        const __m128i rec = serpentine_lockstep::ColumnRecords(records + at);  // bias low, rules high
-        const __m128i e = decide.Error(_mm_add_epi16(Load8(samples + at), held), {}, rec, code);
-        ahead = serpentine_lockstep::AheadByFlags<kAny, kEvery>(e, _mm_unpackhi_epi64(rec, rec));
-        down = _mm_sub_epi16(e, ahead);
+        const V16 rec = serpentine_lockstep::ColumnRecords(records + at);  // bias low, rules high
+        const V16 e = decide.Error(Load8(samples + at) + held, {}, rec, code);
+        ahead = serpentine_lockstep::AheadByFlags<kAny, kEvery>(e, serpentine_lockstep::UpperLanes(rec));
+        down = e - ahead;
       } else {
         IntColumn(held, at, mem, ahead, down, code);
       }
       Store16(next + at, down);
       Store8(dots + at, code);
-      held = _mm_add_epi16(Load16(cur + at + kStep), ahead);
+      held = Load16(cur + at + kStep) + ahead;
     }
     // The pixel ending the row: its ahead share has no pixel to go to.
-    alignas(16) std::int16_t values[8];
-    _mm_store_si128(reinterpret_cast<__m128i*>(values), held);
     for (unsigned l = 0; l < kLanes; ++l, ++at) {
-      if constexpr (kKeep) cur[at] = values[l];
-      const IntPixel px = PixelOfRecord(samples[at], values[l], mem.records()[at]);
+      if constexpr (kKeep) cur[at] = At(held, l);
+      const IntPixel px = PixelOfRecord(samples[at], At(held, l), mem.records()[at]);
       next[at] = Store16(px.e - px.ahead);
       dots[at] = static_cast<std::uint8_t>(px.code);
     }
@@ -304,19 +298,15 @@ class LockstepDiffusion {
     halftone::PackDots<kBits>(dots, w, out, kLanes);
   }
 
-  [[gnu::noinline]] static void IntColumn(__m128i held, std::size_t at, const VectorMemory& mem,
-                                          __m128i& ahead, __m128i& down, __m128i& code) {
-    alignas(16) std::int16_t c[8], a[8] = {}, d[8] = {}, k[8] = {};
-    _mm_store_si128(reinterpret_cast<__m128i*>(c), held);
+  [[gnu::noinline]] static void IntColumn(vec::V16 held, std::size_t at, const VectorMemory& mem, vec::V16& ahead,
+                                          vec::V16& down, vec::V16& code) {
+    ahead = down = code = vec::V16{};
     for (unsigned l = 0; l < kLanes; ++l) {
-      const IntPixel px = PixelOfRecord(mem.samples[at + l], c[l], mem.records()[at + l]);
-      a[l] = Store16(px.ahead);
-      d[l] = Store16(px.e - px.ahead);
-      k[l] = static_cast<std::int16_t>(px.code);
+      const IntPixel px = PixelOfRecord(mem.samples[at + l], vec::At(held, l), mem.records()[at + l]);
+      ahead[l] = static_cast<std::uint16_t>(px.ahead);
+      down[l] = static_cast<std::uint16_t>(px.e - px.ahead);
+      code[l] = static_cast<std::uint16_t>(px.code);
     }
-    ahead = _mm_load_si128(reinterpret_cast<const __m128i*>(a));
-    down = _mm_load_si128(reinterpret_cast<const __m128i*>(d));
-    code = _mm_load_si128(reinterpret_cast<const __m128i*>(k));
   }
 
   static constexpr int kBilevelLevels[2] = {0, kWhite};

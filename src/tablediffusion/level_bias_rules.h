@@ -5,12 +5,11 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include "frame/vector_lanes.h"
 #include "tablediffusion/level_bias_traits.h"
@@ -170,17 +169,23 @@ inline std::size_t CountBelow(const std::uint8_t* row, std::size_t w, int limit)
   if (limit <= 0) return 0;
   if (limit > 255) return w;
   std::size_t n = 0, x = 0;
-#if defined(__SSE2__)
-  const __m128i top = _mm_set1_epi8(static_cast<char>(limit - 1));
-  const __m128i one = _mm_set1_epi8(1);
-  __m128i sums = _mm_setzero_si128();
-  for (; x + 16 <= w; x += 16) {
-    const __m128i s = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + x));
-    const __m128i below = _mm_cmpeq_epi8(_mm_min_epu8(s, top), s);  // s <= limit - 1, unsigned
-    sums = _mm_add_epi64(sums, _mm_sad_epu8(_mm_and_si128(below, one), _mm_setzero_si128()));
+#if HALFTONE_VECTOR_ROWS
+  // Sixteen samples a step, counted in bytes (a compare is all ones, -1, where below) for up
+  // to 255 steps, then added up.
+  const vec::Bytes top = vec::Bytes{} + static_cast<std::uint8_t>(limit - 1);
+  while (x + 16 <= w) {
+    vec::Bytes counts{};
+    for (unsigned k = 0; k < 255 && x + 16 <= w; ++k, x += 16) {
+      vec::Bytes s;
+      std::memcpy(&s, row + x, sizeof s);
+      counts -= std::bit_cast<vec::Bytes>(s <= top);
+    }
+    // The byte counts added in pairs of 16 bits, then the four pairs of each half by a multiply.
+    constexpr std::uint64_t kLowBytes = 0x00FF00FF00FF00FFu, kOnes16 = 0x0001000100010001u;
+    const vec::Quads q = std::bit_cast<vec::Quads>(counts);
+    const vec::Quads pairs = (q & kLowBytes) + ((q >> 8) & kLowBytes);
+    n += static_cast<std::size_t>((pairs[0] * kOnes16 >> 48) + (pairs[1] * kOnes16 >> 48));
   }
-  n = static_cast<std::size_t>(_mm_cvtsi128_si32(sums)) +
-      static_cast<std::size_t>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(sums, sums)));
 #endif
   for (; x < w; ++x) n += row[x] < limit;
   return n;

@@ -1,5 +1,5 @@
 // The inner rows of the table-driven serpentine lockstep scan (serpentine_lockstep.h) with the
-// planes of a group as the 16-bit lanes of one SSE2 vector, for kernels whose rows hold bare
+// planes of a group as the 16-bit lanes of one vector, for kernels whose rows hold bare
 // error and whose pixel picks its split rule by input level and draw. As in the random-split
 // vector rows, the rows are kept interleaved (entry 4x + l is lane l at column x), and each
 // row is prepared, scanned and its dots packed. The preparation looks up, lane by lane, each
@@ -12,6 +12,7 @@
 // and the band's last row are left to the scalar scan.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -75,64 +76,66 @@ constexpr int AheadByFlags(int e, std::uint16_t flags) {
 inline constexpr int kHeldLimit = 32767 - 2 * 255;
 // Whether a lane of the group holds a value above kHeldLimit. Only the four low lanes count:
 // the upper ones carry whatever the arithmetic leaves there and are never stored.
-HALFTONE_FORCE_INLINE inline bool AnyHeldOverLimit(__m128i held) {
-  constexpr int kGroupBytes = 0xFF;  // movemask bits of the low four 16-bit lanes
-  return (_mm_movemask_epi8(_mm_cmpgt_epi16(held, _mm_set1_epi16(kHeldLimit))) & kGroupBytes) != 0;
+HALFTONE_FORCE_INLINE inline bool AnyHeldOverLimit(vec::V16 held) {
+  return vec::AnyOfGroup(vec::Greater(held, vec::Splat(kHeldLimit)));
 }
 
 // A flag's lane mask: all ones where every rule sets it, none where no rule does (both known
 // when the kernel is compiled), else taken from the lane's flags.
 template <std::uint16_t kAny, std::uint16_t kEvery, unsigned kBit>
-HALFTONE_FORCE_INLINE inline __m128i FlagMask(__m128i flags) {
+HALFTONE_FORCE_INLINE inline vec::V16 FlagMask(vec::V16 flags) {
   if constexpr ((kEvery >> kBit & 1u) != 0)
-    return _mm_set1_epi16(-1);
+    return ~vec::V16{};
   else if constexpr ((kAny >> kBit & 1u) == 0)
-    return _mm_setzero_si128();
+    return vec::V16{};
   else
-    return _mm_srai_epi16(_mm_slli_epi16(flags, static_cast<int>(15 - kBit)), 15);
+    return vec::Sar(flags << (15 - kBit), 15);
 }
 
 // The ahead share of each lane's error e (at most 32767 - 255) under its rule flags, where the
 // rules in play set no flag outside kAny and every flag in kEvery: only the fractions some rule
 // names are formed.
 template <std::uint16_t kAny, std::uint16_t kEvery>
-HALFTONE_FORCE_INLINE inline __m128i AheadByFlags(__m128i e, __m128i flags) {
+HALFTONE_FORCE_INLINE inline vec::V16 AheadByFlags(vec::V16 e, vec::V16 flags) {
   using namespace halftone::vec;
-  __m128i part = _mm_setzero_si128();
+  V16 part{};
   const auto add = [&]<unsigned kBit>(auto fraction) HALFTONE_FORCE_INLINE {
-    if constexpr ((kAny >> kBit & 1u) != 0)
-      part = _mm_or_si128(part, _mm_and_si128(fraction(e), FlagMask<kAny, kEvery, kBit>(flags)));
+    if constexpr ((kAny >> kBit & 1u) != 0) part |= fraction(e) & FlagMask<kAny, kEvery, kBit>(flags);
   };
-  add.template operator()<kRuleHalfBit>([](__m128i v) HALFTONE_FORCE_INLINE { return Half(v); });
-  add.template operator()<kRuleThirdBit>([](__m128i v) HALFTONE_FORCE_INLINE { return Third(v); });
-  add.template operator()<kRuleTwoThirdsBit>([](__m128i v) HALFTONE_FORCE_INLINE { return TwoThirds(v); });
-  add.template operator()<kRuleQuarterBit>([](__m128i v) HALFTONE_FORCE_INLINE { return Quarter(v); });
-  add.template operator()<kRuleThreeQuartersBit>([](__m128i v) HALFTONE_FORCE_INLINE { return ThreeQuarters(v); });
-  add.template operator()<kRuleHalfFloorBit>([](__m128i v) HALFTONE_FORCE_INLINE { return _mm_srai_epi16(v, 1); });
-  add.template operator()<kRuleThreeQuartersFloorBit>([](__m128i v) HALFTONE_FORCE_INLINE {
+  add.template operator()<kRuleHalfBit>([](V16 v) HALFTONE_FORCE_INLINE { return Half(v); });
+  add.template operator()<kRuleThirdBit>([](V16 v) HALFTONE_FORCE_INLINE { return Third(v); });
+  add.template operator()<kRuleTwoThirdsBit>([](V16 v) HALFTONE_FORCE_INLINE { return TwoThirds(v); });
+  add.template operator()<kRuleQuarterBit>([](V16 v) HALFTONE_FORCE_INLINE { return Quarter(v); });
+  add.template operator()<kRuleThreeQuartersBit>([](V16 v) HALFTONE_FORCE_INLINE { return ThreeQuarters(v); });
+  add.template operator()<kRuleHalfFloorBit>([](V16 v) HALFTONE_FORCE_INLINE { return Sar(v, 1); });
+  add.template operator()<kRuleThreeQuartersFloorBit>([](V16 v) HALFTONE_FORCE_INLINE {
     return ThreeQuartersFloor(v);
   });
-  const __m128i negate = FlagMask<kAny, kEvery, kRuleNegateBit>(flags);
-  return _mm_add_epi16(_mm_and_si128(e, FlagMask<kAny, kEvery, kRuleWholeBit>(flags)),
-                       _mm_sub_epi16(_mm_xor_si128(part, negate), negate));
+  const V16 negate = FlagMask<kAny, kEvery, kRuleNegateBit>(flags);
+  return (e & FlagMask<kAny, kEvery, kRuleWholeBit>(flags)) + ((part ^ negate) - negate);
 }
 
 // A column's four 32-bit records (entries 4x .. 4x+3 of a row of records): their low halves
-// in the low four 16-bit lanes, their high halves in the upper four.
-HALFTONE_FORCE_INLINE inline __m128i ColumnRecords(const std::uint32_t* column) {
-  __m128i rec = _mm_loadu_si128(reinterpret_cast<const __m128i*>(column));
-  rec = _mm_shufflelo_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
-  rec = _mm_shufflehi_epi16(rec, _MM_SHUFFLE(3, 1, 2, 0));
-  return _mm_shuffle_epi32(rec, _MM_SHUFFLE(3, 1, 2, 0));
+// in the low four 16-bit lanes, their high halves in the upper four. Written as the three
+// shuffles SSE2 has for it (pshuflw, pshufhw, pshufd): GCC turns the one shuffle of all eight
+// lanes into lane-by-lane moves.
+HALFTONE_FORCE_INLINE inline vec::V16 ColumnRecords(const std::uint32_t* column) {
+  vec::V16 rec;
+  std::memcpy(&rec, column, sizeof rec);
+  rec = __builtin_shufflevector(rec, rec, 0, 2, 1, 3, 4, 6, 5, 7);
+  const auto pairs = std::bit_cast<vec::Words>(rec);
+  return std::bit_cast<vec::V16>(__builtin_shufflevector(pairs, pairs, 0, 2, 1, 3));
 }
+// The upper four lanes moved down.
+HALFTONE_FORCE_INLINE inline vec::V16 UpperLanes(vec::V16 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 4, 5, 6, 7); }
 
 // The bilevel decision of the kernels here: a dot where s <= kThreshold; the error is the
 // biased value, less white without a dot.
 template <int kThreshold, int kWhite>
-HALFTONE_FORCE_INLINE inline __m128i BilevelVectorError(__m128i s, __m128i biased, __m128i& dot) {
+HALFTONE_FORCE_INLINE inline vec::V16 BilevelVectorError(vec::V16 s, vec::V16 biased, vec::V16& dot) {
   using halftone::vec::Splat;
-  dot = _mm_cmpgt_epi16(Splat(kThreshold + 1), s);
-  return _mm_sub_epi16(biased, _mm_andnot_si128(dot, Splat(kWhite)));
+  dot = vec::Greater(Splat(kThreshold + 1), s);
+  return biased - (~dot & Splat(kWhite));
 }
 
 // A kernel on this path provides, besides the scalar Step:
@@ -234,7 +237,7 @@ class VectorScan {
     return static_cast<std::uint16_t>(f);
   }();
   template <bool kLtr>
-  HALFTONE_FORCE_INLINE static __m128i AheadOf(__m128i e, __m128i flags) {
+  HALFTONE_FORCE_INLINE static vec::V16 AheadOf(vec::V16 e, vec::V16 flags) {
     return AheadByFlags<kFlagsOf<kLtr, false>, kFlagsOf<kLtr, true>>(e, flags);
   }
 
@@ -250,26 +253,25 @@ class VectorScan {
     const std::uint8_t* const levels = mem_.samples;
     std::uint8_t* const dots = mem_.dots;
     constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
-    const __m128i one = Splat(1);
+    const V16 one = Splat(1);
 
     std::size_t at = kLtr ? 0 : (w - 1) * kVectorLanes;
-    __m128i held = Load16(cur + at);
+    V16 held = Load16(cur + at);
     for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
       if constexpr (kKeep) Store16(cur + at, held);
-      __m128i ahead, down, dot;
+      V16 ahead, down, dot;
       if (!AnyHeldOverLimit(held)) [[likely]] {
-        const __m128i rec = ColumnRecords(records + at);  // terms low, rules high
-        const __m128i flags = _mm_unpackhi_epi64(rec, rec);
-        const __m128i s = _mm_add_epi16(Load8(levels + at), held);
-        const __m128i e = k_.VectorError(s, _mm_add_epi16(s, rec), dot);
-        ahead = AheadOf<kLtr>(e, flags);
-        down = _mm_sub_epi16(e, ahead);
+        const V16 rec = ColumnRecords(records + at);  // terms low, rules high
+        const V16 s = Load8(levels + at) + held;
+        const V16 e = k_.VectorError(s, s + rec, dot);
+        ahead = AheadOf<kLtr>(e, UpperLanes(rec));
+        down = e - ahead;
       } else {
         ScalarColumn<kLtr>(held, y, i, at / kVectorLanes, ahead, down, dot);
       }
       Store16(next + at, down);
-      Store8(dots + at, _mm_and_si128(dot, one));
-      held = _mm_add_epi16(Load16(cur + at + kStep), ahead);
+      Store8(dots + at, dot & one);
+      held = Load16(cur + at + kStep) + ahead;
     }
     EndPixel<kLtr>(held, y);
     PackRow(y);
@@ -278,35 +280,29 @@ class VectorScan {
 
   // A column whose values may leave 16 bits: each lane by the scalar kernel.
   template <bool kLtr>
-  [[gnu::noinline]] void ScalarColumn(__m128i held, std::size_t y, std::size_t i, std::size_t x, __m128i& ahead,
-                                      __m128i& down, __m128i& dot) const {
-    alignas(16) std::int16_t h[8], a[8] = {}, d[8] = {}, c[8] = {};
-    _mm_store_si128(reinterpret_cast<__m128i*>(h), held);
+  [[gnu::noinline]] void ScalarColumn(vec::V16 held, std::size_t y, std::size_t i, std::size_t x, vec::V16& ahead,
+                                      vec::V16& down, vec::V16& dot) const {
+    ahead = down = dot = vec::V16{};
     for (unsigned l = 0; l < kVectorLanes; ++l) {
       const std::uint8_t level = band_.In(y, lanes_[l].p)[x];
       const unsigned drawn = Kernel::kDraws ? lanes_[l].drawn[y * band_.w + i] : 0u;
-      const PixelOut o = k_.template Step<kLtr>(level, h[l], x, static_cast<unsigned>(x & 1), drawn);
-      a[l] = Store16(o.ahead);
-      d[l] = Store16(o.down);
-      c[l] = static_cast<std::int16_t>(-static_cast<int>(o.code));
+      const PixelOut o = k_.template Step<kLtr>(level, vec::At(held, l), x, static_cast<unsigned>(x & 1), drawn);
+      ahead[l] = static_cast<std::uint16_t>(o.ahead);
+      down[l] = static_cast<std::uint16_t>(o.down);
+      dot[l] = static_cast<std::uint16_t>(-static_cast<int>(o.code));
     }
-    ahead = _mm_load_si128(reinterpret_cast<const __m128i*>(a));
-    down = _mm_load_si128(reinterpret_cast<const __m128i*>(d));
-    dot = _mm_load_si128(reinterpret_cast<const __m128i*>(c));
   }
 
   // The pixel ending the row, lane by lane: its ahead share is dropped.
   template <bool kLtr>
-  void EndPixel(__m128i held, std::size_t y) {
+  void EndPixel(vec::V16 held, std::size_t y) {
     const std::size_t w = band_.w;
     const std::size_t x = kLtr ? w - 1 : 0;
-    alignas(16) std::int16_t h[8];
-    _mm_store_si128(reinterpret_cast<__m128i*>(h), held);
     for (unsigned l = 0; l < n_; ++l) {
       const std::size_t at = kVectorLanes * x + l;
-      mem_.cur[at] = h[l];
+      mem_.cur[at] = vec::At(held, l);
       const unsigned drawn = Kernel::kDraws ? lanes_[l].drawn[y * w + (w - 1)] : 0u;
-      const PixelOut o = k_.template Step<kLtr>(mem_.samples[at], h[l], x, static_cast<unsigned>(x & 1), drawn);
+      const PixelOut o = k_.template Step<kLtr>(mem_.samples[at], vec::At(held, l), x, static_cast<unsigned>(x & 1), drawn);
       mem_.next[at] = Store16(o.down);
       mem_.dots[at] = static_cast<std::uint8_t>(o.code);
     }
