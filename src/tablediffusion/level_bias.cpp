@@ -109,7 +109,7 @@ int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t 
   return RunJobBandPlanes(
       engine, engine.rows, band, spec,
       [&] {
-        if (ForceScalar()) {
+        if (ForceScalar() || band.w == 0 || band.h == 0) {
           for (unsigned p = 0; p < band.planes; ++p) DiffusePlane<M>(engine, band, p);
         } else {
           DiffuseBandFast<M>(engine, band);
