@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "golden_jobs.h"
 #include "test_support.h"
 
 namespace {
 
 using halftone_test::CallMethod;
-using halftone_test::FindMethod;
+using halftone_test::kCanary;
 
 std::set<std::string> AbiList() {
   std::set<std::string> names;
@@ -63,82 +64,73 @@ TEST(Abi, EveryRegisteredMethodIsAnExportWithItsShape) {
   EXPECT_EQ(halftone_method_get(0, nullptr), HALFTONE_ERR_OUT_OF_CONTRACT);
 }
 
-struct Row {
-  const char* name;
-  int bits, kind;
-};
-constexpr int kB = HALFTONE_ENTRY_BAND, kU = HALFTONE_ENTRY_BAND_UNSIGNED;
-
-constexpr Row kRandomSplit[] = {
-    {"FastGroup", 2, kB},  {"FastGroup1", 2, kU}, {"ArcistPump", 2, kB},   {"Kaishanxing", 2, kB},
-    {"SymanOpening", 2, kB}, {"sdiufiavs", 1, kB},  {"sdiufiavs1", 1, kU},   {"mandfanes", 1, kB},
-    {"orangecagn", 1, kB}, {"jsdi6yruis", 1, kB}, {"irpduix7sg", 1, kU},   {"hxkjsdi67x", 1, HALFTONE_ENTRY_PLANE},
-    {"RoundPump", 4, kB},  {"RoundPump1", 4, kU},
-};
-constexpr Row kTableDiffusion[] = {
-    {"sdiufiavs2", 1, kU}, {"sdiufiavs3", 1, kU}, {"sdiufiavs4", 2, kU}, {"suiruiskao8", 1, kU},
-    {"suiruiskao11", 1, kU}, {"highforces", 1, kU}, {"Kaocosyx1", 1, kB}, {"Kaocosyx10", 1, kU},
-    {"Kaocosyx13", 2, kB}, {"Kaocosyx14", 2, kB}, {"CrisixOut", 1, kU}, {"CrisixOut31", 1, kB},
-};
-
-void ExpectRow(const Row& want, halftone_method_info& info) {
-  ASSERT_TRUE(FindMethod(want.name, info));
-  EXPECT_EQ(info.output_bits, want.bits);
-  EXPECT_EQ(info.entry_kind, want.kind);
+// Methods that keep a job across calls: every diffusion, and the dispersed screen that runs
+// over the error rows. The other screens halftone whatever band they are given.
+bool KeepsAJob(const halftone_method_info& m) {
+  return std::string(m.family).find("screening") == std::string::npos || std::string(m.name) == "WindowTextAM";
+}
+// Zero width or height refused with 20401: the random-split routines but the serpentine pair,
+// the double-precision family and the cyclic routine; the others run on them and write nothing.
+bool RefusesZeroSizes(const halftone_method_info& m) {
+  const std::string family = m.family;
+  return (family.starts_with("random-split") && family != "random-split diffusion, four levels") ||
+         family.find("double") != std::string::npos || std::string(m.name) == "highforces";
 }
 
-TEST(RandomSplitExports, RegisteredAndRefuseZeroSizesUntouched) {
-  halftone_set_fixed_time(1);
-  const unsigned start = HALFTONE_FLAGS(1, HALFTONE_PHASE_START);
-  for (const Row& want : kRandomSplit) {
-    SCOPED_TRACE(want.name);
-    halftone_method_info info{};
-    ExpectRow(want, info);
-    std::vector<unsigned char> src(64, 0), dst(64, 0xEE);
-    EXPECT_EQ(CallMethod(info, src.data(), dst.data(), 0, 4, start), HALFTONE_ERR_OUT_OF_CONTRACT);
-    EXPECT_EQ(CallMethod(info, src.data(), dst.data(), 4, 0, start), HALFTONE_ERR_OUT_OF_CONTRACT);
-    for (unsigned char b : dst) ASSERT_EQ(b, 0xEE);
-    // Inside the contract the call clears its 4 rows of 4 bytes (ORing in the dots of all-zero
-    // input) and stops there.
-    EXPECT_EQ(CallMethod(info, src.data(), dst.data(), 4, 4, start), 0);
-    EXPECT_NE(dst[0], 0xEE);
-    EXPECT_EQ(dst[16], 0xEE);
-  }
-  halftone_set_fixed_time(-1);
-}
+class BandContract : public testing::TestWithParam<halftone_method_info> {};
 
-TEST(TableDiffusionExports, EveryMethodIsRegisteredAndHalftonesAJob) {
+// The band contract of every band method: refused calls return 20401 and touch nothing (a band
+// wider or with more planes than its job, or after its job ended; negative sizes; zero sizes
+// where the routine cannot run on them); inside the contract every call returns 0 and writes
+// no byte past its band, and a new job repeats the first.
+TEST_P(BandContract, RefusedCallsTouchNothingAndJobsRepeat) {
+  const halftone_method_info& m = GetParam();
   halftone_set_fixed_time(1234);
-  const int w = 37, h = 6;
-  std::vector<unsigned char> src(40 * h * 2);
+  constexpr int w = 37, h = 6;
+  const std::size_t bytes = halftone_test::DotStride(w, static_cast<unsigned>(m.output_bits)) * 2 * h;
+  std::vector<unsigned char> src(40 * h * 2), first(bytes + 4, kCanary), again(first);
+  const std::vector<unsigned char> untouched(first);
   for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i * 7);
-  for (const Row& want : kTableDiffusion) {
-    SCOPED_TRACE(want.name);
-    halftone_method_info info{};
-    ExpectRow(want, info);
-    auto call = [&](std::vector<unsigned char>& dst, int cw, unsigned planes, unsigned phase) {
-      return CallMethod(info, src.data(), dst.data(), cw, h, HALFTONE_FLAGS(planes, phase));
-    };
-    const int stride = ((w * info.output_bits + 31) >> 5) * 4;
-    std::vector<unsigned char> first(static_cast<std::size_t>(stride * h * 2), 0xEE), again(first);
-    EXPECT_EQ(call(first, w, 2, HALFTONE_PHASE_START), 0);
-    EXPECT_EQ(call(first, w, 2, HALFTONE_PHASE_END), 0);
-    // The job is over: a further band is refused, a new job reproduces the first.
-    EXPECT_EQ(call(again, w, 2, HALFTONE_PHASE_MIDDLE), HALFTONE_ERR_OUT_OF_CONTRACT);
-    EXPECT_EQ(call(again, w, 2, HALFTONE_PHASE_START), 0);
-    EXPECT_EQ(call(again, w, 2, HALFTONE_PHASE_END), 0);
-    EXPECT_EQ(first, again);
-    if (info.entry_kind == kB) {
-      EXPECT_EQ(call(again, -1, 1, HALFTONE_PHASE_START), HALFTONE_ERR_OUT_OF_CONTRACT);
-    }
+  auto call = [&](std::vector<unsigned char>& dst, int cw, int ch, unsigned planes, unsigned phase) {
+    return CallMethod(m, src.data(), dst.data(), cw, ch, HALFTONE_FLAGS(planes, phase));
+  };
+  constexpr int kRefused = HALFTONE_ERR_OUT_OF_CONTRACT;
+  const bool job = KeepsAJob(m);
+  const int zero_rc = RefusesZeroSizes(m) ? kRefused : 0;
+  EXPECT_EQ(call(again, 0, h, 2, HALFTONE_PHASE_START), zero_rc) << "zero width";
+  EXPECT_EQ(call(again, w, 0, 2, HALFTONE_PHASE_START), zero_rc) << "zero height";
+  EXPECT_EQ(call(again, w, h, 0, HALFTONE_PHASE_START), 0) << "no planes";
+  EXPECT_EQ(again, untouched) << "refused calls and empty bands write nothing";
+  EXPECT_EQ(call(first, w, h, 2, HALFTONE_PHASE_START), 0);
+  EXPECT_EQ(std::vector<unsigned char>(first.begin() + static_cast<std::ptrdiff_t>(bytes), first.end()),
+            std::vector<unsigned char>(4, kCanary)) << "wrote past the band";
+  if (job) {
+    EXPECT_EQ(call(again, w + 1, h, 2, HALFTONE_PHASE_MIDDLE), kRefused) << "wider than the job";
+    EXPECT_EQ(call(again, w, h, 3, HALFTONE_PHASE_MIDDLE), kRefused) << "more planes than the job";
   }
-  halftone_method_info info{};
-  for (auto [name, tables] : {std::pair{"Kaocosyx13", HALFTONE_TABLE_BIAS}, std::pair{"Kaocosyx1", HALFTONE_TABLE_BIAS},
-                              std::pair{"CrisixOut", HALFTONE_TABLE_LAYER}}) {
-    ASSERT_TRUE(FindMethod(name, info));
-    EXPECT_EQ(info.tables, tables) << name;
+  if (m.entry_kind == HALFTONE_ENTRY_BAND) {
+    EXPECT_EQ(call(again, -1, h, 1, HALFTONE_PHASE_MIDDLE), kRefused) << "negative width";
+    EXPECT_EQ(call(again, w, -4, 1, HALFTONE_PHASE_MIDDLE), kRefused) << "negative height";
   }
+  EXPECT_EQ(again, untouched);
+  EXPECT_EQ(call(again, w / 2, h, 1, HALFTONE_PHASE_MIDDLE), 0) << "narrower bands with fewer planes";
+  EXPECT_EQ(call(again, w, h, 2, HALFTONE_PHASE_END), 0);
+  again = untouched;
+  if (job) {
+    EXPECT_EQ(call(again, w, h, 2, HALFTONE_PHASE_MIDDLE), kRefused) << "the job has ended";
+  }
+  EXPECT_EQ(again, untouched);
+  EXPECT_EQ(call(again, w, h, 2, HALFTONE_PHASE_START), 0);
+  EXPECT_EQ(first, again) << "a new job repeats the first";
+  EXPECT_EQ(call(again, w, h, 2, HALFTONE_PHASE_END), 0);
   halftone_set_fixed_time(-1);
 }
+
+std::vector<halftone_method_info> BandMethods() {
+  auto methods = golden::Methods();
+  std::erase_if(methods, [](const halftone_method_info& m) { return !golden::IsBandMethod(m); });
+  return methods;
+}
+INSTANTIATE_TEST_SUITE_P(Registry, BandContract, testing::ValuesIn(BandMethods()), golden::MethodName);
 
 }  // namespace

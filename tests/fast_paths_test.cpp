@@ -1,18 +1,15 @@
-// The pieces the fast paths stand on: the random stream drawn in a batch, the plane threads, and
-// no allocation once a job has started.
+// What the fast paths promise besides their bytes: every plane handed to a thread exactly once,
+// and no allocation once a job has started.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <memory>
 #include <new>
 #include <string>
 #include <vector>
 
-#include "frame/band_draws.h"
 #include "frame/engine.h"
 #include "frame/plane_threads.h"
-#include "frame/random_bits.h"
 #include "golden_jobs.h"
 #include "test_support.h"
 
@@ -34,79 +31,6 @@ void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
-
-using halftone::RandomBitSource;
-
-// Batches of every awkward size (inside the first three words, inside the register length,
-// across it, long) must give the single draws' words and leave the register where they do.
-TEST(DrawWords, MatchesSingleDrawsAndLeavesTheSameRegister) {
-  RandomBitSource batch, single;
-  batch.Seed(1234567);
-  single.Seed(1234567);
-  for (std::size_t n : {0u, 1u, 2u, 3u, 4u, 27u, 28u, 30u, 31u, 32u, 33u, 34u, 35u, 37u, 38u, 39u, 62u, 1000u, 4099u, 5u}) {
-    std::vector<std::uint32_t> words(n);
-    batch.DrawWords(words.data(), n);
-    for (std::size_t i = 0; i < n; ++i) ASSERT_EQ(words[i], single.NextStateWord()) << "batch of " << n << ", word " << i;
-    ASSERT_EQ(batch.state(), single.state()) << "after a batch of " << n;
-    ASSERT_EQ(batch.front(), single.front());
-    ASSERT_EQ(batch.rear(), single.rear());
-  }
-  EXPECT_EQ(batch.NextStateWord(), single.NextStateWord());
-}
-
-// Byte fields of draws, in chunks and sixteen at a time: every field must be the single draw's
-// bits, across chunk ends and tails of every length, with the register left as single draws
-// leave it.
-TEST(DrawByteFields, MatchesSingleDrawsAcrossChunksAndTails) {
-  constexpr std::size_t kChunk = RandomBitSource::kFieldChunk;
-  std::vector<std::uint32_t> chunk(kChunk);
-  RandomBitSource batch, single;
-  batch.Seed(98765);
-  single.Seed(98765);
-  struct Field {
-    unsigned shift;
-    std::uint8_t mask;
-  };
-  for (const Field f : {Field{1, 0xFF}, Field{0, 2}, Field{1, 3}, Field{7, 0x81}}) {
-    for (std::size_t n : {std::size_t{0}, std::size_t{1}, std::size_t{15}, std::size_t{16}, std::size_t{17},
-                          std::size_t{47}, kChunk - 1, kChunk, kChunk + 1, 2 * kChunk + 21}) {
-      std::vector<std::uint8_t> out(n + 1, 0xA5);
-      batch.DrawByteFields(out.data(), n, f.shift, f.mask, chunk.data());
-      for (std::size_t i = 0; i < n; ++i)
-        ASSERT_EQ(out[i], (single.NextStateWord() >> f.shift) & f.mask)
-            << "shift " << f.shift << ", " << n << " draws, draw " << i;
-      ASSERT_EQ(out[n], 0xA5) << "wrote past " << n << " draws";
-      ASSERT_EQ(batch.state(), single.state());
-      ASSERT_EQ(batch.front(), single.front());
-    }
-  }
-}
-
-// A band's draws shared out among threads: each part from a jumped copy of the generator, so
-// the bytes, the spare bytes behind them and the generator's end must be those of one thread
-// drawing them all, for runs under and over the sharing threshold and parts of unequal length.
-TEST(DrawBandBytes, SameBytesAndGeneratorOnAnyThreadCount) {
-  using halftone::kSpreadDraws;
-  for (std::size_t n : {std::size_t{1000}, kSpreadDraws - 1, kSpreadDraws, kSpreadDraws + 12345, 3 * kSpreadDraws + 7}) {
-    auto one = std::make_unique<halftone::Engine>();
-    one->random.Seed(4242);
-    const std::uint8_t* ref = halftone::DrawBandBytes(*one, n, 0, 1, 3, 1);
-    const std::vector<std::uint8_t> expected(ref, ref + n);
-    for (int threads : {2, 3}) {
-      auto many = std::make_unique<halftone::Engine>();
-      many->threads.SetCount(threads);
-      many->random.Seed(4242);
-      // The spare byte behind the draws is left alone.
-      reinterpret_cast<std::uint8_t*>(many->draws.Reserve(n / 4 + 1))[n] = 0x5A;
-      const std::uint8_t* got = halftone::DrawBandBytes(*many, n, 1, 1, 3, 4);
-      ASSERT_EQ(std::vector<std::uint8_t>(got, got + n), expected) << n << " draws on " << threads << " threads";
-      EXPECT_EQ(got[n], 0x5A);
-      EXPECT_EQ(many->random.state(), one->random.state()) << "the generator must end where " << n << " draws end";
-      EXPECT_EQ(many->random.front(), one->random.front());
-      EXPECT_EQ(many->random.rear(), one->random.rear());
-    }
-  }
-}
 
 TEST(PlaneThreads, EveryPlaneOnceWhateverTheCount) {
   halftone::PlaneThreads threads;

@@ -98,17 +98,6 @@ TEST_P(GoldenDigest, MatchesRecordedTable) {
   EXPECT_EQ(digest, it->second) << m.name << " changed its output: 0x" << std::hex << digest;
 }
 
-// Planes on two threads (and the calling thread's planes on one) give the same dots.
-TEST_P(GoldenDigest, SameOnTwoThreads) {
-  const halftone_method_info& m = GetParam();
-  ASSERT_EQ(halftone_set_threads(2), 2);
-  const std::uint64_t digest = Digest(m);
-  EXPECT_EQ(halftone_set_threads(1), 1);
-  const auto it = Recorded().find(m.name);
-  ASSERT_NE(it, Recorded().end());
-  EXPECT_EQ(digest, it->second) << m.name << " differs on two threads: 0x" << std::hex << digest;
-}
-
 TEST_P(GoldenDigest, RepeatsWithinOneProcess) {
   const halftone_method_info& m = GetParam();
   EXPECT_EQ(Digest(m), Digest(m)) << m.name << " depends on state left by an earlier job";

@@ -154,58 +154,5 @@ TEST(SerpentineFourLevel, NarrowPlanesUseOnlyCurveBAndTermsChangeDots) {
   EXPECT_NE(run(0, 0), run(0, 90));
 }
 
-TEST(SerpentineFourLevel, SameSecondSameDotsAndUnsignedTwinAgrees) {
-  const std::size_t w = 53, h = 9;
-  const unsigned planes = 3;
-  halftone_set_fixed_time(kTime);
-  Itsdiufiavs(2, "0,80,160,250,");
-  std::vector<std::uint8_t> a, b;
-  for (int which = 0; which < 2; ++which) {
-    std::vector<std::uint8_t>& out = which ? b : a;
-    for (unsigned band = 0; band < 3; ++band) {
-      auto src = NoiseBand(w, h, planes, band);
-      std::vector<std::uint8_t> dst(halftone_test::DotStride(w, 2) * planes * h);
-      const unsigned phase = band == 0 ? 1 : band == 2 ? 3 : 0;
-      const int rc = which ? RoundFaxest__(src.data(), dst.data(), w, h, Flags(planes, phase))
-                           : RoundFaxest(src.data(), dst.data(), static_cast<int>(w), static_cast<int>(h), Flags(planes, phase));
-      ASSERT_EQ(rc, 0);
-      out.insert(out.end(), dst.begin(), dst.end());
-    }
-  }
-  EXPECT_EQ(a, b);
-  halftone_set_fixed_time(-1);
-}
-
-TEST(CallContract, RefusedCallsTouchNothingAndInContractEdgesReturnZero) {
-  const std::size_t w = 16, h = 4;
-  auto src = NoiseBand(w, h, 2, 5);
-  std::vector<std::uint8_t> dst(halftone_test::DotStride(w, 2) * 2 * h, 0xA5);
-  const std::vector<std::uint8_t> untouched = dst;
-  auto engine = MakeEngine();
-  auto call = [&](std::size_t cw, std::size_t ch, unsigned planes, unsigned phase) {
-    return SerpentineFourLevel(*engine, src.data(), dst.data(), cw, ch, HalftoneFlags{Flags(planes, phase)});
-  };
-  EXPECT_EQ(call(w, h, 1, 0), kErrOutOfContract) << "no start-of-job call yet";
-  EXPECT_EQ(call(w, h, 1, 3), kErrOutOfContract);
-  EXPECT_EQ(dst, untouched);
-  ASSERT_EQ(call(8, h, 1, 1), kOk);
-  std::fill(dst.begin(), dst.end(), 0xA5);
-  EXPECT_EQ(call(w, h, 1, 0), kErrOutOfContract) << "wider than the job";
-  EXPECT_EQ(call(8, h, 2, 0), kErrOutOfContract) << "more planes than the job";
-  EXPECT_EQ(dst, untouched);
-  EXPECT_EQ(call(4, h, 1, 0), kOk) << "narrower bands are inside the job";
-  EXPECT_EQ(call(8, h, 1, 3), kOk);
-  EXPECT_EQ(call(8, h, 1, 0), kErrOutOfContract) << "the job has ended";
-
-  EXPECT_EQ(call(w, 0, 2, 1), kOk) << "h = 0 starts the job and processes nothing";
-  std::fill(dst.begin(), dst.end(), 0xA5);
-  EXPECT_EQ(call(w, h, 0, 1), kOk) << "no planes: nothing written";
-  EXPECT_EQ(dst, untouched);
-
-  EXPECT_EQ(RoundFaxest(src.data(), dst.data(), -1, 4, Flags(1, 1)), HALFTONE_ERR_OUT_OF_CONTRACT);
-  EXPECT_EQ(RoundFaxest(src.data(), dst.data(), 4, -4, Flags(1, 1)), HALFTONE_ERR_OUT_OF_CONTRACT);
-  EXPECT_EQ(dst, untouched);
-}
-
 }  // namespace
 }  // namespace halftone

@@ -65,7 +65,7 @@ TEST(LayerModulated, TileRestartsWithEveryBand) {
   EXPECT_EQ(dot_rows({2, 6}), std::vector<std::size_t>{5});
 }
 
-// At 1002 s the first two-bit draws are 0, 1, 1, 3 (see random_bits_test).
+// At 1002 s the first two-bit draws are 0, 1, 1, 3 (see random_stream_test).
 TEST(LayerModulated, HandWorkedCurveBiasRow) {
   auto e = MakeEngine(1002);
   TestBand b(4, 1, 1, 100);

@@ -14,17 +14,6 @@ int Halftone(Engine& e, LevelBiasMember m, TestBand& b, unsigned phase) {
   return b.Run([&](auto... a) { return LevelBiasDiffusion(e, m, a...); }, phase);
 }
 
-TEST(LevelBiasTables, AnchorValues) {
-  // Four-level: rises with the level to 54, flat to 215, hand-set fall to 0.
-  ExpectCells<int>(kFourLevelBias, {{10, 10}, {54, 54}, {100, 54}, {215, 54}, {216, 53}, {220, 46}, {243, 20},
-                {244, 18}, {255, 0}});
-  // Wide bilevel: quiet to 104, ramp v - 96, plateau 31, 254 - v.
-  ExpectCells<int>(kBilevelWideBias, {{104, 0}, {105, 9}, {127, 31}, {200, 31}, {224, 30}, {254, 0}, {255, 0}});
-  // Clipped tents.
-  ExpectCells<int>(kBilevelHalvesBias, {{20, 20}, {128, 31}, {250, 5}});
-  ExpectCells<int>(kBilevelLightBias, {{7, 7}, {128, 8}, {255, 0}});
-}
-
 // Four levels, light band (220 is at or above both direction limits), first band of a job.
 // Bias byte of 220 is 46: forward rows add it at even x, backward rows at odd x.
 TEST(LevelBiasFourLevel, HandWorkedLightBand) {
@@ -117,21 +106,6 @@ TEST(LevelBiasFamily, SeedsOnlyAtTheStartOfAJob) {
     return b.dst;
   };
   EXPECT_EQ(run(5000), run(123456));
-}
-
-TEST(LevelBiasFamily, RefusesBandsOutsideTheJob) {
-  auto e = MakeEngine();
-  const auto m = LevelBiasMember::kBilevelWide;
-  TestBand wide(8, 2, 1, 0), narrow(4, 2, 1, 0);
-  const auto untouched = wide.dst;
-  EXPECT_EQ(Halftone(*e, m, wide, 0), kErrOutOfContract);
-  EXPECT_EQ(wide.dst, untouched);
-  ASSERT_EQ(Halftone(*e, m, narrow, kPhaseStart), 0);
-  EXPECT_EQ(Halftone(*e, m, wide, 0), kErrOutOfContract);
-  EXPECT_EQ(wide.dst, untouched);
-  // After the last band the rows are gone.
-  ASSERT_EQ(Halftone(*e, m, narrow, kPhaseEnd), 0);
-  EXPECT_EQ(Halftone(*e, m, narrow, 0), kErrOutOfContract);
 }
 
 }  // namespace

@@ -100,7 +100,7 @@ TEST(LevelRestricted, HandWorkedBilevelMatrixBand) {
   ExpectCells<int>(e->rows.carry_all(), {{0, 29}, {1, -27}, {2, 41}});
 }
 
-// At 1002 s the first one-bit draws are 0, 1, 1 (see random_bits_test).
+// At 1002 s the first one-bit draws are 0, 1, 1 (see random_stream_test).
 TEST(LevelRestricted, HandWorkedRandomBilevelRow) {
   auto e = MakeEngine(1002);
   TestBand b(3, 1, 1, 100);

@@ -4,7 +4,8 @@
 // one to four planes, later bands narrower or with fewer planes than the job, rows longer than a
 // draw chunk, and pictures of extremes and of values around the decision levels. Later bands
 // start from the carry and the working rows an earlier band left, so a wrong carry shows as
-// wrong dots one band later.
+// wrong dots one band later. Two set-ups run on random screening tables with irregular pattern
+// geometry and edge masks, and whole-job methods there on a lookup table whose sums wrap.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -28,7 +29,7 @@ namespace {
 using halftone::Path;
 
 // The pictures a job is run on.
-enum class Picture { kChart, kExtremes, kMidTones, kWhite, kDarkTail, kLightTail };
+enum class Picture { kChart, kExtremes, kMidTones, kRuns, kWhite, kDarkTail, kLightTail };
 
 std::uint8_t Sample(Picture picture, std::size_t x, std::size_t y, unsigned p, std::size_t w, std::mt19937& gen) {
   switch (picture) {
@@ -38,6 +39,11 @@ std::uint8_t Sample(Picture picture, std::size_t x, std::size_t y, unsigned p, s
       return static_cast<std::uint8_t>(k == 0 ? 0u : k == 1 ? 255u : gen() & 0xFF);
     }
     case Picture::kMidTones: return static_cast<std::uint8_t>(112 + gen() % 33);
+    case Picture::kRuns: {  // runs of random length and level, so run ends fall at every offset
+      static std::uint8_t level = 0;
+      if (x == 0 || gen() % 5 == 0) level = static_cast<std::uint8_t>(gen() % 4 == 0 ? gen() % 3 : gen());
+      return level;
+    }
     case Picture::kWhite: return 255;
     // One noisy row, then flat black or white: the error drains away into tiny values.
     case Picture::kDarkTail: return static_cast<std::uint8_t>(y == 0 ? gen() & 0xFF : 0);
@@ -87,13 +93,16 @@ Output RunBandJob(const halftone_method_info& m, const std::vector<Band>& bands,
   return out;
 }
 
+// The set-up's table terms (see ToneSetup): 2 gives whole-job methods a lookup that wraps.
+int g_terms = 0;
+
 Output RunWholeJob(const halftone_method_info& m, std::size_t w, std::size_t h, Picture picture, unsigned seed) {
   std::mt19937 gen(seed);
   std::vector<std::uint8_t> src(golden::SrcStride(w) * h);
   for (std::size_t y = 0; y < h; ++y)
     for (std::size_t x = 0; x < w; ++x) src[y * golden::SrcStride(w) + x] = Sample(picture, x, y, 0, w, gen);
   std::vector<int> lookup(256);
-  for (int v = 0; v < 256; ++v) lookup[static_cast<std::size_t>(v)] = (v * v) / 255 - 8;
+  for (int v = 0; v < 256; ++v) lookup[static_cast<std::size_t>(v)] = g_terms == 2 ? static_cast<int>(gen()) : (v * v) / 255 - 8;
   std::vector<std::uint8_t> dst(std::max(h * golden::DstStride(w, 1), w * golden::DstStride(h, 1)) + 4,
                                 halftone_test::kCanary);
   const int rc = golden::CallWhole(m, src.data(), dst.data(), w, h, lookup.data());
@@ -114,7 +123,7 @@ std::vector<Job> Jobs(const halftone_method_info& m) {
   if (!golden::IsBandMethod(m)) {
     for (std::size_t w : kWidths)
       for (std::size_t h : {1u, 2u, 5u, 8u, 17u})
-        for (Picture picture : {Picture::kChart, Picture::kExtremes}) {
+        for (Picture picture : {Picture::kChart, Picture::kExtremes, Picture::kRuns}) {
           jobs.push_back({"whole " + std::to_string(w) + "x" + std::to_string(h),
                           [&m, w, h, picture, s = seed++] { return RunWholeJob(m, w, h, picture, s); }});
         }
@@ -131,6 +140,7 @@ std::vector<Job> Jobs(const halftone_method_info& m) {
           Picture::kChart);
       add(shape + ", one-row bands", {{w, 1, planes}, {w, 1, planes}, {w, 1, planes}}, Picture::kExtremes);
       add(shape + ", a one-row job", {{w, 1, planes}}, Picture::kMidTones);
+      add(shape + ", runs", {{w, 7, planes}, {w, 2, planes}}, Picture::kRuns);
     }
   for (std::size_t w : {9u, 17u, 33u}) {
     const std::size_t narrow = w / 2 + 1;
@@ -173,11 +183,14 @@ struct ToneSetup {
   int terms = 0;
 };
 
-// Sets the bias matrix and the layer table for a set-up, from the loaded ones.
+// Sets the screening tables for a set-up: as loaded, or with random bias, layer, pattern and
+// threshold tables and an irregular pattern geometry and edge masks.
 void SetTerms(const halftone::ScreeningTables& loaded, int terms, unsigned seed) {
   halftone::ScreeningTables& tables = halftone::ProcessEngine().tables;
-  tables.bias = loaded.bias;
-  tables.layers = loaded.layers;
+  const std::uint32_t generation = tables.pattern_generation;
+  tables = loaded;
+  tables.pattern_generation = generation + 1;  // the fast screens' copy of the stack is stale
+  g_terms = terms;
   if (terms == 0) return;
   std::mt19937 gen(seed);
   auto term = [&] {
@@ -189,6 +202,19 @@ void SetTerms(const halftone::ScreeningTables& loaded, int terms, unsigned seed)
   for (auto& tile : tables.layers)
     for (auto& row : tile)
       for (auto& c : row) c = term();
+  auto fill = [&](auto& table) {
+    auto* bytes = reinterpret_cast<std::uint8_t*>(&table);
+    for (std::size_t i = 0; i < sizeof table; ++i) bytes[i] = static_cast<std::uint8_t>(gen());
+  };
+  fill(tables.mono);
+  fill(tables.duo);
+  fill(tables.bitmap);
+  fill(tables.bayer);
+  tables.geometry = terms == 1 ? halftone::PatternGeometry{24, 3, 3} : halftone::PatternGeometry{64, 5, 8};
+  tables.masks = terms == 1 ? halftone::EdgeMasks{{0x00, 0x80, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC, 0xFE},
+                                                  {0xFF, 0x7F, 0x3F, 0x1F, 0x0F, 0x07, 0x03, 0x01}}
+                            : halftone::EdgeMasks{{0x00, 0xC0, 0xF0, 0xFC, 0xFF, 0xFF, 0xFF, 0xFF},
+                                                  {0xFF, 0x3F, 0x0F, 0x03, 0x00, 0x00, 0x00, 0x00}};
 }
 
 // The golden set-ups (gentle curves, ascending levels), then every curve at 255, curves reaching

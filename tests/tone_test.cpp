@@ -1,4 +1,4 @@
-// Tone curves, the tone-curve file, print modes and the level-values list.
+// Tone curves, the tone-curve file and the level-values list.
 #include "tone/tone.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,6 @@
 namespace halftone {
 namespace {
 
-using halftone_test::ExpectCells;
 using halftone_test::TempFolder;
 
 void WriteFile(const std::filesystem::path& path, std::size_t size, std::uint8_t fill_base) {
@@ -19,13 +18,11 @@ void WriteFile(const std::filesystem::path& path, std::size_t size, std::uint8_t
   for (std::size_t i = 0; i < size; ++i) out.put(static_cast<char>(fill_base + i / 256));
 }
 
-TEST(ToneCurves, BuiltInCurvesMatchTheirDesignAnchors) {
-  const ToneCurve c1 = BuiltInCurve(1);
-  ExpectCells<int>(c1, {{101, 0}, {102, 1}, {106, 9}, {107, 10}, {128, 31}, {224, 31}, {225, 30}});
-  const ToneCurve c3 = BuiltInCurve(3);
-  ExpectCells<int>(c3, {{232, 36}, {233, 34}, {247, 11}});
-  const ToneCurve c14 = BuiltInCurve(14);
-  ExpectCells<int>(c14, {{55, 0}, {125, 76}, {128, 80}, {254, 2}});
+TEST(ToneCurves, BuiltInCurvesExpandToTheirDesign) {
+  // Anchors where each kind of run starts and ends, so a wrong expansion shows.
+  halftone_test::ExpectCells<int>(BuiltInCurve(1), {{101, 0}, {102, 1}, {106, 9}, {107, 10}, {128, 31}, {224, 31}, {225, 30}});
+  halftone_test::ExpectCells<int>(BuiltInCurve(3), {{232, 36}, {233, 34}, {247, 11}});
+  halftone_test::ExpectCells<int>(BuiltInCurve(14), {{55, 0}, {125, 76}, {128, 80}, {254, 2}});
   EXPECT_EQ(BuiltInCurve(0), ToneCurve{});
 
   // Every built-in curve rises to its plateau, falls back and ends at 0 for paper white.
@@ -71,20 +68,6 @@ TEST(ToneCurves, FileReplacesOnlyWholeCurvesAndKeepsThemForGood) {
   // A folder where the file should be cannot be opened as a file.
   std::filesystem::create_directory(file);
   EXPECT_EQ(LoadToneCurveFile(curves, folder.with_separator()), kErrOpen);
-}
-
-TEST(ToneCurves, ModesSelectTheirCurvePairs) {
-  ToneCurveSet curves;
-  struct {
-    int mode, a, b;
-  } expected[] = {{0, 0, 0}, {1, 1, 1}, {2, 1, 4}, {3, 1, 4}, {4, 6, 5},   {5, 7, 5},   {6, 0, 0},  {10, 0, 0},
-                  {11, 8, 8}, {12, 8, 9}, {13, 8, 10}, {14, 11, 10}, {15, 12, 10}, {16, 13, 10}, {17, 14, 10},
-                  {18, 0, 0}, {-1, 0, 0}};
-  for (const auto& e : expected) {
-    SelectMode(curves, e.mode);
-    EXPECT_EQ(curves.curve_a, e.a) << "mode " << e.mode;
-    EXPECT_EQ(curves.curve_b, e.b) << "mode " << e.mode;
-  }
 }
 
 TEST(LevelValues, EveryValueNeedsItsCommaAndKeepsEightBits) {

@@ -86,20 +86,6 @@ TEST_F(ToolCommand, HelpAndListSucceed) {
 }
 
 #if HALFTONE_HAVE_TIFF && HALFTONE_HAVE_PNG
-TEST_F(ToolCommand, ColourPictureGivesFourDotPagesAndAPreview) {
-  halftone_tool::RgbImage img(40, 30, halftone_tool::Rgb{200, 100, 50});
-  ASSERT_EQ(halftone_tool::WriteRgb(Path("photo.png"), img), "");
-  const Result r = Run("photo.png --time 7 --band-rows 8 -o dots.tif");
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.err, "") << "quiet when stderr is no terminal";
-  TIFF* t = TIFFOpen(Path("dots.tif").c_str(), "r");
-  ASSERT_NE(t, nullptr);
-  EXPECT_EQ(TIFFNumberOfDirectories(t), 4);
-  TIFFClose(t);
-  std::ifstream preview(Path("dots.png"), std::ios::binary);
-  EXPECT_TRUE(preview.good()) << "the preview goes beside the TIFF";
-}
-
 // Every page's rows of a TIFF, as stored.
 std::vector<std::vector<std::uint8_t>> TiffPages(const std::string& path) {
   std::vector<std::vector<std::uint8_t>> pages;

@@ -47,65 +47,48 @@ DotPlanes PatternDots(int bits, int planes, int pixels, int rows) {
   return d;
 }
 
-TEST(ToolSeparation, KnownColoursGetTheirInks) {
-  // K = 255 - max; C, M, Y = max - R, G, B.
-  EXPECT_EQ(SeparateRgb(255, 255, 255), (Ink{0, 0, 0, 0}));      // paper: no ink
-  EXPECT_EQ(SeparateRgb(0, 0, 0), (Ink{0, 0, 0, 255}));          // black ink only
-  EXPECT_EQ(SeparateRgb(128, 128, 128), (Ink{0, 0, 0, 127}));    // any grey is black ink only
-  EXPECT_EQ(SeparateRgb(255, 0, 0), (Ink{0, 255, 255, 0}));      // red = magenta + yellow
-  EXPECT_EQ(SeparateRgb(0, 255, 255), (Ink{255, 0, 0, 0}));      // cyan alone
-  EXPECT_EQ(SeparateRgb(0, 0, 255), (Ink{255, 255, 0, 0}));      // blue = cyan + magenta
-  // (200, 100, 50): max 200, so K = 55, C = 0, M = 100, Y = 150.
-  EXPECT_EQ(SeparateRgb(200, 100, 50), (Ink{0, 100, 150, 55}));
-}
-
-TEST(ToolSeparation, PlanesHoldInkInLightnessSense) {
+TEST(ToolSeparation, InksAndTheirPlanes) {
+  // K = 255 - max; C, M, Y = max - R, G, B: paper takes no ink, any grey black ink only.
+  const std::pair<Rgb, Ink> known[] = {{{255, 255, 255}, {0, 0, 0, 0}},   {{0, 0, 0}, {0, 0, 0, 255}},
+                                       {{128, 128, 128}, {0, 0, 0, 127}}, {{255, 0, 0}, {0, 255, 255, 0}},
+                                       {{0, 255, 255}, {255, 0, 0, 0}},   {{0, 0, 255}, {255, 255, 0, 0}},
+                                       {{200, 100, 50}, {0, 100, 150, 55}}};
+  for (const auto& [rgb, ink] : known) EXPECT_EQ(SeparateRgb(rgb.r, rgb.g, rgb.b), ink) << int{rgb.r} << "," << int{rgb.g} << "," << int{rgb.b};
+  // The planes hold ink in lightness sense: 255 - ink, white paper 255.
   RgbImage rgb(2, 1, Rgb{});
-  rgb.at(0, 0) = Rgb{200, 100, 50};  // inks 0, 100, 150, 55 -> samples 255, 155, 105, 200
+  rgb.at(0, 0) = Rgb{200, 100, 50};
   const Picture p = SeparatedPicture(rgb);
   ASSERT_EQ(p.planes.size(), 4u);
   EXPECT_EQ(p.names, (std::vector<std::string>{"Cyan", "Magenta", "Yellow", "Black"}));
-  EXPECT_EQ(p.planes[0].at(0, 0), 255);
-  EXPECT_EQ(p.planes[1].at(0, 0), 155);
-  EXPECT_EQ(p.planes[2].at(0, 0), 105);
-  EXPECT_EQ(p.planes[3].at(0, 0), 200);
-  for (int k = 0; k < 4; ++k) EXPECT_EQ(p.planes[static_cast<std::size_t>(k)].at(1, 0), 255) << "white pixel, plane " << k;
+  const int want[4] = {255, 155, 105, 200};
+  for (std::size_t k = 0; k < 4; ++k) {
+    EXPECT_EQ(p.planes[k].at(0, 0), want[k]) << "plane " << k;
+    EXPECT_EQ(p.planes[k].at(1, 0), 255) << "white pixel, plane " << k;
+  }
 }
 
-TEST(ToolPreview, InksCompositeOnWhitePaper) {
-  // Four 1-bit planes C, M, Y, K over five pixels: none, C, C+M, C+M+Y, K.
+// Dot planes of one row drawn as ink on white paper.
+DotPlanes OneRowOfDots(int bits, int pixels, const std::vector<std::uint8_t>& first_bytes) {
   DotPlanes d;
-  d.bits = 1;
-  d.pixels = 5;
+  d.bits = bits;
+  d.pixels = pixels;
   d.rows = 1;
   d.stride = 4;
-  const std::uint8_t rows[4] = {0x70, 0x30, 0x10, 0x08};  // pixel x at bit 7 - x
-  for (std::uint8_t r : rows) d.planes.push_back({r, 0, 0, 0});
-  const RgbImage out = CompositeInks(d, {"Cyan", "Magenta", "Yellow", "Black"});
-  EXPECT_EQ(out.at(0, 0), (Rgb{255, 255, 255}));
-  EXPECT_EQ(out.at(1, 0), (Rgb{0, 255, 255}));
-  EXPECT_EQ(out.at(2, 0), (Rgb{0, 0, 255}));
-  EXPECT_EQ(out.at(3, 0), (Rgb{0, 0, 0}));
-  EXPECT_EQ(out.at(4, 0), (Rgb{0, 0, 0}));
+  for (std::uint8_t b : first_bytes) d.planes.push_back({b, 0, 0, 0});
+  return d;
 }
 
-TEST(ToolPreview, DropSizesAreDrawnAsTheirShareOfInk) {
-  // 2-bit codes 0..3 of black: light left 1, 2/3, 1/3, 0 -> 255, 170, 85, 0.
-  DotPlanes d;
-  d.bits = 2;
-  d.pixels = 4;
-  d.rows = 1;
-  d.stride = 4;
-  d.planes.push_back({0x1B, 0, 0, 0});  // 00 01 10 11
-  const RgbImage out = CompositeInks(d, {"Black"});
-  EXPECT_EQ(out.at(0, 0), (Rgb{255, 255, 255}));
-  EXPECT_EQ(out.at(1, 0), (Rgb{170, 170, 170}));
-  EXPECT_EQ(out.at(2, 0), (Rgb{85, 85, 85}));
-  EXPECT_EQ(out.at(3, 0), (Rgb{0, 0, 0}));
+TEST(ToolPreview, InksCompositeOnWhitePaperAsTheirShareOfInk) {
+  // Four 1-bit planes C, M, Y, K over five pixels: none, C, C+M, C+M+Y, K (pixel x at bit 7 - x).
+  RgbImage out = CompositeInks(OneRowOfDots(1, 5, {0x70, 0x30, 0x10, 0x08}), {"Cyan", "Magenta", "Yellow", "Black"});
+  const Rgb inks[] = {{255, 255, 255}, {0, 255, 255}, {0, 0, 255}, {0, 0, 0}, {0, 0, 0}};
+  for (int x = 0; x < 5; ++x) EXPECT_EQ(out.at(x, 0), inks[x]) << x;
+  // 2-bit codes 0..3 of black: light left 1, 2/3, 1/3, 0.
+  out = CompositeInks(OneRowOfDots(2, 4, {0x1B}), {"Black"});
+  const Rgb greys[] = {{255, 255, 255}, {170, 170, 170}, {85, 85, 85}, {0, 0, 0}};
+  for (int x = 0; x < 4; ++x) EXPECT_EQ(out.at(x, 0), greys[x]) << x;
   // Magenta at code 3 of 3 over cyan at code 1 of 3 at the same pixel: R keeps 2/3, G none.
-  d.planes.assign(1, {0x40, 0, 0, 0});
-  d.planes.push_back({0xC0, 0, 0, 0});
-  EXPECT_EQ(CompositeInks(d, {"Cyan", "Magenta"}).at(0, 0), (Rgb{170, 0, 255}));
+  EXPECT_EQ(CompositeInks(OneRowOfDots(2, 1, {0x40, 0xC0}), {"Cyan", "Magenta"}).at(0, 0), (Rgb{170, 0, 255}));
 }
 
 #if HALFTONE_HAVE_TIFF
@@ -166,8 +149,8 @@ TEST_P(ToolDotTiff, PagesReadBackAsTheExactCodes) {
 
 INSTANTIATE_TEST_SUITE_P(Depths, ToolDotTiff, ::testing::Values(1, 2, 4));
 
-// Writes an 8-bit TIFF of `spp` samples a pixel from sample-interleaved data.
-void WriteTestTiff(const std::string& path, int w, int h, std::uint16_t photometric, std::uint16_t spp, bool separate,
+// Writes a TIFF of `spp` contiguous samples a pixel (each sample's first byte from `samples`).
+void WriteTestTiff(const std::string& path, int w, int h, std::uint16_t photometric, std::uint16_t spp,
                    const std::vector<std::uint8_t>& samples, std::uint16_t bits = 8) {
   TIFF* t = TIFFOpen(path.c_str(), "w");
   ASSERT_NE(t, nullptr);
@@ -176,48 +159,22 @@ void WriteTestTiff(const std::string& path, int w, int h, std::uint16_t photomet
   TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, bits);
   TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, spp);
   TIFFSetField(t, TIFFTAG_PHOTOMETRIC, photometric);
-  TIFFSetField(t, TIFFTAG_PLANARCONFIG, separate ? PLANARCONFIG_SEPARATE : PLANARCONFIG_CONTIG);
+  TIFFSetField(t, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
   TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, 1u);
-  const std::size_t bytes = bits / 8u;
-  std::vector<std::uint8_t> line(static_cast<std::size_t>(w) * spp * bytes);
-  for (std::uint16_t s = 0; s < (separate ? spp : 1); ++s)
-    for (int y = 0; y < h; ++y) {
-      for (int x = 0; x < w; ++x)
-        for (int k = 0; k < (separate ? 1 : spp); ++k) {
-          const int sample = separate ? s : k;
-          line[(static_cast<std::size_t>(x) * (separate ? 1 : spp) + static_cast<std::size_t>(k)) * bytes] =
-              samples[(static_cast<std::size_t>(y) * static_cast<std::size_t>(w) + static_cast<std::size_t>(x)) * spp + static_cast<std::size_t>(sample)];
-        }
-      ASSERT_GE(TIFFWriteScanline(t, line.data(), static_cast<std::uint32_t>(y), s), 0);
-    }
-  TIFFClose(t);
-}
-
-TEST(ToolTiffInput, CmykContiguousAndSeparateGiveTheSameInkPlanes) {
-  // Two pixels: cyan 10 magenta 20 yellow 30 black 40; then full black ink only.
-  const std::vector<std::uint8_t> inks = {10, 20, 30, 40, 0, 0, 0, 255};
-  halftone_test::TempFolder dir;
-  for (bool separate : {false, true}) {
-    const std::string path = (dir.path() / (separate ? "sep.tif" : "contig.tif")).string();
-    WriteTestTiff(path, 2, 1, PHOTOMETRIC_SEPARATED, 4, separate, inks);
-    Picture p;
-    ASSERT_EQ(ReadPicture(path, p), "");
-    ASSERT_EQ(p.planes.size(), 4u) << (separate ? "separate" : "contiguous");
-    // Samples are 255 - ink.
-    EXPECT_EQ(p.planes[0].at(0, 0), 245);
-    EXPECT_EQ(p.planes[1].at(0, 0), 235);
-    EXPECT_EQ(p.planes[2].at(0, 0), 225);
-    EXPECT_EQ(p.planes[3].at(0, 0), 215);
-    EXPECT_EQ(p.planes[0].at(1, 0), 255);
-    EXPECT_EQ(p.planes[3].at(1, 0), 0);
+  const std::size_t row = static_cast<std::size_t>(w) * spp, bytes = bits / 8u;
+  std::vector<std::uint8_t> line(row * bytes);
+  for (int y = 0; y < h; ++y) {
+    for (std::size_t i = 0; i < row; ++i) line[i * bytes] = samples[static_cast<std::size_t>(y) * row + i];
+    ASSERT_GE(TIFFWriteScanline(t, line.data(), static_cast<std::uint32_t>(y), 0), 0);
   }
+  TIFFClose(t);
 }
 
 TEST(ToolTiffInput, GreyKeepsItsSenseAndRgbIsSeparated) {
   halftone_test::TempFolder dir;
   const std::string black_zero = (dir.path() / "b.tif").string(), white_zero = (dir.path() / "w.tif").string();
-  WriteTestTiff(black_zero, 2, 1, PHOTOMETRIC_MINISBLACK, 1, false, {0, 200});
-  WriteTestTiff(white_zero, 2, 1, PHOTOMETRIC_MINISWHITE, 1, false, {0, 200});
+  WriteTestTiff(black_zero, 2, 1, PHOTOMETRIC_MINISBLACK, 1, {0, 200});
+  WriteTestTiff(white_zero, 2, 1, PHOTOMETRIC_MINISWHITE, 1, {0, 200});
   Picture p;
   ASSERT_EQ(ReadPicture(black_zero, p), "");
   ASSERT_EQ(p.planes.size(), 1u);
@@ -227,7 +184,7 @@ TEST(ToolTiffInput, GreyKeepsItsSenseAndRgbIsSeparated) {
   EXPECT_EQ(p.planes[0].at(0, 0), 255);  // 0 is white here
   EXPECT_EQ(p.planes[0].at(1, 0), 55);
   const std::string rgb = (dir.path() / "rgb.tif").string();
-  WriteTestTiff(rgb, 1, 1, PHOTOMETRIC_RGB, 3, false, {255, 0, 0});
+  WriteTestTiff(rgb, 1, 1, PHOTOMETRIC_RGB, 3, {255, 0, 0});
   ASSERT_EQ(ReadPicture(rgb, p), "");
   ASSERT_EQ(p.planes.size(), 4u);
   EXPECT_EQ(p.planes[0].at(0, 0), 255);  // red: no cyan,
@@ -239,11 +196,11 @@ TEST(ToolTiffInput, GreyKeepsItsSenseAndRgbIsSeparated) {
 TEST(ToolTiffInput, RefusesWhatItCannotRead) {
   halftone_test::TempFolder dir;
   const std::string deep = (dir.path() / "deep.tif").string();
-  WriteTestTiff(deep, 2, 1, PHOTOMETRIC_MINISBLACK, 1, false, {0, 0, 0, 0}, 16);
+  WriteTestTiff(deep, 2, 1, PHOTOMETRIC_MINISBLACK, 1, {0, 0, 0, 0}, 16);
   Picture p;
   EXPECT_NE(ReadPicture(deep, p).find("only 8-bit"), std::string::npos);
   const std::string two = (dir.path() / "two.tif").string();
-  WriteTestTiff(two, 1, 1, PHOTOMETRIC_SEPARATED, 2, false, {0, 0});
+  WriteTestTiff(two, 1, 1, PHOTOMETRIC_SEPARATED, 2, {0, 0});
   EXPECT_NE(ReadPicture(two, p).find("neither CMYK, RGB nor grey"), std::string::npos);
 }
 #endif

@@ -1,8 +1,10 @@
-// Hand-worked bands of the level-biased members, their tables, and the row-end, white and
-// reversed-test rules that set them apart.
+// The double-precision family: hand-worked bands of the level-biased members and the row-end,
+// white and reversed-test rules that set them apart; the job frame (carry, reseeding, release)
+// and the members whose inner steps are this library's own.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "tablediffusion/double_diffusion.h"
 #include "tablediffusion/double_tables.h"
@@ -175,6 +177,113 @@ TEST(DoubleDiagonal, ForwardLastRowCarriesNothing) {
   TestBand band(6, 3, 1, 90);
   ASSERT_EQ(Halftone(*e, DoubleMethod::kDiagonal, band, kPhaseStart), 0);
   for (std::size_t x = 0; x < 6; ++x) EXPECT_EQ(e->double_rows.carry_all()[x], 0.0);
+}
+
+constexpr DoubleMethod kAll[] = {
+    DoubleMethod::kRunLength,         DoubleMethod::kRandomSplit,    DoubleMethod::kRandomSplitRowDump,
+    DoubleMethod::kRandomSplitPixelDump, DoubleMethod::kQuarterColumnBias, DoubleMethod::kToneWeightRow,
+    DoubleMethod::kHalfColumnBias,    DoubleMethod::kEveryColumnBias, DoubleMethod::kDiagonal,
+    DoubleMethod::kModulated,
+};
+
+TEST(DoubleFrame, EndOfJobHalftonesThenReleases) {
+  auto e = MakeEngine(kTime);
+  TestBand band(8, 2, 1, 0);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kToneWeightRow, band, kPhaseStart), 0);
+  EXPECT_TRUE(e->double_rows.live());
+  EXPECT_EQ(e->double_weight_row.size(), 8u);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kToneWeightRow, band, kPhaseEnd), 0);
+  EXPECT_EQ(band.Density(), 1.0);
+  EXPECT_FALSE(e->double_rows.live());
+  EXPECT_TRUE(e->double_weight_row.empty());
+  EXPECT_EQ(Halftone(*e, DoubleMethod::kToneWeightRow, band, 0), kErrOutOfContract);
+}
+
+TEST(DoubleFrame, ToneWeightRowJoinsAJobAnotherMemberStarted) {
+  auto e = MakeEngine(kTime);
+  TestBand band(40, 2, 1, 128);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kQuarterColumnBias, band, kPhaseStart), 0);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kToneWeightRow, band, 0), 0);
+  EXPECT_GE(e->double_weight_row.size(), 40u);
+}
+
+TEST(DoubleFrame, EvenBandsCarryAndEachBandRestartsLeftToRight) {
+  // A mid-grey plane in two bands of two rows: the first band's last row runs right to left
+  // and hands its errors on, so the second band starts from them rather than from zero.
+  auto e = MakeEngine(kTime);
+  TestBand first(16, 2, 1, 128), second(16, 2, 1, 128), fresh(16, 2, 1, 128);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kHalfColumnBias, first, kPhaseStart), 0);
+  double carried = 0.0;
+  for (std::size_t x = 0; x < 16; ++x) carried += std::abs(e->double_rows.carry_all()[x]);
+  EXPECT_GT(carried, 0.0);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kHalfColumnBias, second, 0), 0);
+  auto e2 = MakeEngine(kTime);
+  ASSERT_EQ(Halftone(*e2, DoubleMethod::kHalfColumnBias, fresh, kPhaseStart), 0);
+  EXPECT_NE(second.dst, fresh.dst);
+  EXPECT_EQ(first.dst, fresh.dst);  // same start, same dots
+}
+
+TEST(DoubleFrame, ReseedEveryCallOrOnlyAtTheStartOfAJob) {
+  auto state_after = [](DoubleMethod m) {
+    auto e = MakeEngine(kTime);
+    TestBand band(8, 1, 1, 0);
+    EXPECT_EQ(Halftone(*e, m, band, kPhaseStart), 0);
+    e->clock.SetFixed(kTime + 77);
+    EXPECT_EQ(Halftone(*e, m, band, 0), 0);
+    return e->random.state();
+  };
+  RandomBitSource later;
+  later.Seed(static_cast<std::uint32_t>(kTime + 77));
+  RandomBitSource at_start;
+  at_start.Seed(static_cast<std::uint32_t>(kTime));
+  // These members draw nothing, so the state shows exactly when they seeded.
+  EXPECT_EQ(state_after(DoubleMethod::kQuarterColumnBias), later.state());
+  EXPECT_EQ(state_after(DoubleMethod::kHalfColumnBias), later.state());
+  EXPECT_EQ(state_after(DoubleMethod::kEveryColumnBias), at_start.state());
+  EXPECT_EQ(state_after(DoubleMethod::kDiagonal), at_start.state());
+  EXPECT_EQ(state_after(DoubleMethod::kModulated), at_start.state());
+}
+
+TEST(DoubleFrame, PlanesAreHalftonedApartAndMidGreyStartsWithADot) {
+  for (DoubleMethod m : kAll) {
+    auto e = MakeEngine(kTime);
+    // Three rows: the last runs left to right, so no member's reversed end test applies.
+    TestBand band(37, 3, 2, [](std::size_t, std::size_t, unsigned p) { return p == 0 ? 255 : 0; });
+    ASSERT_EQ(Halftone(*e, m, band, kPhaseStart), 0);
+    for (std::size_t y = 0; y < 3; ++y)
+      for (std::size_t x = 0; x < 37; ++x) {
+        EXPECT_FALSE(band.Dot(y, x, 0));
+        EXPECT_TRUE(band.Dot(y, x, 1));
+      }
+    // Padding bits past the width stay clear.
+    EXPECT_EQ(band.DotRow(0, 1)[4], 0xF8);
+    EXPECT_EQ(band.DotRow(0, 1)[5] | band.DotRow(0, 1)[6] | band.DotRow(0, 1)[7], 0x00);
+    TestBand grey(9, 3, 2, 128);  // s = 128 is a dot
+    ASSERT_EQ(Halftone(*e, m, grey, kPhaseStart), 0);
+    EXPECT_TRUE(grey.Dot(0, 0, 0) && grey.Dot(0, 0, 1)) << static_cast<int>(m);
+  }
+}
+
+// The members whose inner steps are this library's own must reproduce tone: the share of dots
+// over a flat patch follows the darkness of the input.
+TEST(DoubleDesignedMembers, DotDensityFollowsTheTone) {
+  for (DoubleMethod m : {DoubleMethod::kRunLength, DoubleMethod::kRandomSplit, DoubleMethod::kToneWeightRow}) {
+    for (int level : {32, 96, 160, 224}) {
+      auto e = MakeEngine(kTime);
+      TestBand band(128, 64, 1, static_cast<std::uint8_t>(level));
+      ASSERT_EQ(Halftone(*e, m, band, kPhaseStart), 0);
+      EXPECT_NEAR(band.Density(), 1.0 - level / 255.0, 0.03) << static_cast<int>(m) << " level " << level;
+    }
+  }
+}
+
+TEST(DoubleDesignedMembers, RandomSplitDependsOnTheSeed) {
+  auto e = MakeEngine(kTime);
+  TestBand a(64, 8, 1, 150), b(64, 8, 1, 150);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kRandomSplit, a, kPhaseStart), 0);
+  e->clock.SetFixed(kTime + 1);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kRandomSplit, b, kPhaseStart), 0);
+  EXPECT_NE(a.dst, b.dst);
 }
 
 }  // namespace
