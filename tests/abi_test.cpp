@@ -13,7 +13,6 @@
 
 namespace {
 
-using halftone_test::CallMethod;
 using halftone_test::kCanary;
 
 std::set<std::string> AbiList() {
@@ -92,7 +91,9 @@ TEST_P(BandContract, RefusedCallsTouchNothingAndJobsRepeat) {
   const std::vector<unsigned char> untouched(first);
   for (std::size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i * 7);
   auto call = [&](std::vector<unsigned char>& dst, int cw, int ch, unsigned planes, unsigned phase) {
-    return CallMethod(m, src.data(), dst.data(), cw, ch, HALFTONE_FLAGS(planes, phase));
+    // Negative sizes pass through the size type unchanged (they wrap back on conversion).
+    return golden::CallBand(m, src.data(), dst.data(), static_cast<std::size_t>(cw), static_cast<std::size_t>(ch),
+                            HALFTONE_FLAGS(planes, phase));
   };
   constexpr int kRefused = HALFTONE_ERR_OUT_OF_CONTRACT;
   const bool job = KeepsAJob(m);

@@ -277,14 +277,5 @@ TEST(DoubleDesignedMembers, DotDensityFollowsTheTone) {
   }
 }
 
-TEST(DoubleDesignedMembers, RandomSplitDependsOnTheSeed) {
-  auto e = MakeEngine(kTime);
-  TestBand a(64, 8, 1, 150), b(64, 8, 1, 150);
-  ASSERT_EQ(Halftone(*e, DoubleMethod::kRandomSplit, a, kPhaseStart), 0);
-  e->clock.SetFixed(kTime + 1);
-  ASSERT_EQ(Halftone(*e, DoubleMethod::kRandomSplit, b, kPhaseStart), 0);
-  EXPECT_NE(a.dst, b.dst);
-}
-
 }  // namespace
 }  // namespace halftone

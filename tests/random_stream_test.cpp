@@ -73,15 +73,6 @@ TEST(RandomBitSource, DrawsAtTheFixedTimesTheHandWorkUses) {
   }
 }
 
-TEST(SeedClock, FixedTimeOverridesAndNegativeRestoresTheClock) {
-  SeedClock clock;
-  EXPECT_FALSE(clock.fixed());
-  clock.SetFixed(123456789012LL);
-  EXPECT_EQ(clock.Seconds(), static_cast<std::uint32_t>(123456789012LL));
-  clock.SetFixed(-1);
-  EXPECT_FALSE(clock.fixed());
-}
-
 // Jumps of every small size (inside one register length, across it, around its multiples) and
 // large ones made of random bit patterns, from registers at every pointer position.
 TEST(RandomJump, SkipLeavesTheRegisterOfPlainDrawing) {

@@ -7,6 +7,7 @@
 #include <numeric>
 #include <ostream>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "test_support.h"
@@ -169,27 +170,22 @@ TEST(RotatedDiffusion, HandWorkedPlaneInEveryLayout) {
   TestPlane plane(3, {{100, 200, 50}, {30, 140, 220}, {128, 129, 90}});
 
   using Bytes = std::vector<std::uint8_t>;
-  // Turned: (0,0) -> row 2 col 2; (2,0) -> row 0 col 2; (1,1) -> row 1 col 1; the last row's
-  // dot (0,2) unturned at byte 2 * 4, pixel 0, OR-ed over row 2's 0x20.
-  EXPECT_EQ(Diffuse(RotatedMember::kTurnedLastRowFlat, plane, lookup.data(), 1),
-            (Bytes{0x20, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
-  // Transposed: (0,0) -> row 0 col 0; (2,0) -> row 2 col 0; (1,1) -> row 1 col 1; last row
-  // unturned at byte 8 again.
-  EXPECT_EQ(Diffuse(RotatedMember::kTransposedLastRowFlat, plane, lookup.data(), 1),
-            (Bytes{0x80, 0, 0, 0, 0x40, 0, 0, 0, 0x80, 0, 0, 0}));
-  // All turned: (0,2) -> row 2 col 0 instead.
-  EXPECT_EQ(Diffuse(RotatedMember::kTurned, plane, lookup.data(), 1),
-            (Bytes{0x20, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
-  // All transposed: (0,2) -> row 0 col 2.
-  EXPECT_EQ(Diffuse(RotatedMember::kTransposed, plane, lookup.data(), 1),
-            (Bytes{0xA0, 0, 0, 0, 0x40, 0, 0, 0, 0x80, 0, 0, 0}));
-  // Rows reversed: row 0 (x0, x2) -> output row 2; row 1 (x1) -> row 1; row 2 (x0) -> row 0.
-  EXPECT_EQ(Diffuse(RotatedMember::kRowsReversed, plane, lookup.data(), 1),
-            (Bytes{0x80, 0, 0, 0, 0x40, 0, 0, 0, 0xA0, 0, 0, 0}));
-  // Mixed, h % 8 = 3: row 0 forward in place (0xA0 at row 0). Row 1 backward -> row 1, x1 at
-  // bit (1 + 5) % 8 = 6 = 0x40. Last row -> row 0, x0 at bit 5 = 0x20, OR-ed with 0xA0.
-  EXPECT_EQ(Diffuse(RotatedMember::kMixed, plane, lookup.data(), 1),
-            (Bytes{0xA0, 0, 0, 0, 0x40, 0, 0, 0, 0, 0, 0, 0}));
+  // The first byte of output rows 0, 1 and 2 (the rest stay clear), member by member:
+  //   turned: (0,0) -> row 2 col 2; (2,0) -> row 0 col 2; (1,1) -> row 1 col 1; the last row's
+  //     dot (0,2) unturned at byte 2 * 4, pixel 0, OR-ed over row 2's 0x20; all turned: (0,2)
+  //     -> row 2 col 0 instead, the same byte;
+  //   transposed: (0,0) -> row 0 col 0; (2,0) -> row 2 col 0; (1,1) -> row 1 col 1; last row
+  //     unturned at byte 8 again; all transposed: (0,2) -> row 0 col 2;
+  //   rows reversed: row 0 (x0, x2) -> output row 2; row 1 (x1) -> row 1; row 2 (x0) -> row 0;
+  //   mixed, h % 8 = 3: row 0 forward in place (0xA0). Row 1 backward -> row 1, x1 at bit
+  //     (1 + 5) % 8 = 6 = 0x40. Last row -> row 0, x0 at bit 5 = 0x20, OR-ed with 0xA0.
+  const std::tuple<RotatedMember, std::uint8_t, std::uint8_t, std::uint8_t> expected[] = {
+      {RotatedMember::kTurnedLastRowFlat, 0x20, 0x40, 0xA0}, {RotatedMember::kTurned, 0x20, 0x40, 0xA0},
+      {RotatedMember::kTransposedLastRowFlat, 0x80, 0x40, 0x80}, {RotatedMember::kTransposed, 0xA0, 0x40, 0x80},
+      {RotatedMember::kRowsReversed, 0x80, 0x40, 0xA0}, {RotatedMember::kMixed, 0xA0, 0x40, 0}};
+  for (const auto& [member, row0, row1, row2] : expected)
+    EXPECT_EQ(Diffuse(member, plane, lookup.data(), 1), (Bytes{row0, 0, 0, 0, row1, 0, 0, 0, row2, 0, 0, 0}))
+        << "member " << static_cast<int>(member);
   // The export seeds from the library clock and writes through the reference it is given.
   halftone_set_fixed_time(1);
   Bytes out(12, kCanary);
@@ -232,22 +228,16 @@ TEST(RotatedDiffusion, FlatPlanesAndTheEmptyColumn) {
   // would have gone; that row stands unturned from byte 8 * 4 (pixels 0-9: FF C0), over
   // turned rows 8 (7F 80) and 9.
   TestPlane dark(10, 9, 0);
-  const auto out = Diffuse(RotatedMember::kTurnedLastRowFlat, dark, lookup.data(), 5);
-  ASSERT_EQ(out.size(), 40u);
+  std::vector<std::uint8_t> turned_flat, turned;
   for (std::size_t row = 0; row < 10; ++row) {
-    const std::uint8_t* r = &out[row * 4];
     const bool under_last_row = row == 8;
-    EXPECT_EQ(r[0], under_last_row ? 0xFF : 0x7F) << row;
-    EXPECT_EQ(r[1], under_last_row ? 0xC0 : 0x80) << row;
-    EXPECT_EQ(r[2], 0) << row;
-    EXPECT_EQ(r[3], 0) << row;
+    turned_flat.insert(turned_flat.end(), {under_last_row ? std::uint8_t{0xFF} : std::uint8_t{0x7F},
+                                           under_last_row ? std::uint8_t{0xC0} : std::uint8_t{0x80}, 0, 0});
+    turned.insert(turned.end(), {0xFF, 0x80, 0, 0});
   }
+  EXPECT_EQ(Diffuse(RotatedMember::kTurnedLastRowFlat, dark, lookup.data(), 5), turned_flat);
   // The same plane with every row turned fills column 0 and writes nothing flat.
-  const auto all = Diffuse(RotatedMember::kTurned, dark, lookup.data(), 5);
-  for (std::size_t row = 0; row < 10; ++row) {
-    EXPECT_EQ(all[row * 4], 0xFF) << row;
-    EXPECT_EQ(all[row * 4 + 1], 0x80) << row;
-  }
+  EXPECT_EQ(Diffuse(RotatedMember::kTurned, dark, lookup.data(), 5), turned);
   TestPlane light(10, 9, 255);
   for (RotatedMember m : {RotatedMember::kTurnedLastRowFlat, RotatedMember::kTransposedLastRowFlat,
                           RotatedMember::kTurned, RotatedMember::kTransposed, RotatedMember::kRowsReversed,
@@ -327,15 +317,10 @@ TEST(FourWayDiffusion, FlatPlanesAndPadding) {
   // 37 pixels: raster rows of 40 bytes; dot rows of 8 bytes, bytes 0-3 full, byte 4 holds
   // pixels 32-36 (F8), padding bytes 5-7 stay 0.
   TestPlane dark(37, 6, 0), light(37, 6, 255);
-  const auto d = FourWay(dark, lookup.data(), 11);
-  const auto l = FourWay(light, lookup.data(), 11);
-  ASSERT_EQ(d.size(), 48u);
-  for (std::size_t y = 0; y < 6; ++y) {
-    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(d[y * 8 + i], 0xFF);
-    EXPECT_EQ(d[y * 8 + 4], 0xF8);
-    for (std::size_t i = 5; i < 8; ++i) EXPECT_EQ(d[y * 8 + i], 0);
-    for (std::size_t i = 0; i < 8; ++i) EXPECT_EQ(l[y * 8 + i], 0);
-  }
+  std::vector<std::uint8_t> dark_dots;
+  for (int y = 0; y < 6; ++y) dark_dots.insert(dark_dots.end(), {0xFF, 0xFF, 0xFF, 0xFF, 0xF8, 0, 0, 0});
+  EXPECT_EQ(FourWay(dark, lookup.data(), 11), dark_dots);
+  EXPECT_EQ(FourWay(light, lookup.data(), 11), std::vector<std::uint8_t>(48, 0));
 }
 
 }  // namespace

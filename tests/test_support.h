@@ -1,5 +1,5 @@
-// Helpers shared by the tests: temporary folders, bands built in code, dot reading, method
-// lookup, and (library suite only) engines with a pinned clock.
+// Helpers shared by the tests: temporary folders, bands built in code, dot reading, and (library
+// suite only) engines with a pinned clock.
 #pragma once
 
 #include <concepts>
@@ -92,30 +92,6 @@ inline std::size_t CountBits(const std::vector<std::uint8_t>& bytes) {
 template <class V, class Table>
 void ExpectCells(const Table& table, std::initializer_list<std::pair<int, V>> cells) {
   for (auto [i, v] : cells) EXPECT_EQ(table[static_cast<std::size_t>(i)], v) << "cell " << i;
-}
-
-// The registry row of export `name`.
-inline bool FindMethod(const std::string& name, halftone_method_info& info) {
-  for (int i = 0; i < halftone_method_count(); ++i)
-    if (halftone_method_get(i, &info) == 0 && name == info.name) return true;
-  return false;
-}
-
-// Calls a band or plane export through its registry row (plane exports take no flags).
-inline int CallMethod(const halftone_method_info& info, unsigned char* src, unsigned char* dst, int w, int h,
-                      unsigned flags) {
-  const auto uw = static_cast<unsigned>(w), uh = static_cast<unsigned>(h);
-  switch (info.entry_kind) {
-    case HALFTONE_ENTRY_BAND:
-      return reinterpret_cast<int (*)(unsigned char*, unsigned char*, int, int, unsigned)>(info.entry)(src, dst, w, h,
-                                                                                                      flags);
-    case HALFTONE_ENTRY_BAND_UNSIGNED:
-      return reinterpret_cast<int (*)(unsigned char*, unsigned char*, unsigned, unsigned, unsigned)>(info.entry)(
-          src, dst, uw, uh, flags);
-    case HALFTONE_ENTRY_PLANE:
-      return reinterpret_cast<int (*)(unsigned char*, unsigned char*, unsigned, unsigned)>(info.entry)(src, dst, uw, uh);
-    default: return -1;
-  }
 }
 
 }  // namespace halftone_test

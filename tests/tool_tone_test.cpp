@@ -86,38 +86,23 @@ TEST(ToolTone, ThresholdScreenCoverageIsExact) {
   for (int h : g_heights) EXPECT_EQ(h, 16);
 }
 
-DotPlanes OneRow(int bits, int pixels, std::vector<std::uint8_t> bytes) {
-  DotPlanes d;
-  d.bits = bits;
-  d.pixels = pixels;
-  d.rows = 1;
-  d.stride = bytes.size();
-  d.planes.push_back(std::move(bytes));
-  return d;
+// One plane of `rows` rows of 4 bytes, the first row starting with `bytes`.
+DotPlanes Rows(int bits, int pixels, std::vector<std::uint8_t> bytes, int rows = 1) {
+  bytes.resize(4 * static_cast<std::size_t>(rows));
+  return DotPlanes{bits, pixels, rows, 4, {std::move(bytes)}};
 }
 
-TEST(ToolTone, CoverageCountsEachCodeAsItsShareOfFullInk) {
-  // 1 bit: dots at 3 of 8 pixels.
-  EXPECT_DOUBLE_EQ(InkCoverage(OneRow(1, 8, {0xE0, 0, 0, 0}), 0, 0), 3.0 / 8.0);
-  // 2 bits: codes 0, 1, 2, 3 -> (0 + 1 + 2 + 3) / (4 * 3) = 1/2.
-  EXPECT_DOUBLE_EQ(InkCoverage(OneRow(2, 4, {0x1B, 0, 0, 0}), 0, 0), 0.5);
-  // 2 bits: code 1 everywhere is a third of full ink, not a full dot.
-  EXPECT_DOUBLE_EQ(InkCoverage(OneRow(2, 4, {0x55, 0, 0, 0}), 0, 0), 1.0 / 3.0);
+TEST(ToolTone, CoverageCountsEachCodeAsItsShareOfFullInkPastTheSettlingRows) {
+  EXPECT_DOUBLE_EQ(InkCoverage(Rows(1, 8, {0xE0}), 0, 0), 3.0 / 8.0);
+  // 2 bits: codes 0, 1, 2, 3 -> (0 + 1 + 2 + 3) / (4 * 3); code 1 alone is a third of full ink.
+  EXPECT_DOUBLE_EQ(InkCoverage(Rows(2, 4, {0x1B}), 0, 0), 0.5);
+  EXPECT_DOUBLE_EQ(InkCoverage(Rows(2, 4, {0x55}), 0, 0), 1.0 / 3.0);
   // 4 bits: codes 5 and 3 -> 8 / (2 * 7); the largest drop is code 7, not 15.
-  EXPECT_DOUBLE_EQ(InkCoverage(OneRow(4, 2, {0x53, 0, 0, 0}), 0, 0), 8.0 / 14.0);
-  EXPECT_DOUBLE_EQ(InkCoverage(OneRow(4, 2, {0x77, 0, 0, 0}), 0, 0), 1.0);
-}
-
-TEST(ToolTone, SettlingRowsAreLeftOut) {
-  DotPlanes d;
-  d.bits = 1;
-  d.pixels = 8;
-  d.rows = 4;
-  d.stride = 4;
-  d.planes.push_back(std::vector<std::uint8_t>(16, 0));
-  d.planes[0][0] = 0xFF;  // only row 0 has ink
-  EXPECT_DOUBLE_EQ(InkCoverage(d, 0, 0), 0.25);
-  EXPECT_DOUBLE_EQ(InkCoverage(d, 0, 1), 0.0);
+  EXPECT_DOUBLE_EQ(InkCoverage(Rows(4, 2, {0x53}), 0, 0), 8.0 / 14.0);
+  EXPECT_DOUBLE_EQ(InkCoverage(Rows(4, 2, {0x77}), 0, 0), 1.0);
+  // Only row 0 of four has ink: leaving it out as a settling row leaves none.
+  EXPECT_DOUBLE_EQ(InkCoverage(Rows(1, 8, {0xFF}, 4), 0, 0), 0.25);
+  EXPECT_DOUBLE_EQ(InkCoverage(Rows(1, 8, {0xFF}, 4), 0, 1), 0.0);
 }
 
 TEST(ToolTone, CsvHasOneRowPerLevelAndOneColumnPerMethod) {

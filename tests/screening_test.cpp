@@ -1,13 +1,17 @@
-// Loaders of the screening tables: formats, partial loads and hostile files.
+// The screening tables and the screens over them: loaders (formats, partial loads, hostile
+// files), then the pattern-stack and threshold screens (hand-worked rows, tiling, counters).
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
+#include <random>
+#include <vector>
 
 #include "frame/engine.h"
 #include "halftone/halftone.h"
 #include "screening/example_tables.h"
 #include "screening/loaders.h"
+#include "screening/screens.h"
 #include "test_support.h"
 
 namespace halftone {
@@ -311,6 +315,262 @@ TEST(ScreeningTablesAtRest, AnEngineStartsWithTheDefaultTablesOfItsOwn) {
   a->tables.duo[255][255][63] = 0xFF;
   a->tables.layers_double[3][4][5] = 1.5;
   EXPECT_EQ(std::memcmp(&b->tables, expected.get(), sizeof(ScreeningTables)), 0);
+}
+
+std::uint32_t Flags(unsigned planes, unsigned phase = 0) { return (planes << 8) | (phase << 16); }
+
+class PatternScreenTest : public ::testing::Test {
+ protected:
+  // A 1-bit stack described as a x b pixels; the stack itself is filled by each test.
+  void DescribeMono(int a, int b) { ASSERT_EQ(DescribePatternStack(e->tables, PatternDepth::kMono, a, b), kOk); }
+  std::vector<std::uint8_t> Run(PatternScreen screen, const std::vector<std::uint8_t>& row, unsigned bits = 1) {
+    std::vector<std::uint8_t> out(DotStride(row.size(), bits), 0xEE);
+    std::vector<std::uint8_t> in(RasterStride(row.size()));
+    std::copy(row.begin(), row.end(), in.begin());
+    EXPECT_EQ(ScreenWithPatterns(*e, screen, in.data(), out.data(), row.size(), 1, HalftoneFlags{Flags(1)}), kOk);
+    return out;
+  }
+  std::unique_ptr<Engine> e = std::make_unique<Engine>();
+};
+
+TEST_F(PatternScreenTest, OneLevelReproducesItsPatternTiled) {
+  DescribeMono(16, 4);
+  e->tables.mono[100][0][0] = 0xA5;
+  e->tables.mono[100][0][1] = 0x3C;
+  const auto out = Run(PatternScreen::kMonoLoadedGeometry, std::vector<std::uint8_t>(40, 100));
+  const std::vector<std::uint8_t> expected = {0xA5, 0x3C, 0xA5, 0x3C, 0xA5, 0, 0, 0};
+  EXPECT_EQ(out, expected);  // 40 pixels fill 5 bytes; the padding up to 8 bytes is cleared
+}
+
+TEST_F(PatternScreenTest, DifferingLastPixelStaysEmpty) {
+  DescribeMono(256, 256);
+  e->tables.mono[100][0].fill(0xFF);
+  e->tables.mono[0][0].fill(0xFF);
+  std::vector<std::uint8_t> row(16, 100);
+  row[15] = 0;
+  EXPECT_EQ(Run(PatternScreen::kMonoFixed, row)[1], 0xFE);
+  row[15] = 100;
+  EXPECT_EQ(Run(PatternScreen::kMonoFixed, row)[1], 0xFF);
+  EXPECT_EQ(Run(PatternScreen::kMonoFixed, {100})[0], 0);  // a one-pixel row prints nothing
+}
+
+TEST_F(PatternScreenTest, RunsShareABoundaryByteThroughTheCarry) {
+  e->tables.masks = {{0x00, 0x80, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC, 0xFE}, {0xFF, 0x7F, 0x3F, 0x1F, 0x0F, 0x07, 0x03, 0x01}};
+  e->tables.mono[10][0].fill(0xFF);  // level 10 inks everything, level 20 nothing
+  // Runs: pixels 0-2 level 10 (tail E0 kept as carry), 3-4 level 20 (merged: E0 | 00, cut at
+  // 5 pixels -> E0), 5-11 level 10 (head E0 | 07 = E7, then tail F0 for pixels 8-11).
+  const std::vector<std::uint8_t> row = {10, 10, 10, 20, 20, 10, 10, 10, 10, 10, 10, 10};
+  const auto out = Run(PatternScreen::kMonoFixed, row);
+  EXPECT_EQ(out[0], 0xE7);
+  EXPECT_EQ(out[1], 0xF0);
+}
+
+TEST_F(PatternScreenTest, TwoBitPatternAndBlankTopLevel) {
+  const std::vector<std::uint8_t> file(256 * 256 * 64, 0x1B);  // codes 0 1 2 3 repeated
+  MemorySource source(file);
+  ASSERT_EQ(DescribePatternStack(e->tables, PatternDepth::kDuo, 256, 256), kOk);
+  ASSERT_EQ(ReadPatternStack(e->tables, PatternDepth::kDuo, 256, 256, source), kOk);
+  auto out = Run(PatternScreen::kDuoFixed, std::vector<std::uint8_t>(9, 7), 2);
+  EXPECT_EQ(out[0], 0x1B);
+  EXPECT_EQ(out[1], 0x1B);
+  EXPECT_EQ(out[2], 0x00);  // pixel 8 is code 0 in the pattern
+  out = Run(PatternScreen::kDuoFixed, std::vector<std::uint8_t>(9, 255), 2);
+  EXPECT_EQ(out[0] | out[1] | out[2], 0);
+  // Head and tail masks of 2-bit pixels: levels 7 (pixels 0-2), 255 (3-5), 7 (6-8).
+  out = Run(PatternScreen::kDuoFixed, {7, 7, 7, 255, 255, 255, 7, 7, 7}, 2);
+  EXPECT_EQ(out[0], 0x18);  // 00 01 10 | 00
+  EXPECT_EQ(out[1], 0x0B);  // 00 00 | 10 11
+  EXPECT_EQ(out[2], 0x00);
+}
+
+// The fast screens read a row-first copy of the stack: a load after a screen must reach the
+// next screen.
+TEST_F(PatternScreenTest, ALoadBetweenBandsReachesTheNextBand) {
+  for (const std::uint8_t fill : {0xA5, 0x3C}) {
+    const std::vector<std::uint8_t> file(256 * 1 * 2, fill);  // 16 x 1 pixel patterns, 2 bytes a row
+    MemorySource source(file);
+    DescribeMono(16, 1);
+    ASSERT_EQ(ReadPatternStack(e->tables, PatternDepth::kMono, 16, 1, source), kOk);
+    const auto out = Run(PatternScreen::kMonoLoadedGeometry, std::vector<std::uint8_t>(32, 9));
+    EXPECT_EQ(out, std::vector<std::uint8_t>(4, fill));
+  }
+}
+
+TEST_F(PatternScreenTest, PatternRowsFollowTheBandRowAndRestartEachBand) {
+  DescribeMono(8, 2);
+  e->tables.mono[5][0][0] = 0x81;
+  e->tables.mono[5][1][0] = 0x18;
+  std::vector<std::uint8_t> in(8 * 3, 5), out(4 * 3);  // 8-byte raster rows, 4-byte dot rows
+  ASSERT_EQ(ScreenWithPatterns(*e, PatternScreen::kMonoLoadedGeometry, in.data(), out.data(), 8, 3,
+                               HalftoneFlags{Flags(1)}),
+            kOk);
+  EXPECT_EQ(out[0], 0x81);
+  EXPECT_EQ(out[4], 0x18);
+  EXPECT_EQ(out[8], 0x81);  // pattern height 2: row 2 uses pattern row 0
+}
+
+// Every flushed pixel equals its level's pattern pixel at (x mod W, y mod H), across runs of
+// all lengths and pattern wraps; only a differing last pixel is left empty.
+TEST_F(PatternScreenTest, FlushedPixelsMatchThePatternEverywhere) {
+  std::mt19937 rng(5);
+  for (auto& slot : e->tables.mono)
+    for (auto& row : slot)
+      for (auto& byte : row) byte = static_cast<std::uint8_t>(rng());
+  DescribeMono(24, 256);  // a width that is no power of two
+  const std::size_t w = 611, h = 3;
+  std::vector<std::uint8_t> in(RasterStride(w) * h), out(DotStride(w, 1) * h);
+  for (std::size_t i = 0; i < in.size();) {
+    const auto level = static_cast<std::uint8_t>(rng() % 4);
+    for (std::size_t n = rng() % 20 + 1; n-- > 0 && i < in.size();) in[i++] = level;
+  }
+  for (PatternScreen screen : {PatternScreen::kMonoLoadedGeometry, PatternScreen::kMonoFixed}) {
+    const std::size_t width = screen == PatternScreen::kMonoFixed ? 256 : 24;
+    ASSERT_EQ(ScreenWithPatterns(*e, screen, in.data(), out.data(), w, h, HalftoneFlags{Flags(1)}), kOk);
+    for (std::size_t y = 0; y < h; ++y) {
+      const std::uint8_t* s = &in[y * RasterStride(w)];
+      const std::uint8_t* d = &out[y * DotStride(w, 1)];
+      for (std::size_t x = 0; x < w; ++x) {
+        const bool got = (d[x / 8] >> (7 - x % 8)) & 1;
+        if (x == w - 1 && s[x] != s[x - 1]) {
+          EXPECT_FALSE(got);
+          continue;
+        }
+        const std::size_t q = x % width;
+        const bool want = (e->tables.mono[s[x]][y][q / 8] >> (7 - q % 8)) & 1;
+        ASSERT_EQ(got, want) << "x " << x << " y " << y;
+      }
+    }
+  }
+}
+
+TEST_F(PatternScreenTest, AfterATwoBitLoadTheLoadedGeometryScreenRunsOnIntoTheNextRow) {
+  // A 2-bit description of 256 pixels makes rows of 64 bytes; the 1-bit screen then copies 64
+  // bytes of its 32-byte rows, running on into the stored row below.
+  ASSERT_EQ(DescribePatternStack(e->tables, PatternDepth::kDuo, 256, 256), kOk);
+  e->tables.mono[5][1].fill(0xFF);
+  const auto out = Run(PatternScreen::kMonoLoadedGeometry, std::vector<std::uint8_t>(512, 5));
+  EXPECT_EQ(out[31], 0x00);
+  EXPECT_EQ(out[32], 0xFF);
+  EXPECT_EQ(out[63], 0xFF);
+}
+
+class ThresholdScreenTest : public ::testing::Test {
+ protected:
+  std::vector<std::uint8_t> Screen(ThresholdScreen s, std::vector<std::uint8_t> in, std::size_t w, std::size_t h,
+                                   unsigned planes, int* rc = nullptr) {
+    std::vector<std::uint8_t> out(DotStride(w, 1) * h * planes, 0xEE);
+    in.resize(RasterStride(w) * h * planes);
+    const int r = ScreenWithThresholds(*e, s, in.data(), out.data(), w, h, HalftoneFlags{Flags(planes)});
+    if (rc) *rc = r;
+    return out;
+  }
+  static bool Dot(const std::vector<std::uint8_t>& out, std::size_t offset, std::size_t x) {
+    return (out[offset + x / 8] >> (7 - x % 8)) & 1;
+  }
+  std::unique_ptr<Engine> e = std::make_unique<Engine>();
+};
+
+TEST_F(ThresholdScreenTest, BitmapShiftsSixteenPixelsPerPlane) {
+  e->tables.bitmap[16][16] = 200;
+  e->tables.bitmap[0][0] = 99;
+  // Two planes, one row of 8: plane 0 reads row 0 from column 0, plane 1 row 16 from column 16.
+  std::vector<std::uint8_t> in(16, 100);
+  in[1] = 99;  // plane 0, x = 1 reads bitmap[0][1] = 0
+  in[8 + 1] = 0;
+  const auto out = Screen(ThresholdScreen::kBitmap, in, 8, 1, 2);
+  EXPECT_FALSE(Dot(out, 0, 0));  // 100 <= 99 fails
+  EXPECT_FALSE(Dot(out, 0, 1));  // 99 <= 0 fails
+  EXPECT_TRUE(Dot(out, 4, 0));   // 100 <= 200
+  EXPECT_TRUE(Dot(out, 4, 1));   // 0 <= 0: the test includes equality
+  EXPECT_FALSE(Dot(out, 4, 2));
+}
+
+TEST_F(ThresholdScreenTest, FullBitmapPrintsEveryLevel) {
+  for (auto& row : e->tables.bitmap) row.fill(255);
+  std::vector<std::uint8_t> in(256);
+  for (std::size_t i = 0; i < 256; ++i) in[i] = static_cast<std::uint8_t>(i);
+  const auto out = Screen(ThresholdScreen::kBitmap, in, 256, 1, 1);
+  for (std::uint8_t byte : out) EXPECT_EQ(byte, 0xFF);
+}
+
+TEST_F(ThresholdScreenTest, BayerSkipsItsZeroCellAndSpreadsMidGrey) {
+  BuildBayerMatrix(e->tables);
+  auto out = Screen(ThresholdScreen::kBayer, std::vector<std::uint8_t>(16 * 16, 0), 16, 16, 1);
+  EXPECT_EQ(halftone_test::CountBits(out), 255u);
+  EXPECT_FALSE(Dot(out, 0, 0));  // the cell holding 0
+  out = Screen(ThresholdScreen::kBayer, std::vector<std::uint8_t>(16 * 16, 128), 16, 16, 1);
+  EXPECT_EQ(halftone_test::CountBits(out), 127u);  // cells above 128
+  EXPECT_FALSE(Dot(out, 0, 1));       // 128 < 128 fails
+  EXPECT_TRUE(Dot(out, 0, 3));        // 128 < 160
+  out = Screen(ThresholdScreen::kBayer, std::vector<std::uint8_t>(16 * 16, 255), 16, 16, 1);
+  EXPECT_EQ(halftone_test::CountBits(out), 0u);
+}
+
+TEST_F(ThresholdScreenTest, ClusteredScreenLevelsAndRowCounters) {
+  auto out = Screen(ThresholdScreen::kClusteredAm, std::vector<std::uint8_t>(2 * 16 * 16, 1), 16, 16, 2);
+  // Level 1 prints where 1 < 2M - 1, i.e. M >= 2: all cells but the two holding 1 (row 4,
+  // column 3 and row 12, column 11), on each plane.
+  EXPECT_EQ(halftone_test::CountBits(out), 2u * 254u);
+  EXPECT_FALSE(Dot(out, (4 * 2) * 4, 3));  // row y of plane 0 at (y * 2 planes) * 4 bytes
+  EXPECT_FALSE(Dot(out, (12 * 2) * 4, 11));
+  out = Screen(ThresholdScreen::kClusteredAm, std::vector<std::uint8_t>(16 * 16, 255), 16, 16, 1);
+  EXPECT_EQ(halftone_test::CountBits(out), 0u);
+  out = Screen(ThresholdScreen::kClusteredAm, std::vector<std::uint8_t>(16 * 16, 0), 16, 16, 1);
+  EXPECT_EQ(halftone_test::CountBits(out), 256u);
+  EXPECT_EQ(e->tables.plane_row_counters[0], 48u);
+  EXPECT_EQ(e->tables.plane_row_counters[1], 16u);
+
+  int rc = 0;
+  out = Screen(ThresholdScreen::kClusteredAm, std::vector<std::uint8_t>(13 * 4, 0), 4, 1, 13, &rc);
+  EXPECT_EQ(rc, kErrOutOfContract);
+  for (std::uint8_t byte : out) EXPECT_EQ(byte, 0xEE);  // refused untouched
+  EXPECT_EQ(e->tables.plane_row_counters[0], 48u);
+}
+
+class DispersedJobTest : public ThresholdScreenTest {
+ protected:
+  int Band(std::vector<std::uint8_t>& in, std::vector<std::uint8_t>& out, std::size_t w, std::size_t h,
+           unsigned planes, unsigned phase) {
+    in.resize(RasterStride(w) * h * planes);
+    out.assign(DotStride(w, 1) * h * planes, 0xEE);
+    return ScreenDispersedAmJob(*e, in.data(), out.data(), w, h, HalftoneFlags{Flags(planes, phase)});
+  }
+};
+
+TEST_F(DispersedJobTest, ThresholdHoldsInBothScanDirections) {
+  // Matrix row 1, column 3 holds 20 (threshold 39) and row 0, column 1 holds 7 (threshold 13).
+  std::vector<std::uint8_t> in(8 * 2, 200), out;
+  in[1] = 12;
+  in[8 + 3] = 38;
+  in[8 + 4] = 39;  // row 1, column 4 holds 124: 39 < 247 prints
+  in[8 + 5] = 12;  // row 1, column 5 holds 13: 12 < 25 prints
+  in[8 + 1] = 67;  // row 1, column 1 holds 34: 67 < 67 fails
+  in[8 + 2] = 229; // row 1, column 2 holds 115: 229 < 229 fails
+  ASSERT_EQ(Band(in, out, 8, 2, 1, kPhaseStart), kOk);
+  EXPECT_EQ(out[0], 0x40);                // only x = 1 on row 0
+  EXPECT_EQ(out[4], 0x10 | 0x08 | 0x04);  // x = 3, 4, 5 on the right-to-left row
+}
+
+TEST_F(DispersedJobTest, RowZeroTakesTheFirstCarryEntriesOnce) {
+  std::vector<std::uint8_t> in, out;
+  ASSERT_EQ(Band(in, out, 4, 1, 2, kPhaseStart), kOk);
+  // Another routine of the job left a carry of -10 at entry 0. Pixel (0, 0) holds 64 in the
+  // matrix (threshold 127): 130 alone does not print, 130 - 10 does, on plane 0 only.
+  e->rows.carry_all()[0] = -10;
+  in.assign(8, 130);
+  ASSERT_EQ(Band(in, out, 4, 1, 2, 0), kOk);
+  EXPECT_EQ(out[0], 0x80);
+  EXPECT_EQ(out[4], 0x00);
+  EXPECT_EQ(e->rows.carry_all()[0], 0);
+}
+
+TEST_F(DispersedJobTest, RefusesMorePlanesThanItsCountersAndCountsRowsPerPlane) {
+  std::vector<std::uint8_t> in, out;
+  EXPECT_EQ(Band(in, out, 4, 1, 13, kPhaseStart), kErrOutOfContract);
+  EXPECT_EQ(out[0], 0xEE);
+  ASSERT_EQ(Band(in, out, 4, 2, 2, kPhaseStart), kOk);
+  EXPECT_EQ(Band(in, out, 4, 3, 2, kPhaseEnd), kOk);
+  EXPECT_EQ(e->tables.plane_row_counters[1], 5u);
 }
 
 }  // namespace
