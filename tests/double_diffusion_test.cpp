@@ -21,6 +21,12 @@ int Halftone(Engine& e, DoubleMethod m, TestBand& b, unsigned phase) {
   return b.Run([&](auto... a) { return DoubleDiffusion(e, m, a...); }, phase);
 }
 
+// Expects the carry row to start with `want`.
+void ExpectCarry(Engine& e, std::initializer_list<double> want) {
+  std::size_t x = 0;
+  for (double v : want) EXPECT_NEAR(e.double_rows.carry_all()[x++], v, 1e-9) << "carry " << x - 1;
+}
+
 TEST(DoubleHalfColumn, ReadsItsOwnTableAtTheRowEnd) {
   // One pixel of level 230 in a one-row band: s = 230 > 128, paper, e = 230 - 255 = -25. x = 0 is
   // even, so the half-column member adds its table's 18.8 (the quarter-column table would add
@@ -44,12 +50,7 @@ TEST(DoubleQuarterColumn, HandWorkedRowOfMidGrey) {
   // x3: s = 174.5465, paper, e = -80.4535; ahead -53.903845, down -26.549655.
   // x4, row end: s = 74.096155, dot, biased (x mod 4 = 0): 95.896155, a quarter down.
   EXPECT_EQ(band.dst[0], 0xA8);
-  const double* carry = e->double_rows.carry_all();
-  EXPECT_NEAR(carry[0], 74.9, 1e-9);
-  EXPECT_NEAR(carry[1], -17.193, 1e-9);
-  EXPECT_NEAR(carry[2], 46.5465, 1e-9);
-  EXPECT_NEAR(carry[3], -26.549655, 1e-9);
-  EXPECT_NEAR(carry[4], 23.97403875, 1e-9);
+  ExpectCarry(*e, {74.9, -17.193, 46.5465, -26.549655, 23.97403875});
 }
 
 TEST(DoubleQuarterColumn, ReversedTestAtColumnZeroOfABackwardLastRow) {
@@ -85,10 +86,7 @@ TEST(DoubleHalfColumn, HandWorkedRowEndDropsOnlyItsAheadShare) {
   // x1: s = 154.81, paper, e = -100.19, odd: no bias; ahead -45.0855, down -55.1045.
   // x2, row end: s = 54.9145, dot, e = 76.7145; ahead dropped, down 0.55 e = 42.192975.
   EXPECT_EQ(band.dst[0], 0xA0);
-  const double* carry = e->double_rows.carry_all();
-  EXPECT_NEAR(carry[0], 66.99, 1e-9);
-  EXPECT_NEAR(carry[1], -55.1045, 1e-9);
-  EXPECT_NEAR(carry[2], 42.192975, 1e-9);
+  ExpectCarry(*e, {66.99, -55.1045, 42.192975});
 }
 
 TEST(DoubleEveryColumn, HandWorkedTwoThirdsAhead) {
@@ -136,10 +134,7 @@ TEST(DoubleModulated, TileTermEntersTheSumAndTheError) {
   // x0: s = 255 + 0 - 200 = 55, a dot on white (no guard); e = 55, halves 27.5 / 27.5.
   // x1: s = 282.5, paper, e = 27.5; x2 row end: s = 255 + 13.75, e = 13.75, a quarter down.
   EXPECT_EQ(band.dst[0], 0x80);
-  const double* carry = e->double_rows.carry_all();
-  EXPECT_EQ(carry[0], 27.5);
-  EXPECT_EQ(carry[1], 13.75);
-  EXPECT_EQ(carry[2], 13.75 / 4);
+  ExpectCarry(*e, {27.5, 13.75, 13.75 / 4});
 }
 
 TEST(DoubleModulated, TileRestartsWithEveryBand) {
@@ -166,10 +161,7 @@ TEST(DoubleDiagonal, HandWorkedTwoRows) {
   //   third 22.235 to carry[0]; x0: s = 144.025, paper (normal test), its third leaves the row.
   EXPECT_EQ(*band.DotRow(0), 0xC0);
   EXPECT_EQ(*band.DotRow(1), 0x60);
-  const double* carry = e->double_rows.carry_all();
-  EXPECT_NEAR(carry[0], 22.234567901234566, 1e-9);
-  EXPECT_NEAR(carry[1], 21.333333333333332, 1e-9);
-  EXPECT_EQ(carry[2], 0.0);
+  ExpectCarry(*e, {22.234567901234566, 21.333333333333332, 0.0});
 }
 
 TEST(DoubleDiagonal, ForwardLastRowCarriesNothing) {

@@ -98,11 +98,6 @@ TEST_P(GoldenDigest, MatchesRecordedTable) {
   EXPECT_EQ(digest, it->second) << m.name << " changed its output: 0x" << std::hex << digest;
 }
 
-TEST_P(GoldenDigest, RepeatsWithinOneProcess) {
-  const halftone_method_info& m = GetParam();
-  EXPECT_EQ(Digest(m), Digest(m)) << m.name << " depends on state left by an earlier job";
-}
-
 INSTANTIATE_TEST_SUITE_P(Registry, GoldenDigest, testing::ValuesIn(Methods()),
                          golden::MethodName);
 

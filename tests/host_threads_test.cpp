@@ -110,8 +110,6 @@ TEST_F(HostThreads, EveryCallIsExactOrRefusedUntouched) {
   std::vector<std::uint8_t> dst;
   EXPECT_EQ(wide.Run(dst), 0);
   EXPECT_EQ(dst, want_wide);
-  std::printf("wide: %d done, %d refused; small: %d done, %d refused; set-up refused %d\n", a.done, a.refused,
-              b.done, b.refused, setup.refused);
 }
 
 // The rotated and four-way routines keep no process-wide state: they run beside a band and

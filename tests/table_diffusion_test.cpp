@@ -87,15 +87,6 @@ TEST(CyclicDiffusion, WidthOneRowEndsKeepErrorOnlyEarlyInTheCycle) {
   for (std::size_t r = 6; r <= 12; ++r) EXPECT_FALSE(b.Dot(r, 0)) << r;
 }
 
-TEST(CyclicDiffusion, WhiteStaysWhiteBlackPrints) {
-  for (auto [v, density] : {std::pair{255, 0.0}, std::pair{0, 1.0}}) {
-    auto e = MakeEngine();
-    TestBand b(17, 5, 2, v);
-    ASSERT_EQ(Cyclic(*e, b, kPhaseStart), 0);
-    EXPECT_EQ(b.Density(), density) << v;
-  }
-}
-
 TEST(CyclicDiffusion, BandAfterAnOddBandResumesBackwardFromTheOldRow) {
   // Five white rows leave the scan backward; the black band's row 0 is then read from row B,
   // still white from the previous band, so prints nothing; its row 1 runs forward and prints.
@@ -108,15 +99,6 @@ TEST(CyclicDiffusion, BandAfterAnOddBandResumesBackwardFromTheOldRow) {
     EXPECT_FALSE(black.Dot(0, x)) << x;
     EXPECT_TRUE(black.Dot(1, x)) << x;
   }
-}
-
-TEST(CyclicDiffusion, StartOfJobResetsTheCycle) {
-  auto e = MakeEngine();
-  TestBand first(5, 3, 1, 90), again(5, 3, 1, 90);
-  ASSERT_EQ(Cyclic(*e, first, kPhaseStart), 0);
-  ASSERT_EQ(Cyclic(*e, again, 0), 0);
-  ASSERT_EQ(Cyclic(*e, again, kPhaseStart), 0);
-  EXPECT_EQ(first.dst, again.dst);
 }
 
 TEST(CyclicDiffusion, RefusesMorePlanesThanItsStateHolds) {
@@ -149,14 +131,6 @@ TEST(LayerModulated, NegativeTermPrintsOnWhiteAndIsDiffused) {
   EXPECT_EQ(b.dst[0], 0x80);
   EXPECT_EQ(b.dst[4], 0x00);
   EXPECT_EQ(e->rows.carry_all()[0], 14);
-}
-
-TEST(LayerModulated, OddNegativeErrorHalvesTowardZero) {
-  // Level 252: e = -3, ahead trunc(-3/2) = -1, down -2.
-  auto e = MakeEngine();
-  TestBand b(1, 1, 1, 252);
-  ASSERT_EQ(Layered(*e, b, kPhaseStart), 0);
-  EXPECT_EQ(e->rows.b()[0], -2);
 }
 
 TEST(LayerModulated, TileRestartsWithEveryBand) {
