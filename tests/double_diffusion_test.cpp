@@ -53,7 +53,7 @@ TEST(DoubleQuarterColumn, HandWorkedRowOfMidGrey) {
   ExpectCarry(*e, {74.9, -17.193, 46.5465, -26.549655, 23.97403875});
 }
 
-TEST(DoubleQuarterColumn, ReversedTestAtColumnZeroOfABackwardLastRow) {
+TEST(DoubleQuarterColumn, ReversedTestAtColumnZeroOfABackwardLastRowAndItsWhiteGuard) {
   auto e = MakeEngine(kTime);
   TestBand band(1, 2, 1, 200);
   ASSERT_EQ(Halftone(*e, DoubleMethod::kQuarterColumnBias, band, kPhaseStart), 0);
@@ -67,14 +67,11 @@ TEST(DoubleQuarterColumn, ReversedTestAtColumnZeroOfABackwardLastRow) {
   TestBand normal(1, 2, 1, 200);
   ASSERT_EQ(Halftone(*e, DoubleMethod::kHalfColumnBias, normal, kPhaseStart), 0);
   EXPECT_FALSE(normal.Dot(1, 0));
-}
 
-TEST(DoubleQuarterColumn, WhiteGuardOnTheReversedPixel) {
-  auto e = MakeEngine(kTime);
-  TestBand band(1, 2, 1, 255);
-  ASSERT_EQ(Halftone(*e, DoubleMethod::kQuarterColumnBias, band, kPhaseStart), 0);
-  // Row 1: s = 255 > 128 counts as a dot with e = 255, but white input never gets the bit.
-  EXPECT_FALSE(band.Dot(1, 0));
+  // White: row 1's s = 255 > 128 counts as a dot with e = 255, but white input never gets the bit.
+  TestBand white(1, 2, 1, 255);
+  ASSERT_EQ(Halftone(*e, DoubleMethod::kQuarterColumnBias, white, kPhaseStart), 0);
+  EXPECT_FALSE(white.Dot(1, 0));
   EXPECT_NEAR(e->double_rows.carry_all()[0], 63.75, 1e-12);
 }
 

@@ -21,7 +21,7 @@ namespace {
 using namespace halftone_test;
 
 // At 1 s the split draws of a call read 1, 0, 1, 2, 1, ... at two bits and 1, 0, 1, 0, ... at
-// one bit; at 0 s the first two-bit draw is 3 (see random_stream_test).
+// one bit; at 0 s the first two-bit draw is 3 (pinned by the RandomBitSource tests).
 constexpr long long kTime = 1;
 
 int RunBand(Engine& e, std::vector<std::uint8_t>& src, std::vector<std::uint8_t>& dst, std::size_t w, std::size_t h,

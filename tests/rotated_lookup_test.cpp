@@ -133,7 +133,6 @@ INSTANTIATE_TEST_SUITE_P(
         Probe{RotatedMember::kTransposedLastRowFlat, 13, 11, 3, 10, 40, 0x10},
         // Every row turned: the last row fills column 0. (3, 10) -> row 9, column 0.
         Probe{RotatedMember::kTurned, 13, 11, 3, 10, 9 * 4, 0x80},
-        Probe{RotatedMember::kTurned, 13, 11, 12, 9, 0, 0x40},
         // Every row transposed: (3, 10) -> row 3, column 10.
         Probe{RotatedMember::kTransposed, 13, 11, 3, 10, 3 * 4 + 1, 0x20},
         // Rows reversed: (9, 2) -> row 8, column 9; the last row goes to row 0.

@@ -315,7 +315,7 @@ TEST(ScreeningTablesAtRest, AnEngineStartsWithTheDefaultTablesOfItsOwn) {
   EXPECT_EQ(std::memcmp(&b->tables, expected.get(), sizeof(ScreeningTables)), 0);
 }
 
-std::uint32_t Flags(unsigned planes, unsigned phase = 0) { return (planes << 8) | (phase << 16); }
+using halftone_test::Flags;
 
 class PatternScreenTest : public ::testing::Test {
  protected:
@@ -325,7 +325,7 @@ class PatternScreenTest : public ::testing::Test {
     std::vector<std::uint8_t> out(DotStride(row.size(), bits), 0xEE);
     std::vector<std::uint8_t> in(RasterStride(row.size()));
     std::copy(row.begin(), row.end(), in.begin());
-    EXPECT_EQ(ScreenWithPatterns(*e, screen, in.data(), out.data(), row.size(), 1, HalftoneFlags{Flags(1)}), kOk);
+    EXPECT_EQ(ScreenWithPatterns(*e, screen, in.data(), out.data(), row.size(), 1, HalftoneFlags{Flags(1, 0)}), kOk);
     return out;
   }
   std::unique_ptr<Engine> e = std::make_unique<Engine>();
@@ -400,7 +400,7 @@ TEST_F(PatternScreenTest, PatternRowsFollowTheBandRowAndRestartEachBand) {
   e->tables.mono[5][1][0] = 0x18;
   std::vector<std::uint8_t> in(8 * 3, 5), out(4 * 3);  // 8-byte raster rows, 4-byte dot rows
   ASSERT_EQ(ScreenWithPatterns(*e, PatternScreen::kMonoLoadedGeometry, in.data(), out.data(), 8, 3,
-                               HalftoneFlags{Flags(1)}),
+                               HalftoneFlags{Flags(1, 0)}),
             kOk);
   EXPECT_EQ(out[0], 0x81);
   EXPECT_EQ(out[4], 0x18);
@@ -423,7 +423,7 @@ TEST_F(PatternScreenTest, FlushedPixelsMatchThePatternEverywhere) {
   }
   for (PatternScreen screen : {PatternScreen::kMonoLoadedGeometry, PatternScreen::kMonoFixed}) {
     const std::size_t width = screen == PatternScreen::kMonoFixed ? 256 : 24;
-    ASSERT_EQ(ScreenWithPatterns(*e, screen, in.data(), out.data(), w, h, HalftoneFlags{Flags(1)}), kOk);
+    ASSERT_EQ(ScreenWithPatterns(*e, screen, in.data(), out.data(), w, h, HalftoneFlags{Flags(1, 0)}), kOk);
     for (std::size_t y = 0; y < h; ++y) {
       const std::uint8_t* s = &in[y * RasterStride(w)];
       const std::uint8_t* d = &out[y * DotStride(w, 1)];
@@ -458,7 +458,7 @@ class ThresholdScreenTest : public ::testing::Test {
                                    unsigned planes, int* rc = nullptr) {
     std::vector<std::uint8_t> out(DotStride(w, 1) * h * planes, 0xEE);
     in.resize(RasterStride(w) * h * planes);
-    const int r = ScreenWithThresholds(*e, s, in.data(), out.data(), w, h, HalftoneFlags{Flags(planes)});
+    const int r = ScreenWithThresholds(*e, s, in.data(), out.data(), w, h, HalftoneFlags{Flags(planes, 0)});
     if (rc) *rc = r;
     return out;
   }

@@ -154,7 +154,7 @@ TEST(LayerModulated, TileRestartsWithEveryBand) {
   EXPECT_EQ(dot_rows({2, 6}), std::vector<std::size_t>{5});
 }
 
-// At 1002 s the first two-bit draws are 0, 1, 1, 3 (see random_stream_test).
+// At 1002 s the first two-bit draws are 0, 1, 1, 3 (pinned by the RandomBitSource tests).
 TEST(LayerModulated, HandWorkedCurveBiasRow) {
   auto e = MakeEngine(1002);
   TestBand b(4, 1, 1, 100);
@@ -207,25 +207,18 @@ TEST(LevelBiasFourLevel, HandWorkedLightBand) {
   ExpectCells<int>(carry, {{0, -15}, {1, -2}, {2, -5}, {3, 2}});
 }
 
-TEST(LevelBiasFourLevel, PresetDecidesFirstPixel) {
-  // s = v - 13: 77 reaches the threshold 64 exactly (code 3), 78 does not (code 2).
-  for (auto [v, code] : {std::pair{77, 3u}, std::pair{78, 2u}}) {
-    auto e = MakeEngine();
-    TestBand b(1, 1, 1, v, 2);
-    ASSERT_EQ(Halftone(*e, LevelBiasMember::kFourLevel, b, kPhaseStart), 0);
-    EXPECT_EQ(b.Code(0, 0), code) << "level " << v;
-  }
-}
-
-TEST(LevelBiasBilevel, CarryPresetsShiftTheFirstThreshold) {
-  // The highest level that still prints at the first pixel of a job is 128 - preset.
-  for (auto [m, last_dot_level] : {std::pair{LevelBiasMember::kBilevelWide, 153}, std::pair{LevelBiasMember::kBilevelHalves, 163},
-                                   std::pair{LevelBiasMember::kBilevelLight, 128}, std::pair{LevelBiasMember::kBilevelHalving, 128}}) {
-    for (int v : {last_dot_level, last_dot_level + 1}) {
+TEST(LevelBiasFamily, CarryPresetsShiftTheFirstThreshold) {
+  // The highest level that still takes the darkest code at the first pixel of a job: 64 + 13
+  // for four levels (the threshold reached exactly), 128 - preset for the bilevel members.
+  for (auto [m, last_dark_level] : {std::pair{LevelBiasMember::kFourLevel, 77}, std::pair{LevelBiasMember::kBilevelWide, 153},
+                                    std::pair{LevelBiasMember::kBilevelHalves, 163}, std::pair{LevelBiasMember::kBilevelLight, 128},
+                                    std::pair{LevelBiasMember::kBilevelHalving, 128}}) {
+    const unsigned bits = m == LevelBiasMember::kFourLevel ? 2 : 1, darkest = (1u << bits) - 1;
+    for (int v : {last_dark_level, last_dark_level + 1}) {
       auto e = MakeEngine();
-      TestBand b(1, 1, 1, v);
+      TestBand b(1, 1, 1, v, bits);
       ASSERT_EQ(Halftone(*e, m, b, kPhaseStart), 0);
-      EXPECT_EQ(b.Dot(0, 0), v == last_dot_level) << "member " << static_cast<int>(m) << " v " << v;
+      EXPECT_EQ(b.Code(0, 0), v == last_dark_level ? darkest : darkest - 1) << "member " << static_cast<int>(m) << " v " << v;
     }
   }
 }
@@ -357,7 +350,7 @@ TEST(LevelRestricted, HandWorkedBilevelMatrixBand) {
   ExpectCells<int>(e->rows.carry_all(), {{0, 29}, {1, -27}, {2, 41}});
 }
 
-// At 1002 s the first one-bit draws are 0, 1, 1 (see random_stream_test).
+// At 1002 s the first one-bit draws are 0, 1, 1 (pinned by the RandomBitSource tests).
 TEST(LevelRestricted, HandWorkedRandomBilevelRow) {
   auto e = MakeEngine(1002);
   TestBand b(3, 1, 1, 100);

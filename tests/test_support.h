@@ -80,7 +80,6 @@ inline unsigned CodeAt(const std::uint8_t* row, std::size_t x, unsigned bits) {
     default: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 0xFu;
   }
 }
-inline bool Dot(const std::uint8_t* row, std::size_t x) { return CodeAt(row, x, 1) != 0; }
 
 inline std::size_t CountBits(const std::vector<std::uint8_t>& bytes) {
   std::size_t n = 0;
@@ -130,7 +129,6 @@ struct TestBand {
   TestBand(std::size_t w_, std::size_t h_, unsigned planes_, int level, unsigned bits_ = 1)
       : TestBand(w_, h_, planes_, [level](std::size_t, std::size_t, unsigned) { return level; }, bits_) {}
 
-  void Set(std::size_t y, unsigned p, std::size_t x, std::uint8_t v) { src[(y * planes + p) * RasterStride(w) + x] = v; }
   const std::uint8_t* DotRow(std::size_t y, unsigned p = 0) const {
     return dst.data() + (y * planes + p) * DotStride(w, bits);
   }
