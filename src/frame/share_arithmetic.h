@@ -11,7 +11,7 @@
 namespace halftone {
 
 // Division truncating toward zero, as shifts and a multiply. Exact for every value a share
-// can be formed from (at most four times a 16-bit error); share_arithmetic_test checks each one.
+// can be formed from (at most four times a 16-bit error); random_split_fast_test checks each one.
 constexpr int DivTrunc2(int x) { return (x + static_cast<int>(static_cast<unsigned>(x) >> 31)) >> 1; }
 constexpr int DivTrunc4(int x) { return (x + ((x >> 31) & 3)) >> 2; }
 constexpr int DivTrunc3(int x) {
