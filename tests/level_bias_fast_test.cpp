@@ -1,6 +1,5 @@
-// The pieces of the fast level-keyed bias diffusion: the multiply-and-shift splits over every
-// error a pixel can hold, the four-level window over every value, the draw counts over awkward
-// widths. Whole jobs are compared with the reference in tier_test.
+// The pieces of the fast level-keyed bias diffusion: the four-level window over every value,
+// the draw counts over awkward widths. Whole jobs are compared with the reference in tier_test.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -16,33 +15,7 @@ namespace halftone {
 namespace {
 
 using namespace halftone_test;
-using level_bias::AheadShare;
-using level_bias::MulShiftOf;
 
-TEST(LevelBiasFast, MulShiftSplitsRoundAsDividedForEveryError) {
-  // A pixel's error is a 16-bit value plus a sample, less a level, plus a bias byte: well
-  // inside +-2^17. Every rule the members use, and the other forms the helper accepts.
-  const ShareRule rules[] = {level_bias::kTwoThirds, level_bias::kThreeQuartersFloor, level_bias::kHalfFloor,
-                             level_bias::kHalfTrunc,  kAllAhead,
-                             {1, 3, Rounding::kTrunc, true},
-                             {1, 4, Rounding::kTrunc, true},
-                             {3, 4, Rounding::kTrunc, true},
-                             {1, 4, Rounding::kFloor, true},
-                             {0, 2, Rounding::kFloor, true}};
-  for (const ShareRule& r : rules) {
-    ASSERT_TRUE(level_bias::HasMulShift(r));
-    const level_bias::MulShift m = MulShiftOf(r);
-    for (int e = -(1 << 17); e <= (1 << 17); ++e)
-      ASSERT_EQ(AheadShare(e, m), DivideRounded(r.num * e, r.den, r.rounding))
-          << r.num << "/" << r.den << (r.rounding == Rounding::kFloor ? " floor" : " trunc") << " e " << e;
-  }
-  EXPECT_FALSE(level_bias::HasMulShift({2, 3, Rounding::kFloor, true}));
-  EXPECT_FALSE(level_bias::HasMulShift({1, 5, Rounding::kTrunc, true}));
-  EXPECT_FALSE(level_bias::HasMulShift({1, 2, Rounding::kTrunc, false}));
-}
-
-// The four-level window table must give what the sign-mask quantiser gives for every value a
-// 16-bit error can make, on both sides of each window edge and of each threshold.
 TEST(LevelBiasFast, FourLevelWindowMatchesTheQuantiserForEveryValue) {
   using level_bias::FourLevelWindow;
   const FourLevelWindow& window = level_bias::kFourLevelWindow;

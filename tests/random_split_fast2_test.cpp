@@ -87,39 +87,38 @@ namespace shares {
 using random_split::EndDraw;
 using random_split::RowKind;
 using random_split::ScanTraits;
-using random_split::Share;
 using random_split::SplitTable;
 
 constexpr SplitTable kQuarterSplits = {
-    .inner_ltr = {{Share::kThreeQuarters, Share::kQuarter}, {Share::kAll, Share::kNone},
-                  {Share::kQuarter, Share::kThreeQuarters}, {Share::kNone, Share::kAll}},
-    .inner_rtl = {{Share::kAll, Share::kNone}, {Share::kQuarter, Share::kThreeQuarters},
-                  {Share::kNone, Share::kAll}, {Share::kThreeQuarters, Share::kQuarter}},
-    .last = {{Share::kHalf, Share::kHalf}, {Share::kAll, Share::kNone},
-             {Share::kNone, Share::kAll}, {Share::kHalf, Share::kHalf}},
+    .inner_ltr = {{fraction::kThreeQuarters, fraction::kQuarter}, {fraction::kAll, fraction::kNone},
+                  {fraction::kQuarter, fraction::kThreeQuarters}, {fraction::kNone, fraction::kAll}},
+    .inner_rtl = {{fraction::kAll, fraction::kNone}, {fraction::kQuarter, fraction::kThreeQuarters},
+                  {fraction::kNone, fraction::kAll}, {fraction::kThreeQuarters, fraction::kQuarter}},
+    .last = {{fraction::kHalf, fraction::kHalf}, {fraction::kAll, fraction::kNone},
+             {fraction::kNone, fraction::kAll}, {fraction::kHalf, fraction::kHalf}},
 };
 constexpr SplitTable kThirdSplits = {
-    .inner_ltr = {{Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll},
-                  {Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kTwoThirds, Share::kRestAfterThird}, {Share::kNone, Share::kAll},
-                  {Share::kThird, Share::kTwoThirds}, {Share::kAll, Share::kNone}},
-    .last = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone},
-             {Share::kThird, Share::kRestAfterThird}, {Share::kNone, Share::kAll}},
+    .inner_ltr = {{fraction::kThird, fraction::kTwoThirds}, {fraction::kNone, fraction::kAll},
+                  {fraction::kTwoThirds, fraction::kThird}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kTwoThirds, fraction::kRestAfterThird}, {fraction::kNone, fraction::kAll},
+                  {fraction::kThird, fraction::kTwoThirds}, {fraction::kAll, fraction::kNone}},
+    .last = {{fraction::kThird, fraction::kRestAfterThird}, {fraction::kAll, fraction::kNone},
+             {fraction::kThird, fraction::kRestAfterThird}, {fraction::kNone, fraction::kAll}},
 };
 constexpr SplitTable kWholeSplits = {
-    .inner_ltr = {{Share::kNone, Share::kAll}, {Share::kAll, Share::kNone},
-                  {Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
-    .inner_rtl = {{Share::kAll, Share::kAll}, {Share::kNone, Share::kNone},
-                  {Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
-    .last = {{Share::kNone, Share::kNone}, {Share::kAll, Share::kNone},
-             {Share::kNone, Share::kAll}, {Share::kAll, Share::kAll}},
+    .inner_ltr = {{fraction::kNone, fraction::kAll}, {fraction::kAll, fraction::kNone},
+                  {fraction::kAll, fraction::kNone}, {fraction::kNone, fraction::kAll}},
+    .inner_rtl = {{fraction::kAll, fraction::kAll}, {fraction::kNone, fraction::kNone},
+                  {fraction::kAll, fraction::kNone}, {fraction::kNone, fraction::kAll}},
+    .last = {{fraction::kNone, fraction::kNone}, {fraction::kAll, fraction::kNone},
+             {fraction::kNone, fraction::kAll}, {fraction::kAll, fraction::kAll}},
 };
 constexpr SplitTable kOneBitSplits = {
-    .inner_ltr = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kHalf, Share::kHalf}, {Share::kNone, Share::kAll}},
-    .last = {{Share::kQuarter, Share::kThreeQuarters}, {Share::kThreeQuarters, Share::kQuarter}},
+    .inner_ltr = {{fraction::kThird, fraction::kRestAfterThird}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kHalf, fraction::kHalf}, {fraction::kNone, fraction::kAll}},
+    .last = {{fraction::kQuarter, fraction::kThreeQuarters}, {fraction::kThreeQuarters, fraction::kQuarter}},
 };
-constexpr random_split::RowEndRule kEnd = {EndDraw::kNone, {Share::kNone, Share::kNone}};
+constexpr random_split::RowEndRule kEnd = {EndDraw::kNone, {fraction::kNone, fraction::kNone}};
 constexpr ScanTraits kHalvesScan = {2, false, random_split::kHalvesThenThirds, kEnd, false};
 constexpr ScanTraits kQuartersScan = {2, false, kQuarterSplits, kEnd, false};
 constexpr ScanTraits kThirdsScan = {2, false, kThirdSplits, kEnd, false};
@@ -142,8 +141,8 @@ void CheckRowShares(const char* name) {
       int along = 0, below = 0, along_m = 0, below_m = 0;
       Fast::Shares(c, e, along, below);
       Fast::template Shares<true>(c, e, along_m, below_m);
-      ASSERT_EQ(along, random_split::ShareOf(splits[c].along, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
-      ASSERT_EQ(below, random_split::ShareOf(splits[c].below, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(along, ShareOf(splits[c].along, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(below, ShareOf(splits[c].below, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
       ASSERT_EQ(along_m, along) << name << " by masks, row " << int(kRow) << " code " << c << " e " << e;
       ASSERT_EQ(below_m, below) << name << " by masks, row " << int(kRow) << " code " << c << " e " << e;
     }

@@ -1,5 +1,5 @@
-// The pieces of the fast random-split scans: the division helpers over every value a share is
-// formed from, the split forms and the decision tables over every corrected value and sample.
+// The pieces of the fast random-split scans: the split forms and the decision tables over every
+// corrected value and sample.
 // Whole jobs are compared with the reference in tier_test.
 #include <gtest/gtest.h>
 
@@ -23,56 +23,21 @@ namespace {
 
 using namespace halftone_test;
 
-TEST(RandomSplitFast, DivisionsTruncateTowardZeroForEveryShareOperand) {
-  // A share is formed from a 16-bit error times at most 4.
-  for (int x = -4 * 32768; x <= 4 * 32767; ++x) {
-    ASSERT_EQ(halftone::DivTrunc2(x), x / 2) << x;
-    ASSERT_EQ(halftone::DivTrunc3(x), x / 3) << x;
-    ASSERT_EQ(halftone::DivTrunc4(x), x / 4) << x;
-    // Either side of a split into thirds as a product: high word and step.
-    ASSERT_EQ(halftone::ShareByProduct(halftone::ProductOfShare(1, 3, false), x), x / 3) << x;
-    ASSERT_EQ(halftone::ShareByProduct(halftone::ProductOfShare(1, 3, true), x), x - x / 3) << x;
-  }
-}
-
-#if HALFTONE_VECTOR_ROWS
-TEST(RandomSplitFast, VectorPartsTruncateTowardZeroForEvery16BitError) {
-  using random_split::Share;
-  using random_split::ShareOf;
-  for (int e0 = -32768; e0 <= 32767; e0 += 8) {
-    using halftone::vec::At;
-    halftone::vec::V16 e{};
-    for (unsigned k = 0; k < 8; ++k) e[k] = static_cast<std::uint16_t>(e0 + static_cast<int>(k));
-    const auto half = halftone::vec::Half(e), third = halftone::vec::Third(e), two = halftone::vec::TwoThirds(e),
-               quarter = halftone::vec::Quarter(e), three = halftone::vec::ThreeQuarters(e);
-    for (unsigned k = 0; k < 8; ++k) {
-      const std::int16_t in = At(e, k);
-      ASSERT_EQ(At(half, k), ShareOf(Share::kHalf, in)) << in;
-      ASSERT_EQ(At(third, k), ShareOf(Share::kThird, in)) << in;
-      ASSERT_EQ(At(two, k), ShareOf(Share::kTwoThirds, in)) << in;
-      ASSERT_EQ(At(quarter, k), ShareOf(Share::kQuarter, in)) << in;
-      ASSERT_EQ(At(three, k), ShareOf(Share::kThreeQuarters, in)) << in;
-    }
-  }
-}
-#endif
-
 TEST(RandomSplitFast, SplitFormsGiveTheReferenceShares) {
   // Every share kind through a one-column table of each pair, against ShareOf.
-  using random_split::Share;
-  using random_split::Split;
-  constexpr Split kSplits[4] = {{Share::kThird, Share::kRestAfterThird},
-                                {Share::kAll, Share::kNone},
-                                {Share::kThird, Share::kRestAfterThird},
-                                {Share::kNone, Share::kAll}};
+    using random_split::Split;
+  constexpr Split kSplits[4] = {{fraction::kThird, fraction::kRestAfterThird},
+                                {fraction::kAll, fraction::kNone},
+                                {fraction::kThird, fraction::kRestAfterThird},
+                                {fraction::kNone, fraction::kAll}};
   constexpr random_split::RowForm kForm = random_split::FormOf(kSplits, 4);
   static_assert(kForm.along.kind == random_split::ColumnKind::kLinear);
   static_assert(kForm.below.kind == random_split::ColumnKind::kComplement);
   for (int e = -32768; e <= 32767; ++e)
     for (unsigned c = 0; c < 4; ++c) {
       const int along = halftone::DivTrunc3(kForm.along.num[c] * e);
-      ASSERT_EQ(along, random_split::ShareOf(kSplits[c].along, e));
-      ASSERT_EQ(e - along, random_split::ShareOf(kSplits[c].below, e));
+      ASSERT_EQ(along, ShareOf(kSplits[c].along, e));
+      ASSERT_EQ(e - along, ShareOf(kSplits[c].below, e));
     }
 }
 
@@ -97,7 +62,7 @@ TEST(RandomSplitFast, TableRowsCarryTheReferenceShareAlong) {
     const std::int16_t entry[random_split::kEntryFields] = {static_cast<std::int16_t>(e),
                                                             static_cast<std::int16_t>(halftone::DivTrunc2(e)), 0, 0};
     for (unsigned c = 0; c < Splits::kCodes; ++c) {
-      const int want = random_split::ShareOf(random_split::kHalvesThenThirds.inner_ltr[c].along, e);
+      const int want = ShareOf(random_split::kHalvesThenThirds.inner_ltr[c].along, e);
       const std::int64_t formed = ((std::int64_t{e} * kAlong.mul[c]) >> 32) + (std::int64_t{e < 0} & kAlong.step[c]);
       ASSERT_EQ(formed, want) << "e " << e << " code " << c;
       if (e >= -32768 && e <= 32767) {
