@@ -1,22 +1,26 @@
-// The building blocks the diffusions stand on, checked exhaustively. First the arithmetic against
-// the readable rules: divisions by 2, 3 and 4 as multiplies, branch-free, masked, product and
-// vector shares, the window and decision tables, and the double-precision two-thirds. Whole jobs
-// are compared with the reference in tier_test; these catch a wrong share on an error no picture
-// happens to make. Then the random stream.
+// The building blocks the diffusions stand on, checked exhaustively. Every fast form of an error
+// share against the readable one (ShareOf), for every fraction up to quarters, truncated and
+// floored, as a share or as the rest, over every error a pixel can carry: the division helpers,
+// the scalar, product, multiply-and-shift and mask forms, the rule flags of the vector rows in
+// ints, and the vector lanes; the window and decision tables and the random-split rows' shares;
+// the double-precision two-thirds; then the random stream. Whole jobs are compared with the
+// reference in tier_test; these catch a wrong share on an error no picture happens to make.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <cstdint>
 #include <limits>
 #include <memory>
 #include <random>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "diffusion/four_level.h"
@@ -27,7 +31,7 @@
 #include "frame/dispatch.h"
 #include "frame/engine.h"
 #include "frame/random_bits.h"
-#include "tablediffusion/integer_diffusion.h"
+#include "frame/share_arithmetic.h"
 #include "tablediffusion/level_bias_fast.h"
 #include "tablediffusion/serpentine_lockstep.h"
 #include "tablediffusion/serpentine_vector.h"
@@ -36,23 +40,26 @@
 namespace halftone {
 namespace {
 
-// A pixel's error in the 16-bit row engines: a held value, plus input and a curve term, minus a level.
+// A pixel's error: a 16-bit row value, plus an input level and a curve term, less a level.
 constexpr int kLowestError = -32768 - 255;
 constexpr int kHighestError = 32767 + 255 + 255;
+// The vector lanes hold 16-bit errors below the held limit plus a level.
+constexpr int kHighestLaneError = 32767 - 255;
 
-std::string Name(const ShareRule& r) {
-  return std::to_string(r.num) + "/" + std::to_string(r.den) + (r.rounding == Rounding::kFloor ? " floor" : " trunc") +
-         (r.to_ahead ? " ahead" : " down");
-}
+constexpr std::size_t kFractionCount = 4 * (2 + 3 + 4 + 5);
+constexpr std::array<Fraction, kFractionCount> kEveryFraction = [] {
+  std::array<Fraction, kFractionCount> all{};
+  std::size_t n = 0;
+  for (const Rounding r : {Rounding::kTrunc, Rounding::kFloor})
+    for (const bool rest : {false, true})
+      for (int den = 1; den <= 4; ++den)
+        for (int num = 0; num <= den; ++num) all[n++] = {num, den, rest, r};
+  return all;
+}();
 
-// Expects got(e) == want(e) for every e in [lo, hi]; reports the first error that differs.
-template <class Got, class Want>
-void ForEveryError(int lo, int hi, Got got, Want want, const std::string& what) {
-  for (int e = lo; e <= hi; ++e)
-    if (got(e) != want(e)) {
-      ADD_FAILURE() << what << ", e " << e << ": got " << got(e) << ", want " << want(e);
-      return;
-    }
+std::string Name(const Fraction& f) {
+  return std::to_string(f.num) + "/" + std::to_string(f.den) + (f.rest ? " rest" : "") +
+         (f.rounding == Rounding::kFloor ? " floored" : "");
 }
 
 TEST(ShareArithmetic, DivisionsTruncateTowardZeroForEveryShareOperand) {
@@ -61,131 +68,81 @@ TEST(ShareArithmetic, DivisionsTruncateTowardZeroForEveryShareOperand) {
     ASSERT_EQ(DivTrunc2(x), x / 2) << x;
     ASSERT_EQ(DivTrunc3(x), x / 3) << x;
     ASSERT_EQ(DivTrunc4(x), x / 4) << x;
-    ASSERT_EQ(ShareByProduct(ProductOfShare(1, 3, false), x), x / 3) << x;
-    ASSERT_EQ(ShareByProduct(ProductOfShare(1, 3, true), x), x - x / 3) << x;
   }
 }
 
-// The rules the level-restricted and level-modulated members split by.
-constexpr ShareRule kHalfAhead{1, 2, Rounding::kTrunc, true};
-constexpr ShareRule kThirdDown{1, 3, Rounding::kTrunc, false};
-constexpr ShareRule kTwoThirdsAhead{2, 3, Rounding::kTrunc, true};
-constexpr ShareRule kQuarterAhead{1, 4, Rounding::kTrunc, true};
-constexpr ShareRule kThreeQuartersDown{3, 4, Rounding::kTrunc, false};
+TEST(ShareArithmetic, ReferenceRoundsAsNamed) {
+  EXPECT_EQ(ShareOf(fraction::kHalf, -3), -1);
+  EXPECT_EQ(ShareOf({1, 2, false, Rounding::kFloor}, -3), -2);
+  EXPECT_EQ(ShareOf(fraction::kRestAfterThird, -7), -5);
+  EXPECT_EQ(ShareOf({3, 4, true, Rounding::kFloor}, -5), -1);
+}
 
-template <ShareChoice C>
-void ExpectAheadSharesMatch(const char* name) {
-  for (unsigned bit = 0; bit < 2; ++bit) {
-    // A copy of the rules: clang 14 crashes indexing the template argument itself at run time.
-    static constexpr std::array<ShareRule, 4> kRules = C.rules;
-    const ShareRule& rule = kRules[C.by == Selector::kParity ? 0 : bit];
-    ForEveryError(
-        kLowestError, kHighestError, [&](int e) { return serpentine_lockstep::AheadShare<C>(bit, e); },
-        [&](int e) { return Apply(rule, e).ahead; }, std::string(name) + " bit " + std::to_string(bit));
+template <std::size_t kIndex>
+void ExpectScalarFormsMatch() {
+  constexpr Fraction F = kEveryFraction[kIndex];
+  constexpr bool kTrunc = F.rounding == Rounding::kTrunc;
+  constexpr bool kMasks = !Divides(F) || (kTrunc && F.num == 1 && F.den <= 3);
+  for (int e = kLowestError; e <= kHighestError; ++e) {
+    const int want = ShareOf(F, e);
+    if constexpr (kTrunc) {
+      ASSERT_EQ(TruncatedShare<F>(e), want) << Name(F) << " e " << e;
+      ASSERT_EQ(ShareByProduct(ProductOf(F), e), want) << Name(F) << " e " << e;
+    }
+    if constexpr (HasMulShift(F)) {
+      ASSERT_EQ(ShareByMulShift(e, MulShiftOf(F)), want) << Name(F) << " e " << e;
+    }
+    if constexpr (kMasks) {
+      ASSERT_EQ(serpentine_lockstep::AheadByMasks(serpentine_lockstep::MasksOf(F), e), want) << Name(F) << " e " << e;
+    }
+#if HALFTONE_VECTOR_ROWS
+    if constexpr (vec::HasVectorForm(F)) {
+      ASSERT_EQ(serpentine_lockstep::AheadByFlags(e, serpentine_lockstep::RuleFlags(F)), want) << Name(F) << " e " << e;
+    }
+#endif
   }
 }
 
-TEST(ShareArithmetic, RowEngineSplitsMatchTheRulesForEveryError) {
-  // Branch-free, chosen by a drawn bit or fixed.
-  ExpectAheadSharesMatch<Always(kHalfAhead)>("half");
-  ExpectAheadSharesMatch<Always(kThirdDown)>("third down");
-  ExpectAheadSharesMatch<Always(kTwoThirdsAhead)>("two thirds");
-  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kAllDown, kAllAhead, kAllDown, kAllAhead}}>("whole");
-  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kThreeQuartersDown, kThirdDown, kThreeQuartersDown, kThirdDown}}>(
-      "three quarters or third down");
-  ExpectAheadSharesMatch<ShareChoice{Selector::kOneBit, {kQuarterAhead, kTwoThirdsAhead, kQuarterAhead, kTwoThirdsAhead}}>(
-      "quarter or two thirds ahead");
-  // Masked: a split picked by level band and drawn value.
-  for (const ShareRule& rule : {kAllAhead, kAllDown, kHalfAhead, ShareRule{1, 2, Rounding::kTrunc, false},
-                                ShareRule{1, 3, Rounding::kTrunc, true}, kThirdDown}) {
-    const serpentine_lockstep::AheadMasks masks = serpentine_lockstep::MasksOf(rule);
-    ForEveryError(
-        kLowestError, kHighestError, [&](int e) { return serpentine_lockstep::AheadByMasks(masks, e); },
-        [&](int e) { return Apply(rule, e).ahead; }, "masks " + Name(rule));
-  }
-  // Products: a drawn bit picks a multiplier and a step before the error is known.
-  for (int den = 1; den <= 4; ++den)
-    for (int num = 0; num <= den; ++num)
-      for (const bool to_ahead : {true, false}) {
-        const ShareRule rule{num, den, Rounding::kTrunc, to_ahead};
-        const ShareProduct product = serpentine_lockstep::ProductOf(rule);
-        ForEveryError(
-            kLowestError, kHighestError, [&](int e) { return ShareByProduct(product, e); },
-            [&](int e) { return Apply(rule, e).ahead; }, "product " + Name(rule));
-      }
+TEST(ShareArithmetic, ScalarFormsMatchTheReferenceForEveryError) {
+  [&]<std::size_t... i>(std::index_sequence<i...>) {
+    (ExpectScalarFormsMatch<i>(), ...);
+  }(std::make_index_sequence<kFractionCount>{});
+  // A multiply and shift floors or truncates only powers of two and truncated thirds.
+  EXPECT_FALSE(HasMulShift({2, 3, false, Rounding::kFloor}));
+  EXPECT_FALSE(HasMulShift(fraction::kRestAfterThird));
 }
 
 #if HALFTONE_VECTOR_ROWS
-TEST(ShareArithmetic, VectorRuleFlagsGiveEveryRulesShare) {
-  // Lanes of one vector take different rules, each from its flags.
-  using serpentine_lockstep::RuleFlags;
-  constexpr std::uint16_t kEveryFlag = 0xFFFF;
-  const ShareRule rules[] = {kAllAhead,          kAllDown,   {1, 2, Rounding::kTrunc, false},  kHalfAhead,
-                             kThirdDown,         {1, 3, Rounding::kTrunc, true}, kTwoThirdsAhead, kQuarterAhead,
-                             kThreeQuartersDown, {3, 4, Rounding::kTrunc, true}, {1, 2, Rounding::kFloor, true},
-                             {3, 4, Rounding::kFloor, true}};
-  constexpr std::size_t kRules = std::size(rules);
-  constexpr int kTop = 32767 - 255;  // the vector rows' bound: a held value under the limit plus a term
-  for (std::size_t r0 = 0; r0 < kRules; r0 += 4)
-    for (int e0 = -32768; e0 <= kTop; e0 += 2) {
-      vec::V16 e{}, flags{};
+template <std::size_t kIndex>
+void ExpectVectorFormsMatch() {
+  constexpr Fraction F = kEveryFraction[kIndex];
+  if constexpr (vec::HasVectorForm(F)) {
+    // The floored three quarters is exact up to 32764, which the held limit keeps below.
+    constexpr std::uint16_t kFlags = serpentine_lockstep::RuleFlags(F);
+    for (int e0 = -32768; e0 <= kHighestLaneError; e0 += 8) {
+      vec::V16 e{};
+      for (unsigned k = 0; k < 8; ++k) e[k] = static_cast<std::uint16_t>(std::min(e0 + static_cast<int>(k), kHighestLaneError));
+      const vec::V16 direct = vec::ShareOf<F>(e);
+      // Flags in lanes: every lane takes this rule, the others' bits set or not.
+      const vec::V16 flagged = serpentine_lockstep::AheadByFlags<0xFFFF, 0>(e, vec::Splat(kFlags));
       for (unsigned k = 0; k < 8; ++k) {
-        e[k] = static_cast<std::uint16_t>(std::min(e0 + static_cast<int>(k % 2), kTop));
-        flags[k] = RuleFlags(rules[(r0 + k / 2) % kRules]);
-      }
-      const vec::V16 ahead = serpentine_lockstep::AheadByFlags<kEveryFlag, 0>(e, flags);
-      for (unsigned k = 0; k < 8; ++k) {
-        const ShareRule& rule = rules[(r0 + k / 2) % kRules];
-        ASSERT_EQ(vec::At(ahead, k), Apply(rule, vec::At(e, k)).ahead) << Name(rule) << " e " << vec::At(e, k);
+        const int want = ShareOf(F, vec::At(e, k));
+        ASSERT_EQ(vec::At(direct, k), want) << Name(F) << " e " << vec::At(e, k);
+        ASSERT_EQ(vec::At(flagged, k), want) << Name(F) << " flags, e " << vec::At(e, k);
       }
     }
-  // The same flags in ints, for the errors the vector lanes cannot hold.
-  for (const ShareRule& rule : rules)
-    ForEveryError(
-        kLowestError, kHighestError, [&](int e) { return serpentine_lockstep::AheadByFlags(e, RuleFlags(rule)); },
-        [&](int e) { return Apply(rule, e).ahead; }, "flags " + Name(rule));
+  }
 }
 
-TEST(ShareArithmetic, RandomSplitVectorPartsTruncateTowardZeroForEvery16BitError) {
-  using random_split::Share;
-  using random_split::ShareOf;
-  using vec::At;
-  for (int e0 = -32768; e0 <= 32767; e0 += 8) {
-    vec::V16 e{};
-    for (unsigned k = 0; k < 8; ++k) e[k] = static_cast<std::uint16_t>(e0 + static_cast<int>(k));
-    const std::pair<vec::V16, Share> parts[] = {{vec::Half(e), Share::kHalf},
-                                                {vec::Third(e), Share::kThird},
-                                                {vec::TwoThirds(e), Share::kTwoThirds},
-                                                {vec::Quarter(e), Share::kQuarter},
-                                                {vec::ThreeQuarters(e), Share::kThreeQuarters}};
-    for (const auto& [part, share] : parts)
-      for (unsigned k = 0; k < 8; ++k) ASSERT_EQ(At(part, k), ShareOf(share, At(e, k))) << int(share) << " e " << At(e, k);
-  }
+TEST(ShareArithmetic, VectorFormsMatchTheReferenceForEvery16BitError) {
+  [&]<std::size_t... i>(std::index_sequence<i...>) {
+    (ExpectVectorFormsMatch<i>(), ...);
+  }(std::make_index_sequence<kFractionCount>{});
+  EXPECT_FALSE(vec::HasVectorForm({2, 3, false, Rounding::kFloor}));
 }
 #endif
 
-TEST(ShareArithmetic, LevelBiasMulShiftSplitsRoundAsDivided) {
-  // A pixel's error there is a 16-bit value plus a sample, less a level, plus a bias byte.
-  const ShareRule rules[] = {level_bias::kTwoThirds, level_bias::kThreeQuartersFloor, level_bias::kHalfFloor,
-                             level_bias::kHalfTrunc,  kAllAhead,
-                             {1, 3, Rounding::kTrunc, true}, {1, 4, Rounding::kTrunc, true},
-                             {3, 4, Rounding::kTrunc, true}, {1, 4, Rounding::kFloor, true},
-                             {0, 2, Rounding::kFloor, true}};
-  for (const ShareRule& r : rules) {
-    ASSERT_TRUE(level_bias::HasMulShift(r)) << Name(r);
-    const level_bias::MulShift m = level_bias::MulShiftOf(r);
-    ForEveryError(
-        -(1 << 17), 1 << 17, [&](int e) { return level_bias::AheadShare(e, m); },
-        [&](int e) { return DivideRounded(r.num * e, r.den, r.rounding); }, "mul-shift " + Name(r));
-  }
-  EXPECT_FALSE(level_bias::HasMulShift({2, 3, Rounding::kFloor, true}));
-  EXPECT_FALSE(level_bias::HasMulShift({1, 5, Rounding::kTrunc, true}));
-  EXPECT_FALSE(level_bias::HasMulShift({1, 2, Rounding::kTrunc, false}));
-}
-
-// The four-level window table gives what the sign-mask quantiser gives for every value a 16-bit
-// error can make; the levels themselves are pinned so a wrong quantiser cannot agree with it.
-TEST(ShareArithmetic, LevelBiasFourLevelWindowMatchesTheQuantiser) {
+TEST(LevelBiasFast, FourLevelWindowMatchesTheQuantiserForEveryValue) {
   using level_bias::FourLevelWindow;
   const FourLevelWindow& window = level_bias::kFourLevelWindow;
   for (std::int64_t v = -32768 - 255; v <= 32767 + 255; ++v) {
@@ -193,67 +150,144 @@ TEST(ShareArithmetic, LevelBiasFourLevelWindowMatchesTheQuantiser) {
     ASSERT_EQ(got.err, want.err) << "value " << v;
     ASSERT_EQ(got.code_less_max, want.code_less_max) << "value " << v;
   }
-  // 0/85/170/255 split at 64/128/192; the darkest dot (code 3, kept as 0 less the maximum) at 0.
+  // The levels themselves, so the table cannot agree with a wrong quantiser: 0/85/170/255 split
+  // at 64/128/192, the darkest dot (code 3, kept as 0 less the maximum) at level 0.
   for (const auto& [v, level, code_less_max] :
        {std::tuple{64, 0, 0}, std::tuple{65, 85, -1}, std::tuple{128, 85, -1}, std::tuple{129, 170, -2},
         std::tuple{192, 170, -2}, std::tuple{193, 255, -3}, std::tuple{-600, 0, 0}, std::tuple{600, 255, -3}}) {
-    EXPECT_EQ(window.Decide(v).err, v - level) << "value " << v;
-    EXPECT_EQ(window.Decide(v).code_less_max, code_less_max) << "value " << v;
+    const FourLevelWindow::Result r = window.Decide(v);
+    EXPECT_EQ(r.err, v - level) << "value " << v;
+    EXPECT_EQ(r.code_less_max, code_less_max) << "value " << v;
   }
 }
 
-TEST(ShareArithmetic, LevelBiasDrawCountsMatchAPlainCount) {
+TEST(LevelBiasFast, DrawCountsMatchAPlainCount) {
   std::mt19937 gen(3);
   for (std::size_t w = 0; w < 70; ++w) {
     std::vector<std::uint8_t> row(w);
-    for (auto& s : row) s = static_cast<std::uint8_t>(w % 5 == 0 ? (gen() % 2 ? 255 : 0) : gen());
+    for (auto& s : row) s = static_cast<std::uint8_t>(gen());
+    if (w % 5 == 0)
+      for (auto& s : row) s = static_cast<std::uint8_t>(gen() % 2 ? 255 : 0);
     for (int limit : {0, 1, 127, 128, 166, 185, 213, 216, 255, 256}) {
-      const auto n = static_cast<std::size_t>(std::count_if(row.begin(), row.end(), [&](int s) { return s < limit; }));
+      std::size_t n = 0;
+      for (std::uint8_t s : row) n += s < limit;
       ASSERT_EQ(level_bias::CountBelow(row.data(), w, limit), n) << "w " << w << " limit " << limit;
     }
   }
 }
 
-// Random-split split tables of each divisor: whole (masks), halves (masks), thirds and quarters
-// (one multiply), a column that is the rest of the other, and one-bit draws. Every row kind
-// forms each code's shares as ShareOf does, for every 16-bit error.
+// A pass of the grouped kind: two-bit draws, inner rows sending all, half or none of e along.
+struct HalvesPass {
+  static constexpr random_split::ScanTraits kScan = {
+      .draw_bits = 2,
+      .curve_terms = true,
+      .splits = random_split::kHalvesThenThirds,
+      .inner_row_end = random_split::kTwoThirdsDownAfterIgnoredDraw,
+      .ltr_last_end_reads_b = false,
+  };
+};
+
+TEST(RandomSplitFast, TableRowsCarryTheReferenceShareAlong) {
+  // Rows reading a window table take the share they carry along either from the entry's field
+  // (masked) or, with a curve term, as a high word plus a step: both must be the split's share.
+  using Splits = random_split::FastSplit<HalvesPass, random_split::RowKind::kInnerLtr>;
+  static_assert(Splits::kTakesHalf);
+  constexpr Splits::TableAlong kAlong = Splits::MakeTableAlong();
+  for (int e = -65536; e <= 65535; ++e) {
+    const std::int16_t entry[random_split::kEntryFields] = {static_cast<std::int16_t>(e),
+                                                            static_cast<std::int16_t>(halftone::DivTrunc2(e)), 0, 0};
+    for (unsigned c = 0; c < Splits::kCodes; ++c) {
+      const int want = ShareOf(random_split::kHalvesThenThirds.inner_ltr[c].along, e);
+      const std::int64_t formed = ((std::int64_t{e} * kAlong.mul[c]) >> 32) + (std::int64_t{e < 0} & kAlong.step[c]);
+      ASSERT_EQ(formed, want) << "e " << e << " code " << c;
+      if (e >= -32768 && e <= 32767) {
+        ASSERT_EQ(entry[kAlong.field[c]] & kAlong.mask[c], want) << "e " << e << " code " << c;
+      }
+    }
+  }
+}
+
+TEST(RandomSplitFast, FourLevelTableMatchesTheDecisionEverywhere) {
+  std::mt19937 gen(7);
+  for (int round = 0; round < 6; ++round) {
+    LevelValues values;
+    for (auto& l : values.L) l = static_cast<std::uint8_t>(gen());
+    if (round == 0) values.L = {255, 170, 85, 0, 0, 0, 0, 0, 0};
+    const FourLevels lv = FourLevels::From(values);
+    // Halves (the grouped scans) and thirds (the spine): the same decisions, each with its part.
+    auto halves = std::make_unique<random_split::ClampedDecisionTable<2>>();
+    auto thirds = std::make_unique<random_split::ClampedDecisionTable<3>>();
+    const auto classify = [&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; };
+    const auto decide = [&](int v, int r) {
+      const unsigned code = DecideFourLevel(lv, v, r);
+      return random_split::Outcome{code, v - lv.Level(code)};
+    };
+    halves->Build(classify, decide);
+    thirds->Build(classify, decide);
+    for (int v = -32768; v <= 32767; ++v)
+      for (int r = 0; r < 256; ++r) {
+        const unsigned code = DecideFourLevel(lv, v, r);
+        const int err = Store16(v - lv.Level(code));
+        const random_split::PartOutcome h = halves->DecideWithPart(v, r), t = thirds->DecideWithPart(v, r);
+        ASSERT_EQ(h.code, code) << "round " << round << " v " << v << " r " << r;
+        ASSERT_EQ(Store16(h.err), err);
+        ASSERT_EQ(h.part, halftone::DivTrunc2(err));
+        ASSERT_EQ(t.code, code);
+        ASSERT_EQ(Store16(t.err), err);
+        ASSERT_EQ(t.part, halftone::DivTrunc3(err));
+        if (random_split::ClampedDecisionTable<3>::InWindow(v)) {
+          // The fields a scan reads by column, the rest among them.
+          using T = random_split::ClampedDecisionTable<3>;
+          const std::ptrdiff_t at = std::ptrdiff_t{v} * T::kFields;
+          ASSERT_EQ(thirds->Column(r, T::kErr)[at], t.err);
+          ASSERT_EQ(thirds->Column(r, T::kCode)[at], static_cast<std::int16_t>(code));
+          ASSERT_EQ(thirds->Column(r, T::kPart)[at], t.part);
+          ASSERT_EQ(thirds->Column(r, T::kRest)[at], t.err - t.part);
+          ASSERT_EQ(halves->Column(r, T::kRest)[at], h.err - h.part);
+        }
+      }
+  }
+}
+
+// The branch-free shares against ShareOf for every 16-bit error and every code, in each kind of
+// row, for split tables of each divisor: whole (masks), halves (masks), thirds and quarters (one
+// multiply), a column that is the rest of the other, and one-bit draws.
 namespace shares {
 using random_split::EndDraw;
 using random_split::RowKind;
 using random_split::ScanTraits;
-using random_split::Share;
 using random_split::SplitTable;
 
 constexpr SplitTable kQuarterSplits = {
-    .inner_ltr = {{Share::kThreeQuarters, Share::kQuarter}, {Share::kAll, Share::kNone},
-                  {Share::kQuarter, Share::kThreeQuarters}, {Share::kNone, Share::kAll}},
-    .inner_rtl = {{Share::kAll, Share::kNone}, {Share::kQuarter, Share::kThreeQuarters},
-                  {Share::kNone, Share::kAll}, {Share::kThreeQuarters, Share::kQuarter}},
-    .last = {{Share::kHalf, Share::kHalf}, {Share::kAll, Share::kNone},
-             {Share::kNone, Share::kAll}, {Share::kHalf, Share::kHalf}},
+    .inner_ltr = {{fraction::kThreeQuarters, fraction::kQuarter}, {fraction::kAll, fraction::kNone},
+                  {fraction::kQuarter, fraction::kThreeQuarters}, {fraction::kNone, fraction::kAll}},
+    .inner_rtl = {{fraction::kAll, fraction::kNone}, {fraction::kQuarter, fraction::kThreeQuarters},
+                  {fraction::kNone, fraction::kAll}, {fraction::kThreeQuarters, fraction::kQuarter}},
+    .last = {{fraction::kHalf, fraction::kHalf}, {fraction::kAll, fraction::kNone},
+             {fraction::kNone, fraction::kAll}, {fraction::kHalf, fraction::kHalf}},
 };
 constexpr SplitTable kThirdSplits = {
-    .inner_ltr = {{Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll},
-                  {Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kTwoThirds, Share::kRestAfterThird}, {Share::kNone, Share::kAll},
-                  {Share::kThird, Share::kTwoThirds}, {Share::kAll, Share::kNone}},
-    .last = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone},
-             {Share::kThird, Share::kRestAfterThird}, {Share::kNone, Share::kAll}},
+    .inner_ltr = {{fraction::kThird, fraction::kTwoThirds}, {fraction::kNone, fraction::kAll},
+                  {fraction::kTwoThirds, fraction::kThird}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kTwoThirds, fraction::kRestAfterThird}, {fraction::kNone, fraction::kAll},
+                  {fraction::kThird, fraction::kTwoThirds}, {fraction::kAll, fraction::kNone}},
+    .last = {{fraction::kThird, fraction::kRestAfterThird}, {fraction::kAll, fraction::kNone},
+             {fraction::kThird, fraction::kRestAfterThird}, {fraction::kNone, fraction::kAll}},
 };
 constexpr SplitTable kWholeSplits = {
-    .inner_ltr = {{Share::kNone, Share::kAll}, {Share::kAll, Share::kNone},
-                  {Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
-    .inner_rtl = {{Share::kAll, Share::kAll}, {Share::kNone, Share::kNone},
-                  {Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
-    .last = {{Share::kNone, Share::kNone}, {Share::kAll, Share::kNone},
-             {Share::kNone, Share::kAll}, {Share::kAll, Share::kAll}},
+    .inner_ltr = {{fraction::kNone, fraction::kAll}, {fraction::kAll, fraction::kNone},
+                  {fraction::kAll, fraction::kNone}, {fraction::kNone, fraction::kAll}},
+    .inner_rtl = {{fraction::kAll, fraction::kAll}, {fraction::kNone, fraction::kNone},
+                  {fraction::kAll, fraction::kNone}, {fraction::kNone, fraction::kAll}},
+    .last = {{fraction::kNone, fraction::kNone}, {fraction::kAll, fraction::kNone},
+             {fraction::kNone, fraction::kAll}, {fraction::kAll, fraction::kAll}},
 };
 constexpr SplitTable kOneBitSplits = {
-    .inner_ltr = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kHalf, Share::kHalf}, {Share::kNone, Share::kAll}},
-    .last = {{Share::kQuarter, Share::kThreeQuarters}, {Share::kThreeQuarters, Share::kQuarter}},
+    .inner_ltr = {{fraction::kThird, fraction::kRestAfterThird}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kHalf, fraction::kHalf}, {fraction::kNone, fraction::kAll}},
+    .last = {{fraction::kQuarter, fraction::kThreeQuarters}, {fraction::kThreeQuarters, fraction::kQuarter}},
 };
-constexpr random_split::RowEndRule kEnd = {EndDraw::kNone, {Share::kNone, Share::kNone}};
+constexpr random_split::RowEndRule kEnd = {EndDraw::kNone, {fraction::kNone, fraction::kNone}};
 constexpr ScanTraits kHalvesScan = {2, false, random_split::kHalvesThenThirds, kEnd, false};
 constexpr ScanTraits kQuartersScan = {2, false, kQuarterSplits, kEnd, false};
 constexpr ScanTraits kThirdsScan = {2, false, kThirdSplits, kEnd, false};
@@ -276,10 +310,10 @@ void CheckRowShares(const char* name) {
       int along = 0, below = 0, along_m = 0, below_m = 0;
       Fast::Shares(c, e, along, below);
       Fast::template Shares<true>(c, e, along_m, below_m);
-      const int want_along = random_split::ShareOf(splits[c].along, e), want_below = random_split::ShareOf(splits[c].below, e);
-      ASSERT_TRUE(along == want_along && below == want_below && along_m == want_along && below_m == want_below)
-          << name << " row " << int(kRow) << " code " << c << " e " << e << ": " << along << "/" << below << " by masks "
-          << along_m << "/" << below_m << ", want " << want_along << "/" << want_below;
+      ASSERT_EQ(along, ShareOf(splits[c].along, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(below, ShareOf(splits[c].below, e)) << name << " row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(along_m, along) << name << " by masks, row " << int(kRow) << " code " << c << " e " << e;
+      ASSERT_EQ(below_m, below) << name << " by masks, row " << int(kRow) << " code " << c << " e " << e;
     }
 }
 
@@ -291,91 +325,21 @@ void CheckShares(const char* name) {
 }
 }  // namespace shares
 
-TEST(ShareArithmetic, RandomSplitSharesMatchShareOfForEveryErrorAndCode) {
+TEST(RandomSplitFast2, SharesMatchTheReferenceForEveryErrorAndCode) {
   using random_split::ColumnKind;
-  using random_split::FormOf;
   // The tables reach each way of forming a column.
-  static_assert(FormOf(shares::kWholeSplits.inner_ltr, 4).along.den == 1);
-  static_assert(FormOf(random_split::kHalvesThenThirds.inner_ltr, 4).along.den == 2);
-  static_assert(FormOf(shares::kQuarterSplits.inner_ltr, 4).below.den == 4);
-  static_assert(FormOf(shares::kThirdSplits.inner_ltr, 4).along.den == 3);
-  static_assert(FormOf(shares::kThirdSplits.inner_rtl, 4).along.kind == ColumnKind::kGeneric);
-  static_assert(FormOf(shares::kThirdSplits.last, 4).below.kind == ColumnKind::kComplement);
+  static_assert(random_split::FormOf(shares::kWholeSplits.inner_ltr, 4).along.den == 1);
+  static_assert(random_split::FormOf(random_split::kHalvesThenThirds.inner_ltr, 4).along.den == 2);
+  static_assert(random_split::FormOf(shares::kQuarterSplits.inner_ltr, 4).below.den == 4);
+  static_assert(random_split::FormOf(shares::kThirdSplits.inner_ltr, 4).along.den == 3);
+  // Along alone is linear here; below neither linear nor along's complement.
+  static_assert(random_split::FormOf(shares::kThirdSplits.inner_rtl, 4).along.kind == ColumnKind::kGeneric);
+  static_assert(random_split::FormOf(shares::kThirdSplits.last, 4).below.kind == ColumnKind::kComplement);
   shares::CheckShares<shares::kHalvesScan>("halves");
   shares::CheckShares<shares::kQuartersScan>("quarters");
   shares::CheckShares<shares::kThirdsScan>("thirds");
   shares::CheckShares<shares::kWholeScan>("whole");
   shares::CheckShares<shares::kOneBitScan>("one bit");
-}
-
-// A pass of the grouped kind: two-bit draws, inner rows sending all, half or none of e along.
-struct HalvesPass {
-  static constexpr random_split::ScanTraits kScan = {
-      .draw_bits = 2,
-      .curve_terms = true,
-      .splits = random_split::kHalvesThenThirds,
-      .inner_row_end = random_split::kTwoThirdsDownAfterIgnoredDraw,
-      .ltr_last_end_reads_b = false,
-  };
-};
-
-TEST(ShareArithmetic, RandomSplitTableRowsCarryTheSplitsShareAlong) {
-  // Rows reading a window table take the share they carry along either from the entry's field
-  // (masked) or, with a curve term, as a high word plus a step: both must be the split's share.
-  using Splits = random_split::FastSplit<HalvesPass, random_split::RowKind::kInnerLtr>;
-  static_assert(Splits::kTakesHalf);
-  constexpr Splits::TableAlong kAlong = Splits::MakeTableAlong();
-  for (int e = -65536; e <= 65535; ++e) {
-    const std::int16_t entry[random_split::kEntryFields] = {static_cast<std::int16_t>(e),
-                                                            static_cast<std::int16_t>(DivTrunc2(e)), 0, 0};
-    for (unsigned c = 0; c < Splits::kCodes; ++c) {
-      const int want = random_split::ShareOf(random_split::kHalvesThenThirds.inner_ltr[c].along, e);
-      const std::int64_t formed = ((std::int64_t{e} * kAlong.mul[c]) >> 32) + (std::int64_t{e < 0} & kAlong.step[c]);
-      ASSERT_EQ(formed, want) << "e " << e << " code " << c;
-      if (e >= -32768 && e <= 32767) {
-        ASSERT_EQ(entry[kAlong.field[c]] & kAlong.mask[c], want) << "e " << e << " code " << c;
-      }
-    }
-  }
-}
-
-TEST(ShareArithmetic, RandomSplitFourLevelTableMatchesTheDecisionEverywhere) {
-  std::mt19937 gen(7);
-  for (int round = 0; round < 6; ++round) {
-    LevelValues values;
-    for (auto& l : values.L) l = static_cast<std::uint8_t>(gen());
-    if (round == 0) values.L = {255, 170, 85, 0, 0, 0, 0, 0, 0};
-    const FourLevels lv = FourLevels::From(values);
-    // Halves (the grouped scans) and thirds (the serpentine scan): the same decisions, each with its part.
-    auto halves = std::make_unique<random_split::ClampedDecisionTable<2>>();
-    auto thirds = std::make_unique<random_split::ClampedDecisionTable<3>>();
-    const auto classify = [&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; };
-    const auto decide = [&](int v, int r) {
-      const unsigned code = DecideFourLevel(lv, v, r);
-      return random_split::Outcome{code, v - lv.Level(code)};
-    };
-    halves->Build(classify, decide);
-    thirds->Build(classify, decide);
-    using T = random_split::ClampedDecisionTable<3>;
-    for (int v = -32768; v <= 32767; ++v)
-      for (int r = 0; r < 256; ++r) {
-        const unsigned code = DecideFourLevel(lv, v, r);
-        const int err = Store16(v - lv.Level(code));
-        const random_split::PartOutcome h = halves->DecideWithPart(v, r), t = thirds->DecideWithPart(v, r);
-        ASSERT_TRUE(h.code == code && Store16(h.err) == err && h.part == DivTrunc2(err) && t.code == code &&
-                    Store16(t.err) == err && t.part == DivTrunc3(err))
-            << "round " << round << " v " << v << " r " << r;
-        if (T::InWindow(v)) {
-          // The fields a scan reads by column, the rest among them.
-          const std::ptrdiff_t at = std::ptrdiff_t{v} * T::kFields;
-          ASSERT_TRUE(thirds->Column(r, T::kErr)[at] == t.err &&
-                      thirds->Column(r, T::kCode)[at] == static_cast<std::int16_t>(code) &&
-                      thirds->Column(r, T::kPart)[at] == t.part && thirds->Column(r, T::kRest)[at] == t.err - t.part &&
-                      halves->Column(r, T::kRest)[at] == h.err - h.part)
-              << "columns, round " << round << " v " << v << " r " << r;
-        }
-      }
-  }
 }
 
 // The double-precision fast pass divides its two-thirds share once, by 1.5, where the readable

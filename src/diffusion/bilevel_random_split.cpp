@@ -16,7 +16,6 @@ using random_split::EndDraw;
 using random_split::Outcome;
 using random_split::RowEndRule;
 using random_split::ScanTraits;
-using random_split::Share;
 using random_split::SplitTable;
 
 // Lightness sense: 255 is paper and a dot is set at or below the threshold. Ink sense: 255 is
@@ -41,55 +40,55 @@ struct BilevelMember {
 // required: thirds by a two-bit code; the two inner directions swap the meaning of codes 0
 // and 2, and the last row swaps codes 1 and 3 against the inner rows.
 constexpr SplitTable kThirds = {
-    .inner_ltr = {{Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll},
-                  {Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kTwoThirds, Share::kThird}, {Share::kNone, Share::kAll},
-                  {Share::kThird, Share::kTwoThirds}, {Share::kAll, Share::kNone}},
-    .last = {{Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone},
-             {Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll}},
+    .inner_ltr = {{fraction::kThird, fraction::kTwoThirds}, {fraction::kNone, fraction::kAll},
+                  {fraction::kTwoThirds, fraction::kThird}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kTwoThirds, fraction::kThird}, {fraction::kNone, fraction::kAll},
+                  {fraction::kThird, fraction::kTwoThirds}, {fraction::kAll, fraction::kNone}},
+    .last = {{fraction::kTwoThirds, fraction::kThird}, {fraction::kAll, fraction::kNone},
+             {fraction::kThird, fraction::kTwoThirds}, {fraction::kNone, fraction::kAll}},
 };
 
 // required: quarters; in left-to-right inner rows codes 0 and 2 give the same split, so a
 // quarter along and three quarters down never happens there, and right-to-left rows use their
 // own order.
 constexpr SplitTable kQuarters = {
-    .inner_ltr = {{Share::kThreeQuarters, Share::kQuarter}, {Share::kAll, Share::kNone},
-                  {Share::kThreeQuarters, Share::kQuarter}, {Share::kNone, Share::kAll}},
-    .inner_rtl = {{Share::kAll, Share::kNone}, {Share::kQuarter, Share::kThreeQuarters},
-                  {Share::kNone, Share::kAll}, {Share::kThreeQuarters, Share::kQuarter}},
-    .last = {{Share::kThreeQuarters, Share::kQuarter}, {Share::kAll, Share::kNone},
-             {Share::kQuarter, Share::kThreeQuarters}, {Share::kNone, Share::kAll}},
+    .inner_ltr = {{fraction::kThreeQuarters, fraction::kQuarter}, {fraction::kAll, fraction::kNone},
+                  {fraction::kThreeQuarters, fraction::kQuarter}, {fraction::kNone, fraction::kAll}},
+    .inner_rtl = {{fraction::kAll, fraction::kNone}, {fraction::kQuarter, fraction::kThreeQuarters},
+                  {fraction::kNone, fraction::kAll}, {fraction::kThreeQuarters, fraction::kQuarter}},
+    .last = {{fraction::kThreeQuarters, fraction::kQuarter}, {fraction::kAll, fraction::kNone},
+             {fraction::kQuarter, fraction::kThreeQuarters}, {fraction::kNone, fraction::kAll}},
 };
 
 // One bit: along with everything, or a third along and the rest down (e - e/3, not (2e)/3);
 // the last row turns "everything along" into "everything down".
 constexpr SplitTable kOneBitThirds = {
-    .inner_ltr = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kThird, Share::kRestAfterThird}, {Share::kAll, Share::kNone}},
-    .last = {{Share::kThird, Share::kRestAfterThird}, {Share::kNone, Share::kAll}},
+    .inner_ltr = {{fraction::kThird, fraction::kRestAfterThird}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kThird, fraction::kRestAfterThird}, {fraction::kAll, fraction::kNone}},
+    .last = {{fraction::kThird, fraction::kRestAfterThird}, {fraction::kNone, fraction::kAll}},
 };
 
 // One bit: the whole error to one neighbour; the last row swaps the meaning of the bit.
 constexpr SplitTable kWholeError = {
-    .inner_ltr = {{Share::kNone, Share::kAll}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kNone, Share::kAll}, {Share::kAll, Share::kNone}},
-    .last = {{Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
+    .inner_ltr = {{fraction::kNone, fraction::kAll}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kNone, fraction::kAll}, {fraction::kAll, fraction::kNone}},
+    .last = {{fraction::kAll, fraction::kNone}, {fraction::kNone, fraction::kAll}},
 };
 
 // One bit, the single-plane form: the bit means the opposite of the table above in inner rows,
 // and in the last row bit 0 drops the error.
 constexpr SplitTable kWholeErrorSinglePlane = {
-    .inner_ltr = {{Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
-    .inner_rtl = {{Share::kAll, Share::kNone}, {Share::kNone, Share::kAll}},
-    .last = {{Share::kNone, Share::kNone}, {Share::kAll, Share::kNone}},
+    .inner_ltr = {{fraction::kAll, fraction::kNone}, {fraction::kNone, fraction::kAll}},
+    .inner_rtl = {{fraction::kAll, fraction::kNone}, {fraction::kNone, fraction::kAll}},
+    .last = {{fraction::kNone, fraction::kNone}, {fraction::kAll, fraction::kNone}},
 };
 
 // ---- The pixel ending an inner row ---------------------------------------------------------
 
-constexpr RowEndRule kTwoThirdsDown = {EndDraw::kNone, {Share::kTwoThirds, Share::kTwoThirds}};
-constexpr RowEndRule kTwoThirdsDownAfterIgnoredDraw = {EndDraw::kIgnored, {Share::kTwoThirds, Share::kTwoThirds}};
-constexpr RowEndRule kTwoThirdsDownOrDropped = {EndDraw::kUsed, {Share::kTwoThirds, Share::kNone}};
-constexpr RowEndRule kDroppedOrAllDown = {EndDraw::kUsed, {Share::kNone, Share::kAll}};
+constexpr RowEndRule kTwoThirdsDown = {EndDraw::kNone, {fraction::kTwoThirds, fraction::kTwoThirds}};
+constexpr RowEndRule kTwoThirdsDownAfterIgnoredDraw = {EndDraw::kIgnored, {fraction::kTwoThirds, fraction::kTwoThirds}};
+constexpr RowEndRule kTwoThirdsDownOrDropped = {EndDraw::kUsed, {fraction::kTwoThirds, fraction::kNone}};
+constexpr RowEndRule kDroppedOrAllDown = {EndDraw::kUsed, {fraction::kNone, fraction::kAll}};
 
 constexpr bool kCurves = true, kNoCurves = false;
 

@@ -19,44 +19,20 @@
 #include "frame/dispatch.h"
 #include "frame/engine.h"
 #include "frame/random_bits.h"
+#include "frame/share_arithmetic.h"
 #include "tone/tone.h"
 
 namespace halftone::random_split {
 
-// How one share of a pixel's error is formed from the error e. Every share is computed in
-// 32-bit arithmetic on the sign-extended 16-bit error, product before division, truncating
-// toward zero; the shares of a pixel need not add up to e (small errors vanish in thirds and
-// halves, by design).
-enum class Share : std::uint8_t {
-  kNone,            // 0
-  kAll,             // e
-  kHalf,            // e / 2
-  kThird,           // e / 3
-  kTwoThirds,       // (2e) / 3
-  kRestAfterThird,  // e - e / 3
-  kQuarter,         // e / 4
-  kThreeQuarters,   // (3e) / 4
-};
-
-constexpr int ShareOf(Share share, int e) {
-  switch (share) {
-    case Share::kNone: return 0;
-    case Share::kAll: return e;
-    case Share::kHalf: return e / 2;
-    case Share::kThird: return e / 3;
-    case Share::kTwoThirds: return (2 * e) / 3;
-    case Share::kRestAfterThird: return e - e / 3;
-    case Share::kQuarter: return e / 4;
-    case Share::kThreeQuarters: return (3 * e) / 4;
-  }
-  return 0;
-}
-
+// Every share of a pixel's error is a Fraction (frame/share_arithmetic.h) of the sign-extended
+// 16-bit error, formed in 32-bit arithmetic, product before division, truncating toward zero;
+// the shares of a pixel need not add up to e (small errors vanish in thirds and halves, by
+// design).
 // One split: the share for the next pixel along the scan and the share for the pixel below
 // (the next working row in inner rows, the band-carry entry in the last row).
 struct Split {
-  Share along;
-  Share below;
+  Fraction along;
+  Fraction below;
 };
 
 // Split code k (the drawn bits) to split, per kind of row. Members that draw one bit use only
@@ -77,7 +53,7 @@ enum class EndDraw : std::uint8_t {
 };
 struct RowEndRule {
   EndDraw draw;
-  Share below[2];  // by the drawn bit when the draw is used, else entry 0
+  Fraction below[2];  // by the drawn bit when the draw is used, else entry 0
 };
 
 struct ScanTraits {
@@ -90,7 +66,7 @@ struct ScanTraits {
   bool ltr_last_end_reads_b;
   // The pixel ending the band: by default its dot only (no curve term, no draw, its error
   // dropped); with a draw, it sends a share down like the pixel ending an inner row.
-  RowEndRule last_row_end = {EndDraw::kNone, {Share::kNone, Share::kNone}};
+  RowEndRule last_row_end = {EndDraw::kNone, {fraction::kNone, fraction::kNone}};
   // Whether a left-to-right last row hands its downward shares to the band-carry row (the
   // spine's does not: only its right-to-left last row carries, so an odd-height band carries
   // nothing into the next band).
@@ -297,16 +273,16 @@ void ScanPlane(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, R
 // single-dot-size and eight-level routines. In inner rows codes 0 and 2 both split evenly, so
 // half the pixels share their error and a quarter each send it all along or all down.
 inline constexpr SplitTable kHalvesThenThirds = {
-    .inner_ltr = {{Share::kHalf, Share::kHalf}, {Share::kNone, Share::kAll},
-                  {Share::kHalf, Share::kHalf}, {Share::kAll, Share::kNone}},
-    .inner_rtl = {{Share::kHalf, Share::kHalf}, {Share::kNone, Share::kAll},
-                  {Share::kHalf, Share::kHalf}, {Share::kAll, Share::kNone}},
-    .last = {{Share::kTwoThirds, Share::kThird}, {Share::kAll, Share::kNone},
-             {Share::kThird, Share::kTwoThirds}, {Share::kNone, Share::kAll}},
+    .inner_ltr = {{fraction::kHalf, fraction::kHalf}, {fraction::kNone, fraction::kAll},
+                  {fraction::kHalf, fraction::kHalf}, {fraction::kAll, fraction::kNone}},
+    .inner_rtl = {{fraction::kHalf, fraction::kHalf}, {fraction::kNone, fraction::kAll},
+                  {fraction::kHalf, fraction::kHalf}, {fraction::kAll, fraction::kNone}},
+    .last = {{fraction::kTwoThirds, fraction::kThird}, {fraction::kAll, fraction::kNone},
+             {fraction::kThird, fraction::kTwoThirds}, {fraction::kNone, fraction::kAll}},
 };
 
 // The pixel ending an inner row sends two thirds of its error down after a draw it ignores.
 inline constexpr RowEndRule kTwoThirdsDownAfterIgnoredDraw = {EndDraw::kIgnored,
-                                                              {Share::kTwoThirds, Share::kTwoThirds}};
+                                                              {fraction::kTwoThirds, fraction::kTwoThirds}};
 
 }  // namespace halftone::random_split

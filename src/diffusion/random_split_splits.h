@@ -24,36 +24,17 @@ struct ColumnForm {
   int num[kSplitCodes] = {};
 };
 
-constexpr int DenOf(Share s) {
-  switch (s) {
-    case Share::kHalf: return 2;
-    case Share::kThird:
-    case Share::kTwoThirds: return 3;
-    case Share::kQuarter:
-    case Share::kThreeQuarters: return 4;
-    default: return 0;
-  }
-}
-constexpr int NumOf(Share s, int den) {
-  switch (s) {
-    case Share::kNone: return 0;
-    case Share::kAll: return den;
-    case Share::kHalf:
-    case Share::kThird:
-    case Share::kQuarter: return 1;
-    case Share::kTwoThirds: return 2;
-    case Share::kThreeQuarters: return 3;
-    default: return -1;
-  }
-}
-constexpr Share Pick(const Split& s, bool below) { return below ? s.below : s.along; }
+// A share's divisor where it divides, else 0; and its numerator over the column's divisor.
+constexpr int DenOf(const Fraction& s) { return Divides(s) ? s.den : 0; }
+constexpr int NumOf(const Fraction& s, int den) { return IsWhole(s) ? den : Divides(s) ? s.num * den / s.den : 0; }
+constexpr Fraction Pick(const Split& s, bool below) { return below ? s.below : s.along; }
 
 constexpr ColumnForm LinearForm(const Split* splits, unsigned codes, bool below) {
   ColumnForm f;
   int den = 0;
   for (unsigned c = 0; c < codes; ++c) {
-    const Share s = Pick(splits[c], below);
-    if (s == Share::kRestAfterThird) return f;
+    const Fraction s = Pick(splits[c], below);
+    if (s.rest && Divides(s)) return f;
     const int d = DenOf(s);
     if (d != 0 && den != 0 && d != den) return f;
     if (d != 0) den = d;
@@ -67,9 +48,8 @@ constexpr ColumnForm LinearForm(const Split* splits, unsigned codes, bool below)
 // True when, for every code, this column's share is e minus the other column's share.
 constexpr bool Complements(const Split* splits, unsigned codes, bool below) {
   for (unsigned c = 0; c < codes; ++c) {
-    const Share mine = Pick(splits[c], below), other = Pick(splits[c], !below);
-    const bool ok = (mine == Share::kRestAfterThird && other == Share::kThird) ||
-                    (mine == Share::kNone && other == Share::kAll) || (mine == Share::kAll && other == Share::kNone);
+    const Fraction mine = Pick(splits[c], below), other = Pick(splits[c], !below);
+    const bool ok = AddUpToWhole(mine, other) && (mine.rest || !Divides(mine));
     if (!ok) return false;
   }
   return true;
@@ -205,8 +185,8 @@ struct FastSplit {
   static constexpr bool kThirdOrRest = [] {
     for (unsigned c = 0; c < kCodes; ++c) {
       const Split sp = kSplits[c];
-      if (!(sp.along == Share::kThird && sp.below == Share::kRestAfterThird) &&
-          !(sp.along == Share::kRestAfterThird && sp.below == Share::kThird))
+      if (!(sp.along == fraction::kThird && sp.below == fraction::kRestAfterThird) &&
+          !(sp.along == fraction::kRestAfterThird && sp.below == fraction::kThird))
         return false;
     }
     return true;
@@ -220,7 +200,7 @@ struct FastSplit {
   static constexpr ThirdsAlong MakeThirdsAlong() {
     ThirdsAlong t{};
     for (unsigned c = 0; c < kCodes; ++c) {
-      const bool rest = kSplits[c].along == Share::kRestAfterThird;
+      const bool rest = kSplits[c].along == fraction::kRestAfterThird;
       t.field[c] = rest ? kEntryRest : kEntryPart;
       t.product[c] = ProductOfShare(1, 3, rest);
     }

@@ -79,19 +79,13 @@ struct TableDecide {
   }
 };
 
-// The shares the vector rows form: every share of the split tables.
-constexpr bool VectorShare(Share s) {
-  return s == Share::kNone || s == Share::kAll || s == Share::kHalf || s == Share::kThird ||
-         s == Share::kTwoThirds || s == Share::kRestAfterThird || s == Share::kQuarter ||
-         s == Share::kThreeQuarters;
-}
 // Whether the vector rows can form a pass's inner-row splits.
 template <class Pass>
 constexpr bool VectorSplits() {
   constexpr unsigned kCodes = Pass::kScan.draw_bits == 2 ? 4 : 2;
   for (const Split* row : {Pass::kScan.splits.inner_ltr, Pass::kScan.splits.inner_rtl})
     for (unsigned c = 0; c < kCodes; ++c)
-      if (!VectorShare(row[c].along) || !VectorShare(row[c].below)) return false;
+      if (!vec::HasVectorForm(row[c].along) || !vec::HasVectorForm(row[c].below)) return false;
   return true;
 }
 
@@ -155,30 +149,14 @@ class VectorRows {
   static constexpr unsigned kCodes = kScan.draw_bits == 2 ? 4 : 2;
   static constexpr std::size_t kRowEndDraws = kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
 
-  // The parts of an error e a share can be, each formed once a pixel (and only if used).
-  struct Parts {
-    vec::V16 e, half, third, two_thirds, quarter, three_quarters;
-  };
-  HALFTONE_FORCE_INLINE static vec::V16 PartOf(Share share, const Parts& p) {
-    switch (share) {
-      case Share::kAll: return p.e;
-      case Share::kHalf: return p.half;
-      case Share::kThird: return p.third;
-      case Share::kTwoThirds: return p.two_thirds;
-      case Share::kRestAfterThird: return p.e - p.third;
-      case Share::kQuarter: return p.quarter;
-      case Share::kThreeQuarters: return p.three_quarters;
-      default: return vec::V16{};
-    }
-  }
   // The share a column takes for split code c in a row of one direction.
   template <bool kLtr, bool kBelow>
-  static constexpr Share ShareAt(unsigned c) {
+  static constexpr Fraction ShareAt(unsigned c) {
     return Pick(kLtr ? kScan.splits.inner_ltr[c] : kScan.splits.inner_rtl[c], kBelow);
   }
   // The split codes whose share in a column is `kKind`, as a lane mask (the compares are off
   // the error's chain).
-  template <bool kLtr, bool kBelow, Share kKind>
+  template <bool kLtr, bool kBelow, Fraction kKind>
   HALFTONE_FORCE_INLINE static vec::V16 CodesOf(vec::V16 code) {
     vec::V16 m{};
     [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) HALFTONE_FORCE_INLINE {
@@ -186,27 +164,23 @@ class VectorRows {
     }(std::make_integer_sequence<unsigned, kCodes>{});
     return m;
   }
-  template <bool kLtr, bool kBelow, Share kKind>
-  static constexpr bool kUses = [] {
-    for (unsigned c = 0; c < kCodes; ++c)
-      if (ShareAt<kLtr, kBelow>(c) == kKind) return true;
-    return false;
+  // Whether split code c is the first of its column's codes to take its share.
+  template <bool kLtr, bool kBelow, unsigned c>
+  static constexpr bool kFirstOfKind = [] {
+    for (unsigned d = 0; d < c; ++d)
+      if (ShareAt<kLtr, kBelow>(d) == ShareAt<kLtr, kBelow>(c)) return false;
+    return true;
   }();
-  // A column's share for each lane's split code: the part its code's split names.
+  // A column's share for each lane's split code: each share the column takes, formed once.
   template <bool kLtr, bool kBelow>
-  HALFTONE_FORCE_INLINE static vec::V16 ShareFor(vec::V16 code, const Parts& parts) {
+  HALFTONE_FORCE_INLINE static vec::V16 ShareFor(vec::V16 code, vec::V16 e) {
     vec::V16 share{};
-    const auto add = [&]<Share kKind>() HALFTONE_FORCE_INLINE {
-      if constexpr (kUses<kLtr, kBelow, kKind>)
-        share |= CodesOf<kLtr, kBelow, kKind>(code) & PartOf(kKind, parts);
-    };
-    add.template operator()<Share::kAll>();
-    add.template operator()<Share::kHalf>();
-    add.template operator()<Share::kThird>();
-    add.template operator()<Share::kTwoThirds>();
-    add.template operator()<Share::kRestAfterThird>();
-    add.template operator()<Share::kQuarter>();
-    add.template operator()<Share::kThreeQuarters>();
+    [&]<unsigned... c>(std::integer_sequence<unsigned, c...>) HALFTONE_FORCE_INLINE {
+      ((share |= kFirstOfKind<kLtr, kBelow, c> ? CodesOf<kLtr, kBelow, ShareAt<kLtr, kBelow>(c)>(code) &
+                                                     vec::ShareOf<ShareAt<kLtr, kBelow>(c)>(e)
+                                               : vec::V16{}),
+       ...);
+    }(std::make_integer_sequence<unsigned, kCodes>{});
     return share;
   }
 
@@ -256,10 +230,9 @@ class VectorRows {
       vec::V16 dot;
       const vec::V16 e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
       vec::Store8(dots + at, dot);
-      const Parts parts{e, vec::Half(e), vec::Third(e), vec::TwoThirds(e), vec::Quarter(e), vec::ThreeQuarters(e)};
       const vec::V16 code = vec::Load8(codes + kVectorLanes * i);
-      const vec::V16 along = ShareFor<kLtr, false>(code, parts);
-      const vec::V16 down = ShareFor<kLtr, true>(code, parts);
+      const vec::V16 along = ShareFor<kLtr, false>(code, e);
+      const vec::V16 down = ShareFor<kLtr, true>(code, e);
       vec::Store16(next + at, vec::Load8(below + at) + down);
       v = vec::Load16(cur + at + kStep) + along;
     }

@@ -99,10 +99,9 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const FourLevels
 // row's end pixel included; a third one way and the rest the other; curve terms; and a last
 // row that carries only right to left. Mirror any change to DiffusePlane here.
 using random_split::EndDraw;
-using random_split::Share;
-constexpr random_split::Split kThirdAlong = {Share::kThird, Share::kRestAfterThird};
-constexpr random_split::Split kThirdDown = {Share::kRestAfterThird, Share::kThird};
-constexpr random_split::RowEndRule kEndSplit = {EndDraw::kUsed, {Share::kRestAfterThird, Share::kThird}};
+constexpr random_split::Split kThirdAlong = {fraction::kThird, fraction::kRestAfterThird};
+constexpr random_split::Split kThirdDown = {fraction::kRestAfterThird, fraction::kThird};
+constexpr random_split::RowEndRule kEndSplit = {EndDraw::kUsed, {fraction::kRestAfterThird, fraction::kThird}};
 constexpr random_split::ScanTraits kSpineScan = {
     .draw_bits = 1,
     .curve_terms = true,

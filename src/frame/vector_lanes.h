@@ -22,6 +22,7 @@
 #include "frame/engine.h"
 #include "frame/force_inline.h"
 #include "frame/lockstep.h"
+#include "frame/share_arithmetic.h"
 
 namespace halftone {
 
@@ -126,6 +127,32 @@ HALFTONE_FORCE_INLINE inline V16 ThreeQuarters(V16 e) {
 }
 // Flooring three quarters: e - ceil(e / 4) for either sign. Exact for e up to 32764.
 HALFTONE_FORCE_INLINE inline V16 ThreeQuartersFloor(V16 e) { return e - Sar(e + 3, 2); }
+
+// The vector form of a fraction (frame/share_arithmetic.h), chosen at compile time: the
+// truncated halves, thirds and quarters above for every 16-bit e, the floored half and three
+// quarters (the latter exact up to 32764), the whole error, none of it, and rests.
+template <Fraction F>
+HALFTONE_FORCE_INLINE inline V16 ShareOf(V16 e) {
+  if constexpr (!Divides(F)) {
+    return IsWhole(F) ? e : V16{};
+  } else {
+    constexpr bool kTrunc = F.rounding == Rounding::kTrunc;
+    V16 part;
+    if constexpr (F.num == 1 && F.den == 2) part = kTrunc ? Half(e) : Sar(e, 1);
+    else if constexpr (F.num == 3 && F.den == 4) part = kTrunc ? ThreeQuarters(e) : ThreeQuartersFloor(e);
+    else if constexpr (kTrunc && F.num == 1 && F.den == 3) part = Third(e);
+    else if constexpr (kTrunc && F.num == 2 && F.den == 3) part = TwoThirds(e);
+    else if constexpr (kTrunc && F.num == 1 && F.den == 4) part = Quarter(e);
+    else static_assert(F.den == 0, "a fraction without a vector form");
+    return F.rest ? e - part : part;
+  }
+}
+// Whether a fraction has a vector form.
+constexpr bool HasVectorForm(const Fraction& f) {
+  if (!Divides(f)) return true;
+  if ((f.num == 1 && f.den == 2) || (f.num == 3 && f.den == 4)) return true;
+  return f.rounding == Rounding::kTrunc && ((f.den == 3 && f.num <= 2) || (f.num == 1 && f.den == 4));
+}
 
 }  // namespace vec
 

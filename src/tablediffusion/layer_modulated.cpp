@@ -29,10 +29,10 @@ struct LayerModulatedTraits {
   std::array<SplitBand, 3> bands;  // lightest first; the last starts at level 0
 };
 
-constexpr ShareRule kHalfAhead{1, 2, Rounding::kTrunc, true};
-constexpr ShareRule kHalfDown{1, 2, Rounding::kTrunc, false};
-constexpr ShareRule kThirdAhead{1, 3, Rounding::kTrunc, true};
-constexpr ShareRule kThirdDown{1, 3, Rounding::kTrunc, false};
+constexpr Fraction kHalfAhead{1, 2};
+constexpr Fraction kHalfDown{1, 2, true};
+constexpr Fraction kThirdAhead{1, 3};
+constexpr Fraction kThirdDown{1, 3, true};
 
 constexpr LayerModulatedTraits kLayerTiles{true, {}, {}, 1, {{{0, Always(kHalfAhead)}}}};
 
@@ -40,8 +40,8 @@ constexpr LayerModulatedTraits kLayerTiles{true, {}, {}, 1, {{{0, Always(kHalfAh
 constexpr LayerModulatedTraits kCurveBias{
     false, {Curve::kB, 0}, {Curve::kA, 1}, 3,
     {{{176, {Selector::kOneBit, {kThirdAhead, kThirdDown, kThirdAhead, kThirdDown}}},
-      {141, {Selector::kTwoBits, {kThirdDown, kThirdAhead, kHalfDown, kAllAhead}}},
-      {0, {Selector::kTwoBits, {kThirdDown, kAllDown, kThirdDown, kAllAhead}}}}}};
+      {141, {Selector::kTwoBits, {kThirdDown, kThirdAhead, kHalfDown, fraction::kAll}}},
+      {0, {Selector::kTwoBits, {kThirdDown, fraction::kNone, kThirdDown, fraction::kAll}}}}}};
 
 constexpr int kThreshold = 128;
 constexpr int kWhite = 255;

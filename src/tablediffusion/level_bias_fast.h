@@ -66,7 +66,7 @@ struct LevelBiasKernel {
       code = room >= 0;
       e = c + en.biased - q.level;
     }
-    const std::int64_t ahead = AheadShare(e, rule[0], rule[1]);
+    const std::int64_t ahead = ShareByMulShift(e, rule[0], rule[1]);
     return {static_cast<unsigned>(code), static_cast<int>(ahead), static_cast<int>(e - ahead)};
   }
 };

@@ -17,46 +17,6 @@
 
 namespace halftone::level_bias {
 
-// A split rule as one multiply and shift: ahead = (e * mul + (e < 0 ? neg_add : 0)) >> 32.
-// Flooring by a power of two is the plain product shifted; truncation adds den - 1 (scaled)
-// to negative products first; thirds use the 32-bit reciprocal rounded up, which floors every
-// positive and every negative non-multiple one too low, so truncation adds one to negatives.
-// Exact whenever num * e fits in 32 bits; a pixel's error stays within 18 bits.
-struct MulShift {
-  std::int64_t mul;
-  std::int64_t neg_add;
-};
-inline constexpr int kMulShiftBits = 32;
-inline constexpr std::int64_t kMulShiftOne = std::int64_t{1} << kMulShiftBits;
-inline constexpr std::int64_t kThirdReciprocal = 0x55555556;  // ceil(2^32 / 3)
-
-constexpr int Log2Exact(int d) {
-  int k = 0;
-  while ((1 << k) < d) ++k;
-  return (1 << k) == d ? k : -1;
-}
-
-// Whether a rule has a multiply-and-shift form here: the share goes ahead, and the divisor is
-// a power of two up to 4, or 3 with truncation.
-constexpr bool HasMulShift(const ShareRule& r) {
-  if (!r.to_ahead || r.num < 0 || r.num > r.den) return false;
-  if (r.den == 3) return r.rounding == Rounding::kTrunc;
-  return Log2Exact(r.den) >= 0 && r.den <= 4;
-}
-
-constexpr MulShift MulShiftOf(const ShareRule& r) {
-  if (r.den == 3) return {r.num * kThirdReciprocal, kMulShiftOne};
-  const int k = Log2Exact(r.den);
-  const std::int64_t unit = std::int64_t{1} << (kMulShiftBits - k);
-  return {r.num * unit, r.rounding == Rounding::kTrunc ? (r.den - 1) * unit : 0};
-}
-
-inline std::int64_t AheadShare(std::int64_t e, std::int64_t mul, std::int64_t neg_add) {
-  constexpr int kSign = 63;
-  return (e * mul + ((e >> kSign) & neg_add)) >> kMulShiftBits;
-}
-inline int AheadShare(int e, const MulShift& m) { return static_cast<int>(AheadShare(e, m.mul, m.neg_add)); }
-
 // The level band a pixel's input level falls in on a forward or backward row.
 constexpr const LevelBand& BandOf(const LevelBiasTraits& m, int v, bool forward) {
   for (std::size_t i = 0; i + 1 < m.band_count; ++i)
@@ -82,7 +42,7 @@ constexpr bool DrawsBelowLimitOnly(const LevelBiasTraits& m, bool forward) {
 }
 constexpr bool AllRulesHaveMulShift(const LevelBiasTraits& m) {
   for (std::size_t i = 0; i < m.band_count; ++i)
-    for (const ShareRule& r : m.bands[i].choice.rules)
+    for (const Fraction& r : m.bands[i].choice.rules)
       if (!HasMulShift(r)) return false;
   return true;
 }
@@ -117,19 +77,16 @@ static_assert(kRuleWords == 1u << kSplitBit, "the split bit in place is its rule
 inline constexpr unsigned kPreparedShift = 0;
 inline constexpr std::uint8_t kPreparedMask = 1u << kSplitBit;
 
-constexpr bool SameRule(const ShareRule& a, const ShareRule& b) {
-  return a.num == b.num && a.den == b.den && a.rounding == b.rounding && a.to_ahead == b.to_ahead;
-}
 
 template <const LevelBiasTraits& M>
 FastTables BuildTables() {
   constexpr int kFirstThreshold = M.bits == 1 ? kBilevelThreshold : kFourThreshold[0];
   FastTables t;
-  ShareRule seen[kMaxRulePairs][2];
+  Fraction seen[kMaxRulePairs][2];
   unsigned count = 0;
-  auto pair_of = [&](const ShareRule& bit0, const ShareRule& bit1) {
+  auto pair_of = [&](const Fraction& bit0, const Fraction& bit1) {
     for (unsigned i = 0; i < count; ++i)
-      if (SameRule(seen[i][0], bit0) && SameRule(seen[i][1], bit1)) return i;
+      if (seen[i][0] == bit0 && seen[i][1] == bit1) return i;
     seen[count][0] = bit0;
     seen[count][1] = bit1;
     const MulShift m0 = MulShiftOf(bit0), m1 = MulShiftOf(bit1);

@@ -30,13 +30,13 @@ struct LevelBiasTraits {
   std::array<LevelBand, 4> bands;  // lightest band first; the last band starts at level 0
 };
 
-inline constexpr ShareRule kTwoThirds{2, 3, Rounding::kTrunc, true};
-inline constexpr ShareRule kThreeQuartersFloor{3, 4, Rounding::kFloor, true};
-inline constexpr ShareRule kHalfFloor{1, 2, Rounding::kFloor, true};
-inline constexpr ShareRule kHalfTrunc{1, 2, Rounding::kTrunc, true};
+inline constexpr Fraction kTwoThirds{2, 3};
+inline constexpr Fraction kThreeQuartersFloor{3, 4, false, Rounding::kFloor};
+inline constexpr Fraction kHalfFloor{1, 2, false, Rounding::kFloor};
+inline constexpr Fraction kHalfTrunc{1, 2};
 
-constexpr ShareChoice ByParity(ShareRule even, ShareRule odd) { return {Selector::kParity, {even, odd, even, odd}}; }
-constexpr ShareChoice ByBit(ShareRule bit0, ShareRule bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
+constexpr ShareChoice ByParity(Fraction even, Fraction odd) { return {Selector::kParity, {even, odd, even, odd}}; }
+constexpr ShareChoice ByBit(Fraction bit0, Fraction bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
 
 // required: the band limits differ between the two scan directions (216/166 forward against
 // 213/185 or 213/179 backward).
@@ -44,27 +44,27 @@ inline constexpr LevelBiasTraits kFourLevel{
     2, -13, &kFourLevelBias, true, true, 3,
     {{{216, 213, ByParity(kTwoThirds, kThreeQuartersFloor)},
       {166, 185, ByBit(kTwoThirds, kThreeQuartersFloor)},
-      {0, 0, ByBit(kHalfFloor, kAllAhead)}}}};
+      {0, 0, ByBit(kHalfFloor, fraction::kAll)}}}};
 
 inline constexpr LevelBiasTraits kBilevelWide{
     1, -25, &kBilevelWideBias, true, true, 3,
     {{{216, 213, ByParity(kTwoThirds, kThreeQuartersFloor)},
       {166, 185, ByBit(kTwoThirds, kThreeQuartersFloor)},
-      {0, 0, ByBit(kHalfFloor, kAllAhead)}}}};
+      {0, 0, ByBit(kHalfFloor, fraction::kAll)}}}};
 
 // required: forward rows never add this member's bias.
 inline constexpr LevelBiasTraits kBilevelHalves{
     1, -35, &kBilevelHalvesBias, false, true, 3,
     {{{216, 213, ByParity(kTwoThirds, kHalfFloor)},
       {166, 179, ByBit(kTwoThirds, kHalfFloor)},
-      {0, 0, ByBit(kHalfFloor, kAllAhead)}}}};
+      {0, 0, ByBit(kHalfFloor, fraction::kAll)}}}};
 
 inline constexpr LevelBiasTraits kBilevelLight{
     1, 0, &kBilevelLightBias, true, true, 4,
     {{{229, 229, Always(kTwoThirds)},
       {203, 203, ByParity(kHalfTrunc, kTwoThirds)},
       {176, 176, ByBit(kHalfTrunc, kTwoThirds)},
-      {0, 0, ByBit(kHalfTrunc, kAllAhead)}}}};
+      {0, 0, ByBit(kHalfTrunc, fraction::kAll)}}}};
 
 inline constexpr LevelBiasTraits kBilevelHalving{1, 0, nullptr, false, false, 1, {{{0, 0, Always(kHalfTrunc)}}}};
 

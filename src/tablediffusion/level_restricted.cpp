@@ -27,13 +27,13 @@ struct LevelRestrictedTraits {
   ShareChoice split_ltr, split_rtl;
 };
 
-constexpr ShareRule kHalfAhead{1, 2, Rounding::kTrunc, true};
-constexpr ShareRule kThirdDown{1, 3, Rounding::kTrunc, false};
-constexpr ShareRule kTwoThirdsAhead{2, 3, Rounding::kTrunc, true};
-constexpr ShareRule kQuarterAhead{1, 4, Rounding::kTrunc, true};
-constexpr ShareRule kThreeQuartersDown{3, 4, Rounding::kTrunc, false};
+constexpr Fraction kHalfAhead{1, 2};
+constexpr Fraction kThirdDown{1, 3, true};
+constexpr Fraction kTwoThirdsAhead{2, 3};
+constexpr Fraction kQuarterAhead{1, 4};
+constexpr Fraction kThreeQuartersDown{3, 4, true};
 
-constexpr ShareChoice ByBit(ShareRule bit0, ShareRule bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
+constexpr ShareChoice ByBit(Fraction bit0, Fraction bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
 
 constexpr std::size_t kWidePeriod = 256;
 constexpr std::size_t kNarrowPeriod = 240;
@@ -41,7 +41,7 @@ constexpr std::size_t kNarrowPeriod = 240;
 constexpr LevelRestrictedTraits kMatrixFourLevel{2, kWidePeriod, true, {Curve::kA, 1}, {Curve::kB, 0},
                                                  Always(kHalfAhead), Always(kHalfAhead)};
 constexpr LevelRestrictedTraits kRandomFourLevel{2, 0, true, {Curve::kA, 1}, {Curve::kB, 0},
-                                                 ByBit(kAllDown, kAllAhead), ByBit(kAllDown, kAllAhead)};
+                                                 ByBit(fraction::kNone, fraction::kAll), ByBit(fraction::kNone, fraction::kAll)};
 constexpr LevelRestrictedTraits kMatrixBilevel{1, kNarrowPeriod, false, {Curve::kB, 0}, {Curve::kA, 1},
                                                Always(kThirdDown), Always(kTwoThirdsAhead)};
 // required: forward rows of this member add no curve term.

@@ -29,41 +29,22 @@
 namespace halftone::serpentine_lockstep {
 
 // The ahead share of error e under a member's share choice, branch-free. `bit` is the drawn
-// split bit (ignored by a choice that draws nothing). Rules are fractions num/den of e,
-// truncated toward zero, with den 1 to 4.
-template <ShareRule R>
-HALFTONE_FORCE_INLINE constexpr int AheadOf(int e) {
-  static_assert(R.rounding == Rounding::kTrunc, "flooring shares are not in these families");
-  const int share = DivTrunc<R.den>(R.num * e);
-  return R.to_ahead ? share : e - share;
-}
-// A truncated rule's ahead share as a product (ProductOfShare): a share that
-// goes ahead is the fraction of e, one that goes down leaves the rest ahead. A test checks
-// every rule up to quarters for every error a pixel here can hold.
-constexpr ShareProduct ProductOf(const ShareRule& r) {
-  if (r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 4 || r.num < 0 || r.num > r.den)
-    throw "truncated fractions up to quarters only";
-  return ProductOfShare(r.num, r.den, !r.to_ahead);
-}
-
+// split bit (ignored by a choice that draws nothing).
 template <ShareChoice C>
 HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
   if constexpr (C.by == Selector::kParity) {
-    static_assert(C.rules[0].num == C.rules[1].num && C.rules[0].den == C.rules[1].den &&
-                      C.rules[0].to_ahead == C.rules[1].to_ahead,
-                  "a parity choice here is the same rule at every column");
-    return AheadOf<C.rules[0]>(e);
+    static_assert(C.rules[0] == C.rules[1], "a parity choice here is the same rule at every column");
+    return TruncatedShare<C.rules[0]>(e);
   } else {
     static_assert(C.by == Selector::kOneBit, "two-bit choices take a table of their own");
-    constexpr auto kDivides = [](const ShareRule& r) { return r.num != 0 && r.num != r.den; };
-    if constexpr (kDivides(C.rules[0]) || kDivides(C.rules[1])) {
+    if constexpr (Divides(C.rules[0]) || Divides(C.rules[1])) {
       // The bit picks the multiplier before e is known, so the chain through e is one multiply
       // and one shift, not both rules' divisions and a select.
       static constexpr ShareProduct kByBit[2] = {ProductOf(C.rules[0]), ProductOf(C.rules[1])};
       return static_cast<int>(ShareByProduct(kByBit[bit & 1u], e));
     } else {
       // Whole error or none: masks.
-      const int a0 = AheadOf<C.rules[0]>(e), a1 = AheadOf<C.rules[1]>(e);
+      const int a0 = TruncatedShare<C.rules[0]>(e), a1 = TruncatedShare<C.rules[1]>(e);
       // A mask, not a select: compilers turn the select into a branch on the random bit.
       return a0 ^ ((a0 ^ a1) & -static_cast<int>(bit));
     }
@@ -75,20 +56,19 @@ HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
 //   part  = high word of e * mul, plus one for negative e where the rule divides
 //           (e/2 or e/3 truncated toward zero; 0 for the whole error or none of it);
 //   ahead = (e & whole) + ((part ^ negate) - negate),
-// where negate makes a down share's rest e minus it; part is MulHighTrunc with
-// den's rounded-up reciprocal.
+// where negate makes a rest e minus the part; part is MulHighTrunc with den's rounded-up
+// reciprocal.
 struct AheadMasks {
   int whole;
   std::uint32_t mul;
   int divides;  // all ones when the rule divides
   int negate;
 };
-constexpr AheadMasks MasksOf(const ShareRule& r) {
-  if (r.num != 1 || r.rounding != Rounding::kTrunc || r.den < 1 || r.den > 3)
-    throw "only the whole error, halves and thirds, truncated";
-  if (r.den == 1) return {r.to_ahead ? -1 : 0, 0, 0, 0};
-  const auto mul = static_cast<std::uint32_t>(RoundedUpReciprocal(r.den));
-  return r.to_ahead ? AheadMasks{0, mul, -1, 0} : AheadMasks{-1, mul, -1, -1};
+constexpr AheadMasks MasksOf(const Fraction& f) {
+  if (!Divides(f)) return {IsWhole(f) ? -1 : 0, 0, 0, 0};
+  if (f.num != 1 || f.rounding != Rounding::kTrunc || f.den > 3) throw "only the whole error, halves and thirds, truncated";
+  const auto mul = static_cast<std::uint32_t>(RoundedUpReciprocal(f.den));
+  return f.rest ? AheadMasks{-1, mul, -1, -1} : AheadMasks{0, mul, -1, 0};
 }
 HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
   const int part = MulHighTrunc(e, m.mul, m.divides);

@@ -31,42 +31,34 @@ namespace halftone::serpentine_lockstep {
 inline constexpr unsigned kRuleWholeBit = 15, kRuleThirdBit = 14, kRuleHalfBit = 13, kRuleNegateBit = 12,
                           kRuleQuarterBit = 11, kRuleTwoThirdsBit = 10, kRuleThreeQuartersBit = 9,
                           kRuleHalfFloorBit = 8, kRuleThreeQuartersFloorBit = 7;
-constexpr unsigned PartBit(int num, int den, Rounding rounding) {
-  if (rounding == Rounding::kFloor) {
-    if (num == 1 && den == 2) return kRuleHalfFloorBit;
-    if (num == 3 && den == 4) return kRuleThreeQuartersFloorBit;
-  } else {
-    if (num == 1 && den == 2) return kRuleHalfBit;
-    if (num == 1 && den == 3) return kRuleThirdBit;
-    if (num == 2 && den == 3) return kRuleTwoThirdsBit;
-    if (num == 1 && den == 4) return kRuleQuarterBit;
-    if (num == 3 && den == 4) return kRuleThreeQuartersBit;
+// The fraction each part bit names.
+struct PartRule {
+  unsigned bit;
+  Fraction rule;
+};
+inline constexpr PartRule kPartRules[] = {{kRuleHalfBit, fraction::kHalf},
+                                          {kRuleThirdBit, fraction::kThird},
+                                          {kRuleTwoThirdsBit, fraction::kTwoThirds},
+                                          {kRuleQuarterBit, fraction::kQuarter},
+                                          {kRuleThreeQuartersBit, fraction::kThreeQuarters},
+                                          {kRuleHalfFloorBit, {1, 2, false, Rounding::kFloor}},
+                                          {kRuleThreeQuartersFloorBit, {3, 4, false, Rounding::kFloor}}};
+constexpr std::uint16_t RuleFlags(const Fraction& f) {
+  if (!Divides(f)) return IsWhole(f) ? std::uint16_t{1u << kRuleWholeBit} : std::uint16_t{0};
+  for (const PartRule& p : kPartRules) {
+    if (p.rule.num != f.num || p.rule.den != f.den || p.rule.rounding != f.rounding) continue;
+    const unsigned part = 1u << p.bit;
+    return static_cast<std::uint16_t>(f.rest ? part | 1u << kRuleWholeBit | 1u << kRuleNegateBit : part);
   }
   throw "a fraction the vector rows do not form";
-}
-constexpr std::uint16_t RuleFlags(const ShareRule& r) {
-  if (r.num == r.den) return r.to_ahead ? std::uint16_t{1u << kRuleWholeBit} : std::uint16_t{0};
-  const unsigned part = 1u << PartBit(r.num, r.den, r.rounding);
-  return static_cast<std::uint16_t>(r.to_ahead ? part : part | 1u << kRuleWholeBit | 1u << kRuleNegateBit);
 }
 // The same share in plain ints, for errors of any size: the columns and pixels the vector
 // rows leave to scalar code.
 constexpr int AheadByFlags(int e, std::uint16_t flags) {
-  struct Part {
-    unsigned bit;
-    ShareRule rule;
-  };
-  constexpr Part kParts[] = {{kRuleHalfBit, {1, 2, Rounding::kTrunc, true}},
-                             {kRuleThirdBit, {1, 3, Rounding::kTrunc, true}},
-                             {kRuleTwoThirdsBit, {2, 3, Rounding::kTrunc, true}},
-                             {kRuleQuarterBit, {1, 4, Rounding::kTrunc, true}},
-                             {kRuleThreeQuartersBit, {3, 4, Rounding::kTrunc, true}},
-                             {kRuleHalfFloorBit, {1, 2, Rounding::kFloor, true}},
-                             {kRuleThreeQuartersFloorBit, {3, 4, Rounding::kFloor, true}}};
   const auto has = [flags](unsigned bit) { return (flags >> bit & 1u) != 0; };
   int part = 0;
-  for (const Part& p : kParts)
-    if (has(p.bit)) part = Apply(p.rule, e).ahead;
+  for (const PartRule& p : kPartRules)
+    if (has(p.bit)) part = ShareOf(p.rule, e);
   return (has(kRuleWholeBit) ? e : 0) + (has(kRuleNegateBit) ? -part : part);
 }
 
@@ -99,18 +91,12 @@ template <std::uint16_t kAny, std::uint16_t kEvery>
 HALFTONE_FORCE_INLINE inline vec::V16 AheadByFlags(vec::V16 e, vec::V16 flags) {
   using namespace halftone::vec;
   V16 part{};
-  const auto add = [&]<unsigned kBit>(auto fraction) HALFTONE_FORCE_INLINE {
-    if constexpr ((kAny >> kBit & 1u) != 0) part |= fraction(e) & FlagMask<kAny, kEvery, kBit>(flags);
-  };
-  add.template operator()<kRuleHalfBit>([](V16 v) HALFTONE_FORCE_INLINE { return Half(v); });
-  add.template operator()<kRuleThirdBit>([](V16 v) HALFTONE_FORCE_INLINE { return Third(v); });
-  add.template operator()<kRuleTwoThirdsBit>([](V16 v) HALFTONE_FORCE_INLINE { return TwoThirds(v); });
-  add.template operator()<kRuleQuarterBit>([](V16 v) HALFTONE_FORCE_INLINE { return Quarter(v); });
-  add.template operator()<kRuleThreeQuartersBit>([](V16 v) HALFTONE_FORCE_INLINE { return ThreeQuarters(v); });
-  add.template operator()<kRuleHalfFloorBit>([](V16 v) HALFTONE_FORCE_INLINE { return Sar(v, 1); });
-  add.template operator()<kRuleThreeQuartersFloorBit>([](V16 v) HALFTONE_FORCE_INLINE {
-    return ThreeQuartersFloor(v);
-  });
+  [&]<std::size_t... i>(std::index_sequence<i...>) HALFTONE_FORCE_INLINE {
+    ((part |= (kAny >> kPartRules[i].bit & 1u) != 0
+                  ? vec::ShareOf<kPartRules[i].rule>(e) & FlagMask<kAny, kEvery, kPartRules[i].bit>(flags)
+                  : V16{}),
+     ...);
+  }(std::make_index_sequence<std::size(kPartRules)>{});
   const V16 negate = FlagMask<kAny, kEvery, kRuleNegateBit>(flags);
   return (e & FlagMask<kAny, kEvery, kRuleWholeBit>(flags)) + ((part ^ negate) - negate);
 }
