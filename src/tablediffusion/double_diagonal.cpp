@@ -64,6 +64,7 @@ struct DiagonalKernel {
   static constexpr bool kStarts = false;
   static constexpr bool kDraws = false;
   static constexpr bool kSpreadsDown = true;
+  static constexpr unsigned kGroupUnroll = 1;
   struct LaneState {
     const std::uint8_t* mask;  // the row's band of the mask
     std::size_t w;

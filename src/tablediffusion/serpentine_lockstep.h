@@ -167,6 +167,9 @@ struct KernelOptions {
   }
   using Cell = typename decltype(CellType())::type;
   static constexpr bool kLaneState = requires { typename K::LaneState; };
+  static constexpr unsigned kGroupUnroll = [] {
+    if constexpr (requires { K::kGroupUnroll; }) return K::kGroupUnroll; else return 8u;
+  }();
   static constexpr bool kRowEndDraws = [] {
     if constexpr (requires { K::kRowEndDraws; }) return K::kRowEndDraws; else return true;
   }();
@@ -207,7 +210,9 @@ struct NoLaneState {};
 // go to the carry); kStartIsInput when a row starts from its input alone, added as the down
 // shares are stored instead of laid in first; kSpreadsDown when the kernel places its down share itself,
 // PutDown<kLtr, kEnd>(state, down, x, i, share); kLockstep, the widest group, and kWholeGroups, no
-// group narrower than that to give a thread one.
+// group narrower than that to give a thread one; kGroupUnroll, the columns of a byte a group
+// unrolls (all of them unless the kernel's pixel is large: the diagonal one takes 1, which ran
+// its four-plane bands at 1.08 times the whole byte).
 template <class Kernel, unsigned kLanes>
 class Scan {
   using Opt = KernelOptions<Kernel>;
@@ -235,13 +240,19 @@ class Scan {
     for (unsigned l = 0; l < kLanes; ++l) {
       Cell* a = lanes_[l].a;
       Cell* carry = lanes_[l].carry;
+      // The carry is taken and cleared in one pass.
       if constexpr (Kernel::kStarts) {
         k_.FillStart(a, band_.In(0, lanes_[l].p), 0, w);
-        for (std::size_t x = 0; x < w; ++x) Cells<Cell>::Put(a + x, a[x] + carry[x]);
+        for (std::size_t x = 0; x < w; ++x) {
+          Cells<Cell>::Put(a + x, a[x] + carry[x]);
+          carry[x] = 0;
+        }
       } else {
-        for (std::size_t x = 0; x < w; ++x) a[x] = carry[x];
+        for (std::size_t x = 0; x < w; ++x) {
+          a[x] = carry[x];
+          carry[x] = 0;
+        }
       }
-      for (std::size_t x = 0; x < w; ++x) carry[x] = 0;
     }
     for (std::size_t y = 0; y < h; ++y) {
       const bool ltr = ((y & 1) == 0) != start_rtl;
@@ -345,12 +356,19 @@ class Scan {
   HALFTONE_FORCE_INLINE void LanesByte(RowState* st, std::size_t k) {
     const std::size_t w = band_.w;
     const std::size_t base = k * kPerByte;
-    [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) HALFTONE_FORCE_INLINE {
-      ((LanesPixel<kLtr, kLast, kKeepCur>(st, kLtr ? base + j : w - 1 - (base + kPerByte - 1 - j),
-                                          base + (kLtr ? j : kPerByte - 1 - j), (kLtr ? j : kPerByte - 1 - j) & 1u,
-                                          (kLtr ? kPerByte - 1 - j : j) * kBits)),
-       ...);
-    }(std::make_integer_sequence<unsigned, kPerByte>{});
+    // Scan position j of the byte.
+    const auto pixel = [&](unsigned j) HALFTONE_FORCE_INLINE {
+      LanesPixel<kLtr, kLast, kKeepCur>(st, kLtr ? base + j : w - 1 - (base + kPerByte - 1 - j),
+                                        base + (kLtr ? j : kPerByte - 1 - j), (kLtr ? j : kPerByte - 1 - j) & 1u,
+                                        (kLtr ? kPerByte - 1 - j : j) * kBits);
+    };
+    // A group's pixel bodies are several times a lone lane's: a kernel may unroll fewer
+    // columns of a byte there (kGroupUnroll).
+    constexpr unsigned kUnroll = kLanes > 1 && Opt::kGroupUnroll < kPerByte ? Opt::kGroupUnroll : kPerByte;
+#pragma GCC unroll 1
+    for (unsigned j = 0; j < kPerByte; j += kUnroll)
+      [&]<unsigned... u>(std::integer_sequence<unsigned, u...>)
+          HALFTONE_FORCE_INLINE { (pixel(j + u), ...); }(std::make_integer_sequence<unsigned, kUnroll>{});
     Flush(st, k);
   }
 
