@@ -12,16 +12,6 @@
 
 namespace halftone::random_split {
 
-// Widest group a pass runs well in: a pass whose lanes hold many live values (a decision
-// table and curve terms) may ask for narrower groups with `kLockstep`; measured, not derived.
-template <class Pass>
-constexpr unsigned LockstepWidth() {
-  if constexpr (requires { Pass::kLockstep; })
-    return Pass::kLockstep;
-  else
-    return kMaxLockstep;
-}
-
 // Runs a group of kLanes lanes; each lane's generator is left after its plane's draws.
 template <class Pass, class Decider, unsigned kLanes>
 void RunLockstepOf(const Decider& decide, const Band& band, FastLane* lanes, const ToneCurveSet& curves) {

@@ -155,7 +155,7 @@ struct FastSplit {
 
   // The along share by code when e and its half come from a window table (kTakesHalf): none,
   // half or all of e. `field` and `mask` read it from the entry (the mask clears a share of
-  // none); `mul` and `step` form it from an error with a curve term added, as ProductOfShare
+  // none); `mul` and `step` form it from an error with a curve term added, as ProductOf
   // does (a half's step, the only one here, is for negative e).
   struct TableAlong {
     unsigned field[kCodes];
@@ -171,7 +171,7 @@ struct FastSplit {
       if (kAlong.kind == ColumnKind::kLinear) twice = 2 * kAlong.num[c] / kAlong.den;
       if (kAlong.kind == ColumnKind::kComplement) twice = 2 - 2 * kBelow.num[c] / kBelow.den;
       if (kAlong.kind == ColumnKind::kComplement && twice == 1) throw "the rest of a half has no field";
-      const ShareProduct p = ProductOfShare(twice, 2, false);
+      const ShareProduct p = ProductOf({twice, 2});
       t.field[c] = twice == 1 ? kEntryPart : kEntryErr;
       t.mask[c] = twice == 0 ? 0 : -1;
       t.mul[c] = p.mul;
@@ -202,7 +202,7 @@ struct FastSplit {
     for (unsigned c = 0; c < kCodes; ++c) {
       const bool rest = kSplits[c].along == fraction::kRestAfterThird;
       t.field[c] = rest ? kEntryRest : kEntryPart;
-      t.product[c] = ProductOfShare(1, 3, rest);
+      t.product[c] = ProductOf({1, 3, rest});
     }
     return t;
   }

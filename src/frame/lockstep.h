@@ -39,6 +39,15 @@ HALFTONE_FORCE_INLINE inline const T* PinnedAddress(const T* p) {
 
 // Planes run in lockstep groups of at most this many (WithLaneCount has a case for each size).
 inline constexpr unsigned kMaxLockstep = 4;
+// The widest group a pass or kernel runs well in: a type whose lanes hold many live values may
+// ask for narrower groups with `kLockstep` (measured, not derived).
+template <class T>
+constexpr unsigned LockstepWidth() {
+  if constexpr (requires { T::kLockstep; })
+    return T::kLockstep;
+  else
+    return kMaxLockstep;
+}
 
 // Planes a group holds: up to `widest` (at most kMaxLockstep) on one thread; with more threads
 // the planes are spread so that every thread gets a group, but no group is made smaller than
@@ -130,24 +139,6 @@ inline auto LaneRowA(Rows& rows, unsigned p, unsigned planes) {
 template <class Rows>
 inline auto LaneRowB(Rows& rows, unsigned p, unsigned planes) {
   return p + 1 == planes ? rows.b() : rows.lane_b(p);
-}
-
-// The serpentine row order of a band of h >= 1 rows: rows 0 .. h-2 alternate left to right
-// (even rows) and right to left, then the band's last row in its own direction. Calls
-// row.template operator()<kLeftToRight, kLastRow>(y), e.g. with a lambda
-// [&]<bool kLtr, bool kLast>(std::size_t y) { ... }.
-template <class RowFn>
-inline void ScanSerpentineRows(std::size_t h, RowFn&& row) {
-  for (std::size_t y = 0; y + 1 < h; ++y) {
-    if ((y & 1) == 0)
-      row.template operator()<true, false>(y);
-    else
-      row.template operator()<false, false>(y);
-  }
-  if (((h - 1) & 1) == 0)
-    row.template operator()<true, true>(h - 1);
-  else
-    row.template operator()<false, true>(h - 1);
 }
 
 }  // namespace halftone

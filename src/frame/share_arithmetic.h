@@ -99,18 +99,12 @@ struct ShareProduct {
   std::int64_t flip;  // -1: the step is for negative e; 0: for positive e
   std::int64_t step;  // 1 where the share divides, else 0
 };
-constexpr ShareProduct ProductOfShare(int num, int den, bool rest) {
-  constexpr std::int64_t kOne = std::int64_t{1} << 32;
-  if (num == 0 || num == den) {
-    const bool all = (num == den) != rest;
-    return {all ? kOne : 0, 0, 0};
-  }
-  const std::int64_t share = num * RoundedUpReciprocal(den);
-  return rest ? ShareProduct{kOne - share, 0, 1} : ShareProduct{share, -1, 1};
-}
 constexpr ShareProduct ProductOf(const Fraction& f) {
   if (f.rounding != Rounding::kTrunc || !UpToQuarters(f)) throw "truncated fractions up to quarters only";
-  return ProductOfShare(f.num, f.den, f.rest);
+  constexpr std::int64_t kOne = std::int64_t{1} << 32;
+  if (!Divides(f)) return {IsWhole(f) ? kOne : 0, 0, 0};
+  const std::int64_t share = f.num * RoundedUpReciprocal(f.den);
+  return f.rest ? ShareProduct{kOne - share, 0, 1} : ShareProduct{share, -1, 1};
 }
 HALFTONE_FORCE_INLINE constexpr std::int64_t HighWord(std::int64_t e, std::int64_t mul) { return (e * mul) >> 32; }
 // Without a branch on the side (a drawn split no predictor learns): "the side's e is positive",

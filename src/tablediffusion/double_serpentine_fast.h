@@ -42,16 +42,6 @@ struct PlainFast {
   static Real Finish(Real n, const Px&) { return n; }
 };
 
-// Widest group a member runs well in: a member may ask for narrower groups with `kLockstep`
-// (measured with halftone_bench, not derived).
-template <class Fast>
-constexpr unsigned LockstepWidth() {
-  if constexpr (requires { Fast::kLockstep; })
-    return Fast::kLockstep;
-  else
-    return kMaxLockstep;
-}
-
 // A member's fast traits:
 //   kWhiteGuard, kReversedEndTest, kQuarterAtRowEnd  as the reference traits
 //   kDrawsPerPixel                   true when every pixel but the row end takes one drawn word

@@ -182,9 +182,7 @@ struct KernelOptions {
   static constexpr bool kSpreadsDown = [] {
     if constexpr (requires { K::kSpreadsDown; }) return K::kSpreadsDown; else return false;
   }();
-  static constexpr unsigned kWidest = [] {
-    if constexpr (requires { K::kLockstep; }) return K::kLockstep; else return kMaxLockstep;
-  }();
+  static constexpr unsigned kWidest = LockstepWidth<K>();
   static constexpr bool kWholeGroups = [] {
     if constexpr (requires { K::kWholeGroups; }) return K::kWholeGroups; else return false;
   }();
