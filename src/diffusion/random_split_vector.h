@@ -27,6 +27,7 @@
 #include "diffusion/random_split_fast.h"
 #include "frame/dispatch.h"
 #include "frame/vector_lanes.h"
+#include "frame/vector_scan.h"
 
 #if HALFTONE_VECTOR_ROWS
 namespace halftone::random_split {
@@ -89,62 +90,33 @@ constexpr bool VectorSplits() {
   return true;
 }
 
+// The inner rows of a group on the vector engine (frame/vector_scan.h): each row draws every
+// lane's split codes and lays in the curve terms; a column is the decision and the split.
 template <class Pass, class VectorDecider, class Decider>
 class VectorRows {
  public:
-  // lanes[0 .. n-1] are the group's planes (n <= kVectorLanes); a missing lane repeats
-  // lane 0's inputs and its results are dropped.
+  static constexpr unsigned kBits = Pass::kBits;
+  static constexpr bool kStartsFromInput = true;
+
+  // lanes[0 .. n-1] are the group's planes (n <= kVectorLanes).
   VectorRows(const VectorDecider& vdecide, const Decider& decide, const Band& band, const FastLane* lanes, unsigned n,
              const ToneCurveSet& curves, VectorRowsMemory mem)
       : vdecide_(vdecide), decide_(decide), band_(band), n_(n), curve_a_(curves.a().data()),
-        curve_b_(curves.b().data()), mem_(mem) {
+        curve_b_(curves.b().data()) {
     for (unsigned l = 0; l < kVectorLanes; ++l) {
       const FastLane& from = lanes[l < n ? l : 0];
-      rows_[l] = from.rows;
       random_[l] = from.random;
       words_[l] = from.words;
-      p_[l] = from.p;
     }
+    const std::size_t entries = VectorRowsMemory::Columns(band.w) * kVectorLanes;
+    std::memset(mem.terms[0], 0, entries * sizeof(std::int16_t));
+    std::memset(mem.terms[1], 0, entries * sizeof(std::int16_t));
   }
 
   const RandomBitSource& random(unsigned l) const { return random_[l]; }
 
-  // Rows 0 .. h-2 (h >= 2). Leaves each lane's working rows as the scalar scan leaves them
-  // before the band's last row: the scanned values of row h-2 and the starting values of row
-  // h-1.
-  void Run() {
-    const std::size_t w = band_.w, h = band_.h;
-    const std::size_t n = VectorRowsMemory::Columns(w) * kVectorLanes;
-    std::memset(mem_.terms[0], 0, n * sizeof(std::int16_t));
-    std::memset(mem_.terms[1], 0, n * sizeof(std::int16_t));
-    std::memset(mem_.dots, 0, n);
-    const std::uint8_t* row0[kVectorLanes];
-    for (unsigned l = 0; l < kVectorLanes; ++l) row0[l] = band_.In(0, p_[l]);
-    InterleaveBytes(row0, w, mem_.samples);
-    for (unsigned l = 0; l < n_; ++l) {
-      std::int16_t* carry = rows_[l].carry;
-      for (std::size_t x = 0; x < w; ++x) {
-        mem_.cur[kVectorLanes * x + l] = Store16(row0[l][x] + (carry ? carry[x] : 0));
-        if (carry) carry[x] = 0;
-      }
-    }
-    for (unsigned l = n_; l < kVectorLanes; ++l)
-      for (std::size_t x = 0; x < w; ++x) mem_.cur[kVectorLanes * x + l] = mem_.cur[kVectorLanes * x];
-
-    ScanInnerRows(h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
-    std::int16_t* a[kVectorLanes];
-    std::int16_t* b[kVectorLanes];
-    for (unsigned l = 0; l < n_; ++l) {
-      a[l] = rows_[l].a;
-      b[l] = rows_[l].b;
-    }
-    HandBackRows(mem_, w, h, n_, a, b);
-  }
-
  private:
   static constexpr const ScanTraits& kScan = Pass::kScan;
-  static constexpr unsigned kBits = Pass::kBits;
-  static constexpr unsigned kPerByte = 8 / kBits;
   static constexpr unsigned kCodeMask = kScan.draw_bits == 2 ? 3u : 1u;
   static constexpr unsigned kCodes = kScan.draw_bits == 2 ? 4 : 2;
   static constexpr std::size_t kRowEndDraws = kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
@@ -184,104 +156,70 @@ class VectorRows {
     return share;
   }
 
-  // The row's draws, the samples below it and its curve terms, interleaved.
+ public:
   template <bool kLtr>
-  void PrepareRow(std::size_t y) {
+  struct RowKernel {
+    VectorDecider vdecide;
+    const VectorRows* rows;
+    const std::int16_t* terms;
+    const std::uint8_t* samples;
+    const std::uint8_t* codes;
+
+    HALFTONE_FORCE_INLINE VectorColumn Column(vec::V16 v, std::size_t at, std::size_t i) const {
+      const auto sample = vdecide.Prepare(vec::Load8(samples + at));
+      vec::V16 dot;
+      const vec::V16 e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
+      const vec::V16 code = vec::Load8(codes + kVectorLanes * i);
+      return {ShareFor<kLtr, false>(code, e), ShareFor<kLtr, true>(code, e), dot};
+    }
+    // The pixel ending an inner row: part of its error goes down, the rest is lost.
+    VectorEnd End(unsigned l, int held, std::size_t at) const {
+      const std::size_t w = rows->band_.w;
+      const std::size_t x = kLtr ? w - 1 : 0;
+      const std::uint8_t s = samples[at];
+      const Outcome o = rows->decide_.Decide(held, s);
+      int term = 0;
+      if constexpr (kScan.curve_terms) {
+        if (kLtr ? (x & 1) != 0 : (x & 1) == 0) term = kLtr ? rows->curve_a_[s] : rows->curve_b_[s];
+      }
+      const int e = Store16(o.err + term);
+      unsigned bit = 0;
+      if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (rows->words_[l][w - 1] >> 1) & 1u;
+      return {ShareOf(kScan.inner_row_end.below[bit], e), o.code};
+    }
+  };
+
+  // The row's draws and its curve terms, interleaved.
+  template <bool kLtr>
+  RowKernel<kLtr> Row(std::size_t, const VectorRowsMemory& mem) {
     const std::size_t w = band_.w;
     const std::uint32_t* words[kVectorLanes];
-    const std::uint8_t* below[kVectorLanes];
     for (unsigned l = 0; l < kVectorLanes; ++l) {
       if (l < n_) random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
       words[l] = words_[l < n_ ? l : 0];
-      below[l] = band_.In(y + 1, p_[l]);
     }
-    InterleaveCodes(words, w - 1, kCodeMask, mem_.codes);
-    InterleaveBytes(below, w, mem_.below);
+    InterleaveCodes(words, w - 1, kCodeMask, mem.codes);
+    std::int16_t* terms = mem.terms[kLtr ? 0 : 1];
     if constexpr (kScan.curve_terms) {
       // Terms fall on odd columns left to right and even ones right to left; the other
       // columns stay zero.
       const std::uint8_t* curve = kLtr ? curve_a_ : curve_b_;
-      std::int16_t* terms = mem_.terms[kLtr ? 0 : 1];
       const std::size_t n = w * kVectorLanes;
       for (std::size_t i = (kLtr ? 1 : 0) * kVectorLanes; i < n; i += 2 * kVectorLanes)
-        for (unsigned l = 0; l < kVectorLanes; ++l) terms[i + l] = curve[mem_.samples[i + l]];
+        for (unsigned l = 0; l < kVectorLanes; ++l) terms[i + l] = curve[mem.samples[i + l]];
     }
+    return {vdecide_, this, terms, mem.samples, mem.codes};
   }
 
-  template <bool kLtr, bool kKeep>
-  void Row(std::size_t y) {
-    PrepareRow<kLtr>(y);
-    const std::size_t w = band_.w;
-    const VectorDecider vdecide = vdecide_;
-    std::int16_t* const cur = mem_.cur;
-    std::int16_t* const next = mem_.next;
-    const std::int16_t* const terms = mem_.terms[kLtr ? 0 : 1];
-    const std::uint8_t* const samples = mem_.samples;
-    const std::uint8_t* const below = mem_.below;
-    const std::uint8_t* const codes = mem_.codes;
-    std::uint8_t* const dots = mem_.dots;
-    constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
-
-    std::size_t at = kLtr ? 0 : (w - 1) * kVectorLanes;  // column x's entries
-    vec::V16 v = vec::Load16(cur + at);
-    for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
-      const auto sample = vdecide.Prepare(vec::Load8(samples + at));
-      if constexpr (kKeep) vec::Store16(cur + at, v);
-      vec::V16 dot;
-      const vec::V16 e = vdecide.Error(v, sample, vec::Load16(terms + at), dot);
-      vec::Store8(dots + at, dot);
-      const vec::V16 code = vec::Load8(codes + kVectorLanes * i);
-      const vec::V16 along = ShareFor<kLtr, false>(code, e);
-      const vec::V16 down = ShareFor<kLtr, true>(code, e);
-      vec::Store16(next + at, vec::Load8(below + at) + down);
-      v = vec::Load16(cur + at + kStep) + along;
-    }
-    EndPixel<kLtr>(v);
-    PackRow(y);
-    std::swap(mem_.cur, mem_.next);
-    std::swap(mem_.samples, mem_.below);
-  }
-
-  // The pixel ending an inner row, lane by lane: part of its error goes down, the rest is lost.
-  template <bool kLtr>
-  void EndPixel(vec::V16 v) {
-    const std::size_t w = band_.w;
-    const std::size_t x = kLtr ? w - 1 : 0;
-    for (unsigned l = 0; l < n_; ++l) {
-      const std::size_t at = kVectorLanes * x + l;
-      const std::uint8_t s = mem_.samples[at];
-      mem_.cur[at] = vec::At(v, l);
-      const Outcome o = decide_.Decide(vec::At(v, l), s);
-      mem_.dots[at] = static_cast<std::uint8_t>(o.code);
-      int term = 0;
-      if constexpr (kScan.curve_terms) {
-        if (kLtr ? (x & 1) != 0 : (x & 1) == 0) term = kLtr ? curve_a_[s] : curve_b_[s];
-      }
-      const int e = Store16(o.err + term);
-      unsigned bit = 0;
-      if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (words_[l][w - 1] >> 1) & 1u;
-      mem_.next[at] = Store16(mem_.below[at] + ShareOf(kScan.inner_row_end.below[bit], e));
-    }
-  }
-
-  // The row's dots into each plane's output row.
-  void PackRow(std::size_t y) {
-    std::uint8_t* out[kVectorLanes];
-    for (unsigned l = 0; l < n_; ++l) out[l] = band_.Out(y, p_[l]);
-    PackDots<kBits>(mem_.dots, band_.w, out, n_);
-  }
-
+ private:
   const VectorDecider& vdecide_;
   const Decider& decide_;
   const Band& band_;
   unsigned n_;
   const std::uint8_t* curve_a_;
   const std::uint8_t* curve_b_;
-  VectorRowsMemory mem_;
-  PlaneRows rows_[kVectorLanes];
   RandomBitSource random_[kVectorLanes];
   std::uint32_t* words_[kVectorLanes];
-  unsigned p_[kVectorLanes];
 };
 
 // A group of up to kVectorLanes planes: the inner rows as vectors, then each plane's last row on
@@ -290,7 +228,9 @@ template <class Pass, class VectorDecider, class Decider>
 void RunVectorGroup(const VectorDecider& vdecide, const Decider& decide, const Band& band, FastLane* lanes, unsigned n,
                     const ToneCurveSet& curves, VectorRowsMemory mem) {
   VectorRows<Pass, VectorDecider, Decider> rows(vdecide, decide, band, lanes, n, curves, mem);
-  rows.Run();
+  VectorLane vlanes[kVectorLanes];
+  for (unsigned l = 0; l < n; ++l) vlanes[l] = {lanes[l].rows.a, lanes[l].rows.b, lanes[l].rows.carry, lanes[l].p};
+  VectorScan(rows, band, vlanes, n, mem).Run();
   for (unsigned l = 0; l < n; ++l) {
     lanes[l].random = rows.random(l);
     LockstepScan<Pass, Decider, 1> last(decide, band, &lanes[l], curves);

@@ -23,6 +23,7 @@
 #include "frame/random_bits.h"
 #include "tablediffusion/level_bias_rules.h"
 #include "tablediffusion/serpentine_lockstep.h"
+#include "tablediffusion/serpentine_vector.h"
 
 namespace halftone::level_bias {
 
@@ -72,79 +73,69 @@ struct LevelBiasKernel {
 };
 
 #if HALFTONE_VECTOR_ROWS
-// Rows 0 .. h-2 of a full group of a bilevel member with the planes as the 16-bit lanes of one
-// vector, on interleaved rows in the group's scratch memory; the lanes get their working rows
-// back before the last row, which runs on the engine. Each row: the samples are interleaved and
-// every pixel's record looked up lane by lane, taking the draws in scan order; the columns are
-// scanned; the dots are packed. A column where some lane's carried value could take the error
-// out of 16 bits, and the pixel ending each row, are done in ints, lane by lane. (The
-// four-level member's quantiser costs more as vector compares than its window table does on
-// the engine: 0.96-0.99 times the scalar rate.)
+// The rows of a full group of a bilevel member on the vector engine (frame/vector_scan.h). Each
+// row looks up every pixel's record lane by lane, taking the draws in scan order; a column is
+// the error, its rule's share ahead and the rest down. A column where some lane's carried value
+// could take the error out of 16 bits, and the pixel ending each row, are done in ints, lane by
+// lane. (The four-level member's quantiser costs more as vector compares than its window table
+// does on the scalar engine: 0.96-0.99 times the scalar rate.)
 template <const LevelBiasTraits& M>
 class VectorRows {
   static constexpr unsigned kLanes = halftone::kVectorLanes;
 
  public:
-  VectorRows(const Band& band, const serpentine_lockstep::Lane* lanes, const std::uint8_t** words,
-             const VectorMemory& mem)
-      : band_(band), mem_(mem) {
-    for (unsigned l = 0; l < kLanes; ++l) {
-      lanes_[l] = lanes[l];
-      words_[l] = words[lanes[l].p];
-    }
-  }
-
-  // Leaves each lane's working rows as the engine leaves them before the last row, and `words`
-  // at each plane's first draw of that row.
-  void Run(const std::uint8_t** words) {
-    const std::size_t w = band_.w;
-    std::memset(mem_.dots, 0, VectorMemory::Columns(w) * kLanes);
-    for (unsigned l = 0; l < kLanes; ++l)
-      for (std::size_t x = 0; x < w; ++x) {
-        mem_.cur[kLanes * x + l] = lanes_[l].carry[x];
-        lanes_[l].carry[x] = 0;
-      }
-    halftone::ScanInnerRows(band_.h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
-    std::int16_t* a[kLanes];
-    std::int16_t* b[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) {
-      a[l] = lanes_[l].a;
-      b[l] = lanes_[l].b;
-      words[lanes_[l].p] = words_[l];
-    }
-    halftone::HandBackRows(mem_, w, band_.h, kLanes, a, b);
-  }
-
- private:
   static constexpr unsigned kBits = M.bits;
   static_assert(kBits == 1);
+  static constexpr bool kStartsFromInput = false;
 
-  // A pixel in ints from its sample, carried value and record: error, ahead share and code.
-  struct IntPixel {
-    int e, ahead;
-    unsigned code;
-  };
-  static IntPixel PixelOfRecord(int v, int c, std::uint32_t record) {
-    const int s = c + v;
-    const bool dot = s <= kBilevelThreshold;
-    const int e = s - (dot ? 0 : kWhite) + static_cast<std::int16_t>(record & 0xFFFF);
-    return {e, serpentine_lockstep::AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), dot ? 1u : 0u};
+  // `words` by plane: its next prepared draw, moved on as the rows take them.
+  VectorRows(const Band& band, const serpentine_lockstep::Lane* lanes, const std::uint8_t** words)
+      : band_(band), words_(words) {
+    for (unsigned l = 0; l < kLanes; ++l) p_[l] = lanes[l].p;
   }
 
   template <bool kLtr>
-  void PrepareRow(std::size_t y) {
+  struct RowKernel {
+    const std::uint32_t* records;
+    const std::uint8_t* samples;
+
+    HALFTONE_FORCE_INLINE static bool Fits(vec::V16 held) { return !serpentine_lockstep::AnyHeldOverLimit(held); }
+    HALFTONE_FORCE_INLINE VectorColumn Column(vec::V16 held, std::size_t at, std::size_t) const {
+      constexpr std::uint16_t kAny = kVectorFlags<M, kLtr, false>, kEvery = kVectorFlags<M, kLtr, true>;
+      const vec::V16 rec = serpentine_lockstep::ColumnRecords(records + at);  // bias low, rules high
+      vec::V16 code;
+      const vec::V16 e = Decide{}.Error(vec::Load8(samples + at) + held, {}, rec, code);
+      const vec::V16 ahead = serpentine_lockstep::AheadByFlags<kAny, kEvery>(e, serpentine_lockstep::UpperLanes(rec));
+      return {ahead, e - ahead, code};
+    }
+    VectorEnd End(unsigned, int held, std::size_t at) const {
+      const IntPixel px = PixelOfRecord(samples[at], held, records[at]);
+      return {px.e - px.ahead, px.code};
+    }
+    [[gnu::noinline]] VectorColumn Cold(vec::V16 held, std::size_t at, std::size_t) const {
+      VectorColumn c{};
+      for (unsigned l = 0; l < kLanes; ++l) {
+        const IntPixel px = PixelOfRecord(samples[at + l], vec::At(held, l), records[at + l]);
+        c.ahead[l] = static_cast<std::uint16_t>(px.ahead);
+        c.down[l] = static_cast<std::uint16_t>(px.e - px.ahead);
+        c.dot[l] = static_cast<std::uint16_t>(px.code);
+      }
+      return c;
+    }
+  };
+
+  // Each pixel of the row's record, column by column in scan order, so each lane takes its
+  // draws as the scalar row does.
+  template <bool kLtr>
+  RowKernel<kLtr> Row(std::size_t, const VectorMemory& mem) {
     const std::size_t w = band_.w;
-    const std::uint8_t* in[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) in[l] = band_.In(y, lanes_[l].p);
-    halftone::InterleaveBytes(in, w, mem_.samples);
     const std::uint32_t* even = VectorRecordsOf<M>(kLtr).data();
     const std::uint32_t* odd = even + kRecordsPerParity;
     constexpr int kLimit = DrawLimit(M, kLtr);
-    std::uint32_t* records = mem_.records();
-    const std::uint8_t* const samples = mem_.samples;
+    std::uint32_t* records = mem.records();
+    const std::uint8_t* const samples = mem.samples;
     const std::uint8_t* words[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) words[l] = words_[l];
-    // Column by column in scan order, so each lane takes its draws as the scalar row does.
+    for (unsigned l = 0; l < kLanes; ++l) words[l] = words_[p_[l]];
     const auto put = [&](std::size_t x, const std::uint32_t* table) HALFTONE_FORCE_INLINE {
       ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
         const unsigned v = samples[kLanes * x + l];
@@ -161,62 +152,21 @@ class VectorRows {
       if ((x & 1) != 0) put(--x, even);
       for (; x >= 2; x -= 2) put(x - 1, odd), put(x - 2, even);
     }
-    for (unsigned l = 0; l < kLanes; ++l) words_[l] = words[l];
+    for (unsigned l = 0; l < kLanes; ++l) words_[p_[l]] = words[l];
+    return {records, samples};
   }
 
-  template <bool kLtr, bool kKeep>
-  void Row(std::size_t y) {
-    using namespace halftone::vec;
-    PrepareRow<kLtr>(y);
-    const std::size_t w = band_.w;
-    std::int16_t* const cur = mem_.cur;
-    std::int16_t* const next = mem_.next;
-    const std::uint32_t* const records = mem_.records();
-    const std::uint8_t* const samples = mem_.samples;
-    std::uint8_t* const dots = mem_.dots;
-    constexpr std::ptrdiff_t kStep = kLtr ? kLanes : -static_cast<std::ptrdiff_t>(kLanes);
-    constexpr std::uint16_t kAny = kVectorFlags<M, kLtr, false>, kEvery = kVectorFlags<M, kLtr, true>;
-    const Decide decide;
-
-    std::size_t at = kLtr ? 0 : (w - 1) * kLanes;
-    V16 held = Load16(cur + at);
-    for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
-      if constexpr (kKeep) Store16(cur + at, held);
-      V16 ahead, down, code;
-      if (!serpentine_lockstep::AnyHeldOverLimit(held)) [[likely]] {
-        const V16 rec = serpentine_lockstep::ColumnRecords(records + at);  // bias low, rules high
-        const V16 e = decide.Error(Load8(samples + at) + held, {}, rec, code);
-        ahead = serpentine_lockstep::AheadByFlags<kAny, kEvery>(e, serpentine_lockstep::UpperLanes(rec));
-        down = e - ahead;
-      } else {
-        IntColumn(held, at, ahead, down, code);
-      }
-      Store16(next + at, down);
-      Store8(dots + at, code);
-      held = Load16(cur + at + kStep) + ahead;
-    }
-    // The pixel ending the row: its ahead share has no pixel to go to.
-    for (unsigned l = 0; l < kLanes; ++l, ++at) {
-      cur[at] = At(held, l);
-      const IntPixel px = PixelOfRecord(samples[at], At(held, l), records[at]);
-      next[at] = Store16(px.e - px.ahead);
-      dots[at] = static_cast<std::uint8_t>(px.code);
-    }
-    std::uint8_t* out[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) out[l] = band_.Out(y, lanes_[l].p);
-    halftone::PackDots<kBits>(dots, w, out, kLanes);
-    std::swap(mem_.cur, mem_.next);
-  }
-
-  [[gnu::noinline]] void IntColumn(vec::V16 held, std::size_t at, vec::V16& ahead, vec::V16& down,
-                                   vec::V16& code) const {
-    ahead = down = code = vec::V16{};
-    for (unsigned l = 0; l < kLanes; ++l) {
-      const IntPixel px = PixelOfRecord(mem_.samples[at + l], vec::At(held, l), mem_.records()[at + l]);
-      ahead[l] = static_cast<std::uint16_t>(px.ahead);
-      down[l] = static_cast<std::uint16_t>(px.e - px.ahead);
-      code[l] = static_cast<std::uint16_t>(px.code);
-    }
+ private:
+  // A pixel in ints from its sample, carried value and record: error, ahead share and code.
+  struct IntPixel {
+    int e, ahead;
+    unsigned code;
+  };
+  static IntPixel PixelOfRecord(int v, int c, std::uint32_t record) {
+    const int s = c + v;
+    const bool dot = s <= kBilevelThreshold;
+    const int e = s - (dot ? 0 : kWhite) + static_cast<std::int16_t>(record & 0xFFFF);
+    return {e, serpentine_lockstep::AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), dot ? 1u : 0u};
   }
 
   static constexpr int kBilevelLevels[2] = {0, kWhite};
@@ -224,9 +174,8 @@ class VectorRows {
   using Decide = halftone::FixedStepsDecide<kBilevelThresholds, kBilevelLevels, 1>;
 
   const Band& band_;
-  VectorMemory mem_;
-  serpentine_lockstep::Lane lanes_[kLanes];
-  const std::uint8_t* words_[kLanes];
+  const std::uint8_t** words_;
+  unsigned p_[kLanes];
 };
 #endif
 
@@ -273,7 +222,10 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
           });
           return;
         }
-        VectorRows<M>(band, lanes, first_word.data(), mem).Run(first_word.data());
+        VectorRows<M> rows(band, lanes, first_word.data());
+        VectorLane vlanes[kVectorLanes];
+        serpentine_lockstep::VectorLanesOf(lanes, n, vlanes);
+        VectorScan(rows, band, vlanes, n, mem).Run();
         for (unsigned l = 0; l < n; ++l) serpentine_lockstep::Scan<LevelBiasKernel<M>, 1>(kernel, band, &lanes[l]).LastRow();
       });
       return;

@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "frame/vector_lanes.h"
+#include "frame/vector_scan.h"
 #include "tablediffusion/serpentine_lockstep.h"
 
 #if HALFTONE_VECTOR_ROWS
@@ -131,40 +132,56 @@ HALFTONE_FORCE_INLINE inline vec::V16 BilevelVectorError(vec::V16 s, vec::V16 bi
 //   Term<kLtr>(level, odd)          its curve term (0..65535 as a 16-bit value);
 //   VectorError(s, biased, dot)     from s = level + value and biased = s + term, the error
 //                                   and the dot (all ones where a dot is set).
+// TableRows is what the vector engine (frame/vector_scan.h) runs for such a kernel: each row
+// looks up every pixel's record, and a column is the error, its rule's share ahead and the rest
+// down.
 template <class Kernel>
-class VectorScan {
+class TableRows {
  public:
-  VectorScan(const Kernel& kernel, const Band& band, const Lane* lanes, unsigned n, VectorRowsMemory mem)
-      : k_(kernel), band_(band), n_(n), mem_(mem) {
-    for (unsigned l = 0; l < kVectorLanes; ++l) lanes_[l] = lanes[l < n ? l : 0];
-  }
+  static constexpr unsigned kBits = Kernel::kBits;
+  static constexpr bool kStartsFromInput = false;
 
-  // Rows 0 .. h-2 (h >= 2), leaving each lane's working rows as the scalar scan leaves them
-  // before the last row.
-  void Run() {
-    const std::size_t w = band_.w, h = band_.h;
-    std::memset(mem_.dots, 0, VectorRowsMemory::Columns(w) * kVectorLanes);
+  TableRows(const Kernel& kernel, const Band& band, const Lane* lanes) : k_(kernel), band_(band) {
+    for (unsigned l = 0; l < kVectorLanes; ++l) lanes_[l] = lanes[l];
     MakeRecords<true>();
     MakeRecords<false>();
-    for (unsigned l = 0; l < kVectorLanes; ++l)
-      for (std::size_t x = 0; x < w; ++x) {
-        mem_.cur[kVectorLanes * x + l] = lanes_[l].carry[x];
-        if (l < n_) lanes_[l].carry[x] = 0;
-      }
-    halftone::ScanInnerRows(h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
-    std::int16_t* a[kVectorLanes];
-    std::int16_t* b[kVectorLanes];
-    for (unsigned l = 0; l < n_; ++l) {
-      a[l] = lanes_[l].a;
-      b[l] = lanes_[l].b;
+  }
+
+  template <bool kLtr>
+  struct RowKernel {
+    const TableRows* rows;
+    std::size_t y;
+    const std::uint32_t* records;
+    const std::uint8_t* levels;
+
+    HALFTONE_FORCE_INLINE static bool Fits(vec::V16 held) { return !AnyHeldOverLimit(held); }
+    HALFTONE_FORCE_INLINE VectorColumn Column(vec::V16 held, std::size_t at, std::size_t) const {
+      const vec::V16 rec = ColumnRecords(records + at);  // terms low, rules high
+      const vec::V16 s = vec::Load8(levels + at) + held;
+      vec::V16 dot;
+      const vec::V16 e = rows->k_.VectorError(s, s + rec, dot);
+      const vec::V16 ahead = AheadOf<kLtr>(e, UpperLanes(rec));
+      return {ahead, e - ahead, dot & vec::Splat(1)};
     }
-    halftone::HandBackRows(mem_, w, h, n_, a, b);
+    VectorColumn Cold(vec::V16 held, std::size_t at, std::size_t i) const {
+      return rows->template ScalarColumn<kLtr>(held, y, i, at / kVectorLanes);
+    }
+    VectorEnd End(unsigned l, int held, std::size_t at) const {
+      const std::size_t w = rows->band_.w;
+      const std::size_t x = kLtr ? w - 1 : 0;
+      const unsigned drawn = Kernel::kDraws ? rows->lanes_[l].drawn[y * w + (w - 1)] : 0u;
+      const PixelOut o = rows->k_.template Step<kLtr>(levels[at], held, x, static_cast<unsigned>(x & 1), drawn);
+      return {o.down, o.code};
+    }
+  };
+  template <bool kLtr>
+  RowKernel<kLtr> Row(std::size_t y, const VectorRowsMemory& mem) {
+    PrepareRow<kLtr>(y, mem);
+    k_.SetRow(y);
+    return {this, y, mem.records(), mem.samples};
   }
 
  private:
-  static constexpr unsigned kBits = Kernel::kBits;
-  static constexpr unsigned kPerByte = 8 / kBits;
-
   // A pixel's curve term (low half) and rule flags (high half) by scan direction, column
   // parity, input level and the draw's two low bits, made once per group.
   static constexpr std::size_t kRuleCodes = 4;
@@ -181,17 +198,14 @@ class VectorScan {
         }
   }
 
-  // The row's levels, and each pixel's record.
+  // Each pixel of row y's record, from its level (interleaved in mem.samples) and its draw.
   template <bool kLtr>
-  void PrepareRow(std::size_t y) {
+  void PrepareRow(std::size_t y, const VectorRowsMemory& mem) const {
     const std::size_t w = band_.w;
-    const std::uint8_t* in[kVectorLanes];
-    for (unsigned l = 0; l < kVectorLanes; ++l) in[l] = band_.In(y, lanes_[l].p);
-    halftone::InterleaveBytes(in, w, mem_.samples);
-    auto* out = reinterpret_cast<unsigned char*>(mem_.records());
+    auto* out = reinterpret_cast<unsigned char*>(mem.records());
     const std::uint32_t* even = records_[kLtr];
     const std::uint32_t* odd = records_[kLtr] + kPerParity;
-    const std::uint8_t* const levels = mem_.samples;
+    const std::uint8_t* const levels = mem.samples;
     const std::uint8_t* drawn[kVectorLanes];  // by scan position
     for (unsigned l = 0; l < kVectorLanes; ++l) drawn[l] = lanes_[l].drawn + y * w;
     // Column by column, the four lanes' records together.
@@ -227,86 +241,31 @@ class VectorScan {
     return AheadByFlags<kFlagsOf<kLtr, false>, kFlagsOf<kLtr, true>>(e, flags);
   }
 
-  template <bool kLtr, bool kKeep>
-  void Row(std::size_t y) {
-    using namespace halftone::vec;
-    PrepareRow<kLtr>(y);
-    const std::size_t w = band_.w;
-    k_.SetRow(y);
-    std::int16_t* const cur = mem_.cur;
-    std::int16_t* const next = mem_.next;
-    const std::uint32_t* const records = mem_.records();
-    const std::uint8_t* const levels = mem_.samples;
-    std::uint8_t* const dots = mem_.dots;
-    constexpr std::ptrdiff_t kStep = kLtr ? kVectorLanes : -static_cast<std::ptrdiff_t>(kVectorLanes);
-    const V16 one = Splat(1);
-
-    std::size_t at = kLtr ? 0 : (w - 1) * kVectorLanes;
-    V16 held = Load16(cur + at);
-    for (std::size_t i = 0; i + 1 < w; ++i, at += kStep) {
-      if constexpr (kKeep) Store16(cur + at, held);
-      V16 ahead, down, dot;
-      if (!AnyHeldOverLimit(held)) [[likely]] {
-        const V16 rec = ColumnRecords(records + at);  // terms low, rules high
-        const V16 s = Load8(levels + at) + held;
-        const V16 e = k_.VectorError(s, s + rec, dot);
-        ahead = AheadOf<kLtr>(e, UpperLanes(rec));
-        down = e - ahead;
-      } else {
-        ScalarColumn<kLtr>(held, y, i, at / kVectorLanes, ahead, down, dot);
-      }
-      Store16(next + at, down);
-      Store8(dots + at, dot & one);
-      held = Load16(cur + at + kStep) + ahead;
-    }
-    EndPixel<kLtr>(held, y);
-    PackRow(y);
-    std::swap(mem_.cur, mem_.next);
-  }
-
   // A column whose values may leave 16 bits: each lane by the scalar kernel.
   template <bool kLtr>
-  [[gnu::noinline]] void ScalarColumn(vec::V16 held, std::size_t y, std::size_t i, std::size_t x, vec::V16& ahead,
-                                      vec::V16& down, vec::V16& dot) const {
-    ahead = down = dot = vec::V16{};
+  [[gnu::noinline]] VectorColumn ScalarColumn(vec::V16 held, std::size_t y, std::size_t i, std::size_t x) const {
+    VectorColumn c{};
     for (unsigned l = 0; l < kVectorLanes; ++l) {
       const std::uint8_t level = band_.In(y, lanes_[l].p)[x];
       const unsigned drawn = Kernel::kDraws ? lanes_[l].drawn[y * band_.w + i] : 0u;
       const PixelOut o = k_.template Step<kLtr>(level, vec::At(held, l), x, static_cast<unsigned>(x & 1), drawn);
-      ahead[l] = static_cast<std::uint16_t>(o.ahead);
-      down[l] = static_cast<std::uint16_t>(o.down);
-      dot[l] = static_cast<std::uint16_t>(-static_cast<int>(o.code));
+      c.ahead[l] = static_cast<std::uint16_t>(o.ahead);
+      c.down[l] = static_cast<std::uint16_t>(o.down);
+      c.dot[l] = static_cast<std::uint16_t>(o.code);
     }
-  }
-
-  // The pixel ending the row, lane by lane: its ahead share is dropped.
-  template <bool kLtr>
-  void EndPixel(vec::V16 held, std::size_t y) {
-    const std::size_t w = band_.w;
-    const std::size_t x = kLtr ? w - 1 : 0;
-    for (unsigned l = 0; l < n_; ++l) {
-      const std::size_t at = kVectorLanes * x + l;
-      mem_.cur[at] = vec::At(held, l);
-      const unsigned drawn = Kernel::kDraws ? lanes_[l].drawn[y * w + (w - 1)] : 0u;
-      const PixelOut o = k_.template Step<kLtr>(mem_.samples[at], vec::At(held, l), x, static_cast<unsigned>(x & 1), drawn);
-      mem_.next[at] = Store16(o.down);
-      mem_.dots[at] = static_cast<std::uint8_t>(o.code);
-    }
-  }
-
-  void PackRow(std::size_t y) {
-    std::uint8_t* out[kVectorLanes];
-    for (unsigned l = 0; l < n_; ++l) out[l] = band_.Out(y, lanes_[l].p);
-    halftone::PackDots<kBits>(mem_.dots, band_.w, out, n_);
+    return c;
   }
 
   Kernel k_;
   const Band& band_;
-  unsigned n_;
-  VectorRowsMemory mem_;
   Lane lanes_[kVectorLanes];
   std::uint32_t records_[2][2 * kPerParity];  // [left to right][parity * kPerParity + ...]
 };
+
+// The planes of a group as the vector engine's lanes.
+inline void VectorLanesOf(const Lane* lanes, unsigned n, VectorLane* out) {
+  for (unsigned l = 0; l < n; ++l) out[l] = {lanes[l].a, lanes[l].b, lanes[l].carry, lanes[l].p};
+}
 
 // Every plane of a band (w >= 1, h >= 2) for a kernel with vector rows: groups of four planes
 // as vector lanes, each plane's last row on the scalar scan. A smaller group (the rest of the
@@ -327,7 +286,10 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
       WithLaneCount(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
       return;
     }
-    VectorScan<Kernel>(kernel, band, lanes, n, mem).Run();
+    TableRows<Kernel> rows(kernel, band, lanes);
+    VectorLane vlanes[kVectorLanes];
+    VectorLanesOf(lanes, n, vlanes);
+    VectorScan(rows, band, vlanes, n, mem).Run();
     for (unsigned l = 0; l < n; ++l) {
       Lane last = lanes[l];
       last.drawn += (band.h - 1) * band.w;
