@@ -36,11 +36,10 @@ inline bool Dot(std::uint8_t v, std::uint8_t t) {
 }
 
 // The two dot bytes of 16 samples `in` against 16 thresholds `t`.
-template <Compare C>
-inline void PackChunk(const std::uint8_t* in, const std::uint8_t* t, std::uint8_t* out) {
 #if defined(__SSE2__)
-  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
-  const __m128i m = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t));
+inline __m128i Load16Bytes(const std::uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+template <Compare C>
+inline void PackChunk(__m128i v, __m128i m, std::uint8_t* out) {
   const __m128i low = _mm_min_epu8(v, m);
   unsigned bits;
   if constexpr (C == Compare::kAtMost)
@@ -49,14 +48,17 @@ inline void PackChunk(const std::uint8_t* in, const std::uint8_t* t, std::uint8_
     bits = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(low, m))) & 0xFFFFu;  // not t <= v
   out[0] = kReversed[bits & 0xFFu];
   out[1] = kReversed[bits >> 8];
+}
 #else
+template <Compare C>
+inline void PackChunk(const std::uint8_t* in, const std::uint8_t* t, std::uint8_t* out) {
   for (std::size_t k = 0; k < 2; ++k) {
     unsigned b = 0;
     for (std::size_t i = 0; i < 8; ++i) b |= static_cast<unsigned>(Dot<C>(in[8 * k + i], t[8 * k + i])) << (7 - i);
     out[k] = static_cast<std::uint8_t>(b);
   }
-#endif
 }
+#endif
 
 // Dots of pixels [0, w rounded down to 16) of one row into a cleared dot row. `row` holds the
 // thresholds of one tile row as pixel x meets them at row[x & period_mask]; the period is a
@@ -65,7 +67,20 @@ template <Compare C>
 inline std::size_t PackRow(const std::uint8_t* in, std::uint8_t* out, std::size_t w, const std::uint8_t* row,
                            std::size_t period_mask) {
   const std::size_t whole = w - w % kChunk;
+#if defined(__SSE2__)
+  if (period_mask == kChunk - 1) {
+    // A tile one chunk wide: its thresholds stay in a register. (Read from the tile every
+    // chunk, since a store of dots may alias it, the screens ran at 0.73 to 1.0 times this
+    // speed from one build of unrelated code to the next.)
+    const __m128i m = Load16Bytes(row);
+    for (std::size_t x = 0; x < whole; x += kChunk) PackChunk<C>(Load16Bytes(in + x), m, out + x / 8);
+    return whole;
+  }
+  for (std::size_t x = 0; x < whole; x += kChunk)
+    PackChunk<C>(Load16Bytes(in + x), Load16Bytes(row + (x & period_mask)), out + x / 8);
+#else
   for (std::size_t x = 0; x < whole; x += kChunk) PackChunk<C>(in + x, row + (x & period_mask), out + x / 8);
+#endif
   return whole;
 }
 

@@ -1,6 +1,7 @@
 // Threshold-matrix screens: each sample is compared with a matrix tiled over the band. Low
 // samples mean more ink, so a dot is set where the sample lies below the threshold.
 #include <array>
+#include <cstring>
 
 #include "frame/dispatch.h"
 #include "frame/job.h"
@@ -74,7 +75,11 @@ struct FastRows {
   static const std::uint8_t* Bitmap(const ScreeningTables& tables, std::size_t shift, std::size_t y,
                                     std::array<std::uint8_t, kMatrixSize>& scratch) {
     const auto& row = tables.bitmap[(y + shift) & kBitmapMask];
-    for (std::size_t x = 0; x < kMatrixSize; ++x) scratch[x] = row[(x + shift) & kBitmapMask];
+    // The row rotated left by the shift, in two whole copies: byte by byte, the chunks that
+    // read the row back wait for sixteen separate stores each.
+    const std::size_t s = shift & kBitmapMask;
+    std::memcpy(scratch.data(), row.data() + s, kMatrixSize - s);
+    std::memcpy(scratch.data() + (kMatrixSize - s), row.data(), s);
     return scratch.data();
   }
   // 2M - 1 of an amplitude tile; its entries are 1..128, so each fits a byte.
