@@ -6,41 +6,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <type_traits>
+#include <vector>
 
 #include "diffusion/random_split_fast.h"
 #include "diffusion/random_split_vector.h"
 
 namespace halftone::random_split {
 
-// Runs a group of kLanes lanes; each lane's generator is left after its plane's draws.
-template <class Pass, class Decider, unsigned kLanes>
-void RunLockstepOf(const Decider& decide, const Band& band, FastLane* lanes, const ToneCurveSet& curves) {
-  LockstepScan<Pass, Decider, kLanes> scan(decide, band, lanes, curves);
-  scan.Run();
-  for (unsigned l = 0; l < kLanes; ++l) lanes[l].random = scan.random(l);
-}
-
-// Runs a group of n lanes (n at most the pass's width). Only group sizes up to that width are
-// built: each is a large function.
-template <class Pass, class Decider>
-void RunLockstep(const Decider& decide, const Band& band, FastLane* lanes, unsigned n, const ToneCurveSet& curves) {
-  constexpr unsigned kWidest = LockstepWidth<Pass>();
-  if constexpr (kWidest >= 4) {
-    if (n >= 4) return RunLockstepOf<Pass, Decider, 4>(decide, band, lanes, curves);
-  }
-  if constexpr (kWidest >= 3) {
-    if (n == 3) return RunLockstepOf<Pass, Decider, 3>(decide, band, lanes, curves);
-  }
-  if constexpr (kWidest >= 2) {
-    if (n == 2) return RunLockstepOf<Pass, Decider, 2>(decide, band, lanes, curves);
-  }
-  RunLockstepOf<Pass, Decider, 1>(decide, band, lanes, curves);
-}
-
 // Where each plane's slice of a band's random stream starts: plane p's generator is the
 // engine's jumped p slices on. The engine's generator is left after all planes' slices, as the
 // sequential scan leaves it. Returns the planes' starting generators.
-inline const RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::size_t per_plane) {
+inline RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::size_t per_plane) {
   if (planes == 0) return nullptr;  // no plane draws; the generator stays where it is
   RandomBitSource* starts = SliceStarts(engine, planes, per_plane);
   if (planes == 1) return starts;  // the single lane hands its generator back itself
@@ -98,13 +75,21 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const std::size_t per_plane = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
   const std::size_t row_room = band.w + 1;
   std::uint32_t* words = engine.draws.Reserve(row_room * planes);
-  const RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
+  RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
   if (Pass::kScan.ltr_last_end_reads_b && band.h == 1) {
     const std::size_t end = band.w - 1;
     for (unsigned p = 0; p + 1 < planes; ++p) LaneRowB(engine.rows, p, planes)[end] = engine.rows.b()[end];
   }
   const auto decider = FastDecider(pass, engine);
   const auto& decide = Unwrapped(decider);
+  const SplitKernel<Pass, std::decay_t<decltype(decide)>> kernel(decide, engine.curves, starts, 0, words, row_room);
+  const auto lanes_of = [&](unsigned first, unsigned n, serpentine_lockstep::Lane* lanes) {
+    for (unsigned l = 0; l < n; ++l) {
+      const unsigned p = first + l;
+      lanes[l] = {LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w),
+                  nullptr, p};
+    }
+  };
 #if HALFTONE_VECTOR_ROWS
   // Vector groups take bands of two rows or more, and groups of kMinLanes planes or more.
   if constexpr (HasVectorDecision<Pass>()) {
@@ -112,17 +97,13 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
     const auto vdecide = VectorDecision(pass, decide);
     if (vdecide && VectorRowsOn() && TakesVectorGroups<Pass>(engine, band)) {
       const auto group = [&](unsigned first, unsigned n, VectorRowsMemory mem) {
-        FastLane lanes[kVectorLanes];
-        for (unsigned l = 0; l < n; ++l) {
-          const unsigned p = first + l;
-          const PlaneRows rows{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes),
-                               engine.rows.carry(p, band.w)};
-          lanes[l] = {rows, starts[p], words + row_room * p, p};
-        }
+        serpentine_lockstep::Lane lanes[kVectorLanes];
+        lanes_of(first, n, lanes);
         if (n >= kMinLanes)
-          RunVectorGroup<Pass>(*vdecide, decide, band, lanes, n, engine.curves, mem);
+          RunVectorGroup<Pass>(*vdecide, decide, band, lanes, n, engine.curves, starts + first, words + row_room * first,
+                               row_room, mem);
         else
-          RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
+          RunSplitGroup(kernel, band, lanes, n);
       };
       ForEachVectorGroup(engine, planes, band.w, group);
       return;
@@ -130,14 +111,10 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   }
 #endif
   ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {
-    FastLane lanes[kMaxLockstep];
-    for (unsigned l = 0; l < n; ++l) {
-      const unsigned p = first + l;
-      lanes[l] = {{LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w)},
-                  starts[p], words + row_room * p, p};
-    }
-    RunLockstep<Pass>(decide, band, lanes, n, engine.curves);
-    if (planes == 1) engine.random = lanes[0].random;
+    serpentine_lockstep::Lane lanes[kMaxLockstep];
+    lanes_of(first, n, lanes);
+    RunSplitGroup(kernel, band, lanes, n);
+    if (planes == 1) engine.random = starts[0];
   });
 }
 
@@ -152,9 +129,11 @@ void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRo
   std::uint32_t* words = engine.draws.Reserve(band.w + 1);
   const auto decider = FastDecider(pass, engine);
   const auto& decide = Unwrapped(decider);
-  FastLane lane{rows, engine.random, words, 0};
-  RunLockstep<Pass>(decide, band, &lane, 1, engine.curves);
-  engine.random = lane.random;
+  const SplitKernel<Pass, std::decay_t<decltype(decide)>> kernel(decide, engine.curves, &engine.random, 0, words, 0);
+  // The last row's down shares have nowhere to go: a scratch carry row takes them.
+  std::vector<std::int16_t> carry(rows.carry ? 0 : band.w);
+  const serpentine_lockstep::Lane lane{rows.a, rows.b, rows.carry ? rows.carry : carry.data(), nullptr, 0};
+  RunSplitGroup(kernel, band, &lane, 1);
 }
 
 }  // namespace halftone::random_split

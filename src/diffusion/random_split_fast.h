@@ -1,15 +1,14 @@
-// The fast path of the serpentine two-neighbour scan (random_split_scan.h): the same pixels in
-// the same order per plane, the same draws, the same rows left behind. What changes is how:
-//   - the planes of a group run in lockstep, row y of every plane in one loop, each with its
-//     own working rows, carry entries and slice of the drawn words, so their dependency chains
-//     overlap;
-//   - the value carried along the row stays in a register;
-//   - a row is cut into whole output bytes, their pixels unrolled (a group's by pairs of
-//     columns), so the curve term's column parity is a constant, dots shift in from the side
-//     the scan comes from, and only the last two rows of a band store their scanned values back;
+// The fast path of the serpentine two-neighbour scan (random_split_scan.h), as a kernel of the
+// serpentine row engine (serpentine_lockstep.h): the same pixels in the same order per plane, the
+// same draws, the same rows left behind. The engine runs the planes of a group in lockstep, keeps
+// the carried value in a register, cuts rows into whole output bytes (a group's by pairs of
+// columns) and gathers the dots; the kernel here is one pixel:
 //   - the split is branch-free: whole, half or none of the error by masks (the half read from
 //     a table decider where no curve term falls), or a multiply by a rounded-up reciprocal;
-//   - the dots of a byte are gathered in a register and stored once.
+//   - where the decider is a window table, the value carried along is a plain sum, and the
+//     drawn code picks the share's field before the value is known;
+//   - each lane draws its row's split words from its own generator, which starts where its
+//     plane's slice of the band's stream begins.
 // The readable scan stays the reference; mirror any change to it here.
 #pragma once
 
@@ -22,100 +21,16 @@
 #include "diffusion/random_split_tables.h"
 #include "frame/band_draws.h"
 #include "frame/lockstep.h"
+#include "tablediffusion/serpentine_lockstep.h"
 
 namespace halftone::random_split {
 
-// One plane of a lockstep group.
-struct FastLane {
-  PlaneRows rows;
-  RandomBitSource random;  // positioned at the start of the plane's slice of the band's stream
-  std::uint32_t* words;    // room for one row's draws (w + 1 words)
-  unsigned p;
-};
-
-template <class Pass, class Decider, unsigned kLanes>
-class LockstepScan {
- public:
-  LockstepScan(const Decider& decide, const Band& band, const FastLane* lanes, const ToneCurveSet& curves)
-      : decide_(decide), band_(band), curve_a_(curves.a().data()), curve_b_(curves.b().data()) {
-    for (unsigned l = 0; l < kLanes; ++l) {
-      rows_[l] = lanes[l].rows;
-      random_[l] = lanes[l].random;
-      words_[l] = lanes[l].words;
-      p_[l] = lanes[l].p;
-    }
-    if constexpr (kShareRows<FastSplit<Pass, RowKind::kInnerLtr>>)
-      along_ltr_ = &AlongSharesOf<FastSplit<Pass, RowKind::kInnerLtr>>(decide);
-    if constexpr (kShareRows<FastSplit<Pass, RowKind::kInnerRtl>>)
-      along_rtl_ = &AlongSharesOf<FastSplit<Pass, RowKind::kInnerRtl>>(decide);
-  }
-
-  // The generator of lane l, after the draws of the rows scanned so far.
-  const RandomBitSource& random(unsigned l) const { return random_[l]; }
-
-  void Run() {
-    const std::size_t w = band_.w, h = band_.h;
-    for (unsigned l = 0; l < kLanes; ++l) {
-      const std::uint8_t* row0 = band_.In(0, p_[l]);
-      std::int16_t* a = rows_[l].a;
-      std::int16_t* carry = rows_[l].carry;
-      if (carry) {
-        for (std::size_t x = 0; x < w; ++x) {
-          a[x] = Store16(row0[x] + carry[x]);
-          carry[x] = 0;
-        }
-      } else {
-        for (std::size_t x = 0; x < w; ++x) a[x] = row0[x];
-      }
-    }
-    // Rows 0 .. h-3 of the working row being scanned are rewritten whole by the next row as
-    // its row below, so only the last two rows need their values stored back.
-    for (std::size_t y = 0; y + 1 < h; ++y) {
-      const bool keep = y + 2 >= h;
-      if ((y & 1) == 0)
-        keep ? LanesRow<true, false, true>(y) : LanesRow<true, false, false>(y);
-      else
-        keep ? LanesRow<false, false, true>(y) : LanesRow<false, false, false>(y);
-    }
-    LastRow();
-  }
-
-  // The band's last row alone, on working rows that hold what the rows before it left.
-  void LastRow() {
-    const std::size_t h = band_.h;
-    if (((h - 1) & 1) == 0)
-      LanesRow<true, true, true>(h - 1);
-    else
-      LanesRow<false, true, true>(h - 1);
-  }
-
- private:
+template <class Pass, class Decider>
+class SplitKernel {
   static constexpr const ScanTraits& kScan = Pass::kScan;
-  static constexpr unsigned kBits = Pass::kBits;
-  static constexpr unsigned kPerByte = 8 / kBits;
   static constexpr unsigned kCodeMask = kScan.draw_bits == 2 ? 3u : 1u;
-
-  static unsigned Shift(std::size_t x) {
-    return static_cast<unsigned>(kPerByte - 1 - (x & (kPerByte - 1))) * kBits;
-  }
-  // A dot into the byte being gathered, shifted in from the side the scan comes from: left to
-  // right the first dot ends at the high end, right to left the last one does, so a byte the
-  // scan leaves whole (or ends at column 0) needs no shift of its own.
-  template <bool kLtr>
-  HALFTONE_FORCE_INLINE static void ShiftIn(unsigned& acc, unsigned code) {
-    acc = kLtr ? (acc << kBits) | code : (acc >> kBits) | (code << (8 - kBits));
-  }
-
-  template <bool kLtr>
-  int CurveTerm(std::size_t x, std::uint8_t s) const {
-    if constexpr (!kScan.curve_terms) {
-      return 0;
-    } else if constexpr (kLtr) {
-      return curve_a_[s] & -static_cast<int>(x & 1);
-    } else {
-      return curve_b_[s] & (static_cast<int>(x & 1) - 1);
-    }
-  }
+  template <bool kLast>
+  static constexpr EndDraw kEndDraw = kLast ? kScan.last_row_end.draw : kScan.inner_row_end.draw;
 
   // Whether a pixel of a row with these splits can take its error's half from a table decider.
   template <class Splits>
@@ -137,12 +52,11 @@ class LockstepScan {
   // lone lane gains on every split (whole error 1.1-1.3 times, thirds and quarters 1.6); in a
   // group, whose chains overlap, only where the split multiplies (pairs 1.05-1.14; whole-error
   // pairs ran at 0.90-0.93).
-  template <class Splits>
+  template <class Splits, unsigned kLanes>
   static constexpr bool kShareRows = [] {
     if constexpr (requires { Pass::kAlongShareRows; })
-      return Pass::kAlongShareRows && std::is_empty_v<Decider> &&
-             PartDivisorOf<Decider>() == 0 && Splits::kAlong.kind != ColumnKind::kGeneric &&
-             (kLanes == 1 || kAlongMultiplies<Splits>);
+      return Pass::kAlongShareRows && std::is_empty_v<Decider> && PartDivisorOf<Decider>() == 0 &&
+             Splits::kAlong.kind != ColumnKind::kGeneric && (kLanes == 1 || kAlongMultiplies<Splits>);
     else
       return false;
   }();
@@ -152,55 +66,102 @@ class LockstepScan {
     static const AlongShareTable table = AlongShareTable::Make<Splits>(decide, kCodeMask + 1);
     return table;
   }
+  using InnerLtr = FastSplit<Pass, RowKind::kInnerLtr>;
+  using InnerRtl = FastSplit<Pass, RowKind::kInnerRtl>;
 
+ public:
+  static constexpr unsigned kBits = Pass::kBits;
+  static constexpr bool kStarts = true;        // a row starts from its input
+  static constexpr bool kStartIsInput = true;  // ... plus the down shares
+  static constexpr bool kDraws = false;        // each lane draws its own rows
+  static constexpr bool kNextHeld = true;      // a pixel gives the next pixel's value
+  static constexpr bool kByLanes = true;
+  static constexpr bool kLastLtrToCarry = kScan.ltr_last_carries;
+  static constexpr bool kLastLtrDrops = !kScan.ltr_last_carries;
+  static constexpr unsigned kLockstep = LockstepWidth<Pass>();
+  static constexpr unsigned kGroupUnroll = 2;  // a group's pixel bodies are large: pairs of columns
   // The value carried along a row: an int held to 16 bits at every pixel, or in a pass whose
   // inner rows read a window table (TablePixel, SharePixel) a plain sum in a full register.
-  static constexpr bool kWindowRows =
-      kTableParts<FastSplit<Pass, RowKind::kInnerLtr>> || kTableParts<FastSplit<Pass, RowKind::kInnerRtl>> ||
-      kShareRows<FastSplit<Pass, RowKind::kInnerLtr>> || kShareRows<FastSplit<Pass, RowKind::kInnerRtl>>;
-  using CarriedValue = std::conditional_t<kWindowRows, std::ptrdiff_t, int>;
+  using Held = std::conditional_t<kTableParts<InnerLtr> || kTableParts<InnerRtl> || kShareRows<InnerLtr, 1> ||
+                                      kShareRows<InnerRtl, 1>,
+                                  std::ptrdiff_t, int>;
+  using Out = serpentine_lockstep::PixelOutOf<Held>;
 
-  // The working state of one lane's row, held in locals of LanesRow.
-  struct Lane {
-    std::int16_t* cur;
-    std::int16_t* next;
-    std::int16_t* carry;
-    const std::uint8_t* in;
-    const std::uint8_t* in_below;
+  struct LaneState {
+    RandomBitSource* random;     // the lane's generator, after the draws of the rows scanned so far
+    std::uint32_t* words;        // room for one row's draws (w + 1 words)
     const std::uint32_t* drawn;  // the draw of pixel x: drawn[x] left to right, drawn[-x] right to left
-    std::uint8_t* out;
-    CarriedValue v;
-    unsigned acc;
+    const std::int16_t* cur;     // the row being scanned
+    const std::int16_t* b;       // working row B
+    unsigned end_bit;            // the split bit of the row's ending pixel, where it uses one
   };
 
-  // One pixel of one lane that passes error along the row; `odd` is x & 1.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE void LanePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
+  // Lane of plane p draws from generators[p - first] (moving it on) into words + room * (p - first).
+  SplitKernel(const Decider& decide, const ToneCurveSet& curves, RandomBitSource* generators, unsigned first,
+              std::uint32_t* words, std::size_t room)
+      : decide_(decide), curve_a_(curves.a().data()), curve_b_(curves.b().data()), generators_(generators), first_(first),
+        words_(words), room_(room) {
+    if constexpr (kShareRows<InnerLtr, 1>) along_ltr_ = &AlongSharesOf<InnerLtr>(decide);
+    if constexpr (kShareRows<InnerRtl, 1>) along_rtl_ = &AlongSharesOf<InnerRtl>(decide);
+  }
+
+  LaneState StartLane(unsigned p) const {
+    return {generators_ + (p - first_), words_ + room_ * (p - first_), nullptr, nullptr, nullptr, 0};
+  }
+  static void SetRow(std::size_t) {}
+  static void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t, std::size_t w) {
+    for (std::size_t x = 0; x < w; ++x) row[x] = in[x];
+  }
+  template <bool kLtr, bool kLast>
+  static void LaneRow(LaneState& s, const serpentine_lockstep::RowView<std::int16_t>& r) {
+    const std::size_t w = r.w;
+    s.random->DrawWords(s.words, w - 1 + (kEndDraw<kLast> == EndDraw::kNone ? 0 : 1));
+    s.drawn = kLtr ? s.words : s.words + (w - 1);
+    s.cur = r.cur;
+    s.b = r.b;
+    if constexpr (kEndDraw<kLast> == EndDraw::kUsed) s.end_bit = (s.words[w - 1] >> 1) & 1u;
+  }
+
+  // Pixel x of a row: its code, the next pixel's value (`ahead`) and the share below.
+  template <bool kLtr, bool kLast, bool kEnd, unsigned kLanes>
+  HALFTONE_FORCE_INLINE Out Step(const LaneState& st, int level, Held v, std::size_t x, unsigned odd, unsigned) const {
+    const auto s = static_cast<std::uint8_t>(level);
     using Splits = FastSplit<Pass, kLast ? RowKind::kLast : (kLtr ? RowKind::kInnerLtr : RowKind::kInnerRtl)>;
-    if constexpr (kTableParts<Splits>) {
-      TablePixel<kLtr, kLast, kKeepCur, Splits>(st, decide, x, odd);
-      return;
-    } else if constexpr (!kLast && kShareRows<Splits>) {
-      SharePixel<kLtr, kKeepCur, Splits>(st, decide, x, odd);
-      return;
-    } else {
-      const std::uint8_t s = st.in[x];
-      if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
-      // Curve terms fall on every other column (odd ones left to right, even ones right to left).
-      const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
-      // Rows of this kind hold the carried value to 16 bits at every pixel.
-      const Outcome o = decide.Decide(static_cast<int>(st.v), s);
-      ShiftIn<kLtr>(st.acc, o.code);
-      int term = 0;
-      if constexpr (kScan.curve_terms) term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
-      const int e = Store16(o.err + term);
-      const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
-      const unsigned code = (word >> 1) & kCodeMask;
-      int a, b;
-      Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a, b);
-      PassOn<kLtr, kLast>(st, x, b);
-      st.v = Store16(st.cur[kLtr ? x + 1 : x - 1] + a);
-    }
+    if constexpr (kEnd)
+      return EndPixel<kLtr, kLast>(st, s, Store16(static_cast<int>(v)), x);
+    else if constexpr (kTableParts<Splits>)
+      return TablePixel<kLtr, Splits>(st, s, v, x, odd != 0);
+    else if constexpr (!kLast && kShareRows<Splits, kLanes>)
+      return SharePixel<kLtr, Splits>(st, s, v, x, odd != 0);
+    else
+      return LanePixel<kLtr, Splits>(st, s, v, x, odd != 0);
+  }
+
+ private:
+  template <bool kLtr>
+  HALFTONE_FORCE_INLINE static std::uint32_t Word(const LaneState& st, std::size_t x) {
+    return kLtr ? st.drawn[x] : *(st.drawn - x);
+  }
+  // Curve terms fall on every other column (odd ones left to right, even ones right to left).
+  template <bool kLtr>
+  HALFTONE_FORCE_INLINE static bool HasTerm(bool odd) {
+    return kScan.curve_terms && (kLtr ? odd : !odd);
+  }
+  template <bool kLtr>
+  HALFTONE_FORCE_INLINE int Term(std::uint8_t s) const {
+    return kLtr ? curve_a_[s] : curve_b_[s];
+  }
+
+  // A pixel whose value is held to 16 bits.
+  template <bool kLtr, class Splits>
+  HALFTONE_FORCE_INLINE Out LanePixel(const LaneState& st, std::uint8_t s, Held v, std::size_t x, bool odd) const {
+    const Outcome o = decide_.Decide(static_cast<int>(v), s);
+    const int term = HasTerm<kLtr>(odd) ? Term<kLtr>(s) : 0;
+    const int e = Store16(o.err + term);
+    const unsigned code = (Word<kLtr>(st, x) >> 1) & kCodeMask;
+    int a, b;
+    Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a, b);
+    return {o.code, Store16(st.cur[kLtr ? x + 1 : x - 1] + a), b};
   }
 
   // A pixel of a row whose error and its part come from a window table (kTableParts). The
@@ -210,24 +171,22 @@ class LockstepScan {
   // path), and the drawn code picks the share's field (or, with a curve term, its multiplier)
   // before the value is known. Halves: none, half or all of the error goes along. Thirds
   // (kTableThirds): the third or the rest goes along, the other down.
-  template <bool kLtr, bool kLast, bool kKeepCur, class Splits>
-  HALFTONE_FORCE_INLINE void TablePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
+  template <bool kLtr, class Splits>
+  HALFTONE_FORCE_INLINE Out TablePixel(const LaneState& st, std::uint8_t s, Held v, std::size_t x, bool odd) const {
     constexpr bool kThirds = kTableThirds<Splits>;
-    const std::uint8_t s = st.in[x];
-    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
-    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
-    const int term = has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0;
-    const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
-    const unsigned code = (word >> 1) & kCodeMask;
+    const bool has_term = HasTerm<kLtr>(odd);
+    const int term = has_term ? Term<kLtr>(s) : 0;
+    const unsigned code = (Word<kLtr>(st, x) >> 1) & kCodeMask;
     // The share carried along is `on + off`: `on` waits for the value, `off` is known beside
     // it and joins the pixel ahead first.
     std::ptrdiff_t on, off = 0;
     int b;
-    if (decide.InWindow(st.v)) [[likely]] {
+    unsigned dot;
+    if (decide_.InWindow(v)) [[likely]] {
       // The sample's column, pinned to one register; the value's entry is at [v * kEntryFields].
-      const std::int16_t* column = PinnedAddress(decide.Column(s, kEntryErr));
-      const std::ptrdiff_t at = st.v * kEntryFields;
-      ShiftIn<kLtr>(st.acc, static_cast<unsigned>(column[at + kEntryCode]));
+      const std::int16_t* column = PinnedAddress(decide_.Column(s, kEntryErr));
+      const std::ptrdiff_t at = v * kEntryFields;
+      dot = static_cast<unsigned>(column[at + kEntryCode]);
       // Levels and terms are bytes, so within the window neither the error nor the error with
       // its term leaves 16 bits.
       if constexpr (kThirds) {
@@ -267,8 +226,8 @@ class LockstepScan {
       }
     } else {
       // Outside the window: the value held to 16 bits, the error held again after its term.
-      const PartOutcome o = decide.DecideWithPart(Store16(static_cast<int>(st.v)), s);
-      ShiftIn<kLtr>(st.acc, o.code);
+      const PartOutcome o = decide_.DecideWithPart(Store16(static_cast<int>(v)), s);
+      dot = o.code;
       const int e = has_term ? Store16(o.err + term) : o.err;
       if constexpr (kThirds) {
         static constexpr typename Splits::ThirdsAlong kAlong = Splits::MakeThirdsAlong();
@@ -281,8 +240,7 @@ class LockstepScan {
         on = a;
       }
     }
-    PassOn<kLtr, kLast>(st, x, b);
-    st.v = (st.cur[kLtr ? x + 1 : x - 1] + off) + on;
+    return {dot, (st.cur[kLtr ? x + 1 : x - 1] + off) + on, b};
   }
 
   // A pixel of an inner row whose along share comes from an AlongShareTable (kShareRows). The
@@ -290,27 +248,25 @@ class LockstepScan {
   // code picks the share's column before the value is known, and the value is kept as a plain
   // sum (a value outside the window, the only kind holding it to 16 bits can change, is held
   // first on the cold path). The dot and the share below hang off the chain.
-  template <bool kLtr, bool kKeepCur, class Splits>
-  HALFTONE_FORCE_INLINE void SharePixel(Lane& st, const Decider& decide, std::size_t x, bool odd) const {
-    const std::uint8_t s = st.in[x];
-    if constexpr (kKeepCur) st.cur[x] = static_cast<std::int16_t>(st.v);
-    const std::uint32_t word = kLtr ? st.drawn[x] : *(st.drawn - x);
-    const unsigned code = (word >> 1) & kCodeMask;
+  template <bool kLtr, class Splits>
+  HALFTONE_FORCE_INLINE Out SharePixel(const LaneState& st, std::uint8_t s, Held v, std::size_t x, bool odd) const {
+    const unsigned code = (Word<kLtr>(st, x) >> 1) & kCodeMask;
     // A curve term (every other column) joins the error before the split: such a pixel forms
     // its shares as the other rows do.
-    const bool has_term = kScan.curve_terms && (kLtr ? odd : !odd);
+    const bool has_term = HasTerm<kLtr>(odd);
     std::ptrdiff_t on;
     int e;
-    if (!has_term && AlongShareTable::InWindow(st.v)) [[likely]] {
+    unsigned dot;
+    if (!has_term && AlongShareTable::InWindow(v)) [[likely]] {
       const std::int16_t* column = PinnedAddress((kLtr ? along_ltr_ : along_rtl_)->Column(code));
-      on = column[st.v * AlongShareTable::kCodes];
-      const Outcome o = decide.Decide(static_cast<int>(st.v), s);
-      ShiftIn<kLtr>(st.acc, o.code);
+      on = column[v * AlongShareTable::kCodes];
+      const Outcome o = decide_.Decide(static_cast<int>(v), s);
+      dot = o.code;
       e = o.err;  // within the window the error keeps to 16 bits
     } else {
-      const Outcome o = decide.Decide(Store16(static_cast<int>(st.v)), s);
-      ShiftIn<kLtr>(st.acc, o.code);
-      e = Store16(o.err + (has_term ? (kLtr ? curve_a_[s] : curve_b_[s]) : 0));
+      const Outcome o = decide_.Decide(Store16(static_cast<int>(v)), s);
+      dot = o.code;
+      e = Store16(o.err + (has_term ? Term<kLtr>(s) : 0));
       int a, b_unused;
       Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a, b_unused);
       on = a;
@@ -322,143 +278,44 @@ class LockstepScan {
       int a_unused;
       Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a_unused, b);
     }
-    PassOn<kLtr, false>(st, x, b);
-    st.v = st.cur[kLtr ? x + 1 : x - 1] + on;
+    return {dot, st.cur[kLtr ? x + 1 : x - 1] + on, b};
   }
 
-  // The share b of pixel x to the row below (or, in the band's last row, to the carry row).
+  // The pixel ending a row (its value held to 16 bits): part of its error goes down, the rest
+  // is lost; the pixel ending the band may give its dot only, and leaves the carry entry there
+  // as it was (zero).
   template <bool kLtr, bool kLast>
-  HALFTONE_FORCE_INLINE static void PassOn(Lane& st, std::size_t x, int b) {
-    if constexpr (kLast) {
-      if constexpr (!kLtr || kScan.ltr_last_carries)
-        if (st.carry) st.carry[x] = Store16(b);
+  Out EndPixel(const LaneState& st, std::uint8_t s, int held, std::size_t x) const {
+    if constexpr (kLast && kEndDraw<kLast> == EndDraw::kNone) {
+      const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? st.b[x] : held;
+      return {decide_.Decide(vd, s).code, 0, 0};
     } else {
-      st.next[x] = Store16(st.in_below[x] + b);
-    }
-  }
-
-  // Pixel x of every lane.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE void LanesPixel(Lane* st, const Decider& decide, std::size_t x, bool odd) const {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
-      LanePixel<kLtr, kLast, kKeepCur>(st[l], decide, x, odd);
-    });
-  }
-  // Each lane's gathered dots into byte k of its output row.
-  HALFTONE_FORCE_INLINE static void Flush(Lane* st, std::size_t k) {
-    ForEachLane<kLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
-      st[l].out[k] = static_cast<std::uint8_t>(st[l].out[k] | st[l].acc);
-      st[l].acc = 0;
-    });
-  }
-
-  // Scan positions i0 .. i0+count-1 (x = i left to right, w-1-i right to left) within one
-  // output byte.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE void LanesPartial(Lane* st, const Decider& decide, std::size_t i0,
-                                           std::size_t count) const {
-    const std::size_t w = band_.w;
-    for (std::size_t i = i0; i < i0 + count; ++i) {
-      const std::size_t x = kLtr ? i : w - 1 - i;
-      LanesPixel<kLtr, kLast, kKeepCur>(st, decide, x, (x & 1) != 0);
-    }
-  }
-
-  // Output byte k whole, its kPerByte pixels in scan order. A byte starts at an even x, so each
-  // column's parity is a constant: a lone lane unrolls the whole byte; a group, whose pixel
-  // bodies are several times larger, unrolls pairs of columns.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  HALFTONE_FORCE_INLINE void LanesByte(Lane* st, const Decider& decide, std::size_t k) const {
-    const std::size_t base = k * kPerByte;
-    if constexpr (kLanes == 1) {
-      [&]<unsigned... j>(std::integer_sequence<unsigned, j...>) {
-        ((LanesPixel<kLtr, kLast, kKeepCur>(st, decide, base + (kLtr ? j : kPerByte - 1 - j),
-                                            ((kLtr ? j : kPerByte - 1 - j) & 1) != 0)),
-         ...);
-      }(std::make_integer_sequence<unsigned, kPerByte>{});
-    } else {
-      for (unsigned q = 0; q < kPerByte / 2; ++q) {
-        // Left to right an even column then an odd one; right to left the other way round.
-        const std::size_t x = base + (kLtr ? 2 * q : kPerByte - 1 - 2 * q);
-        LanesPixel<kLtr, kLast, kKeepCur>(st, decide, x, !kLtr);
-        LanesPixel<kLtr, kLast, kKeepCur>(st, decide, kLtr ? x + 1 : x - 1, kLtr);
-      }
-    }
-    Flush(st, k);
-  }
-
-  // Row y of every lane: plain local pointers, and the row cut into whole output bytes
-  // (unrolled, so the curve term's parity is a constant)
-  // plus a partial byte at either end. kKeepCur stores the scanned row's values back, which
-  // only the last two rows of a band need.
-  template <bool kLtr, bool kLast, bool kKeepCur>
-  void LanesRow(std::size_t y) {
-    constexpr EndDraw kEndDraw = kLast ? kScan.last_row_end.draw : kScan.inner_row_end.draw;
-    constexpr std::size_t kRowEndDraws = kEndDraw == EndDraw::kNone ? 0 : 1;
-    const std::size_t w = band_.w;
-    const Decider& decide = decide_;
-    Lane st[kLanes];
-    for (unsigned l = 0; l < kLanes; ++l) {
-      const unsigned p = p_[l];
-      random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
-      st[l] = {kLtr ? rows_[l].a : rows_[l].b,
-               kLtr ? rows_[l].b : rows_[l].a,
-               rows_[l].carry,
-               band_.In(y, p),
-               kLast ? nullptr : band_.In(y + 1, p),
-               kLtr ? words_[l] : words_[l] + (w - 1),
-               band_.Out(y, p),
-               0,
-               0};
-      st[l].v = st[l].cur[kLtr ? 0 : w - 1];
-    }
-
-    ForEachRowByte<kLtr, kPerByte>(
-        w, [&](std::size_t k) HALFTONE_FORCE_INLINE { LanesByte<kLtr, kLast, kKeepCur>(st, decide, k); },
-        [&](std::size_t i0, std::size_t n) HALFTONE_FORCE_INLINE {
-          LanesPartial<kLtr, kLast, kKeepCur>(st, decide, i0, n);
-        },
-        [&](std::size_t k) HALFTONE_FORCE_INLINE { Flush(st, k); });
-
-    // The pixel ending the row.
-    const std::size_t x = kLtr ? w - 1 : 0;
-    for (unsigned l = 0; l < kLanes; ++l) {
-      Lane& ln = st[l];
-      const std::uint8_t s = ln.in[x];
-      ln.cur[x] = static_cast<std::int16_t>(ln.v);
-      const int held = ln.cur[x];  // the carried value, held to 16 bits
-      if constexpr (kLast && kEndDraw == EndDraw::kNone) {
-        // The pixel ending the band: its dot only.
-        const int vd = (kLtr && kScan.ltr_last_end_reads_b) ? rows_[l].b[x] : held;
-        ShiftIn<kLtr>(ln.acc, decide.Decide(vd, s).code);
-      } else {
-        const RowEndRule& rule = kLast ? kScan.last_row_end : kScan.inner_row_end;
-        const Outcome o = decide.Decide(held, s);
-        ShiftIn<kLtr>(ln.acc, o.code);
-        const int e = Store16(o.err + CurveTerm<kLtr>(x, s));
-        unsigned bit = 0;  // an ignored row-end draw was made with the row's draws
-        if constexpr (kEndDraw == EndDraw::kUsed) bit = (words_[l][w - 1] >> 1) & 1u;
-        if constexpr (kLast)
-          PassOn<kLtr, true>(ln, x, ShareOf(rule.below[bit], e));
-        else
-          ln.next[x] = Store16(ln.in_below[x] + ShareOf(rule.below[bit], e));
-      }
-      // A forward row's last byte may be partial: its dots move up to the byte's high end.
-      if constexpr (kLtr) ln.acc <<= Shift(x);
-      ln.out[x / kPerByte] = static_cast<std::uint8_t>(ln.out[x / kPerByte] | ln.acc);
+      const RowEndRule& rule = kLast ? kScan.last_row_end : kScan.inner_row_end;
+      const Outcome o = decide_.Decide(held, s);
+      const int term = kScan.curve_terms && (kLtr ? (x & 1) != 0 : (x & 1) == 0) ? Term<kLtr>(s) : 0;
+      const int e = Store16(o.err + term);
+      // An ignored row-end draw was made with the row's draws.
+      const unsigned bit = kEndDraw<kLast> == EndDraw::kUsed ? st.end_bit : 0u;
+      return {o.code, 0, ShareOf(rule.below[bit], e)};
     }
   }
 
   const Decider& decide_;
-  const Band& band_;
   const std::uint8_t* curve_a_;
   const std::uint8_t* curve_b_;
-  PlaneRows rows_[kLanes];
-  RandomBitSource random_[kLanes];
-  std::uint32_t* words_[kLanes];
-  unsigned p_[kLanes];
+  RandomBitSource* generators_;
+  unsigned first_;
+  std::uint32_t* words_;
+  std::size_t room_;
   const AlongShareTable* along_ltr_ = nullptr;  // the inner rows' shares, where kShareRows
   const AlongShareTable* along_rtl_ = nullptr;
 };
+
+// Runs a group of n lanes (n at most the pass's width) on the row engine.
+template <class Kernel>
+void RunSplitGroup(const Kernel& kernel, const Band& band, const serpentine_lockstep::Lane* lanes, unsigned n) {
+  WithLaneCount<Kernel::kLockstep>(
+      n, [&](auto lanes_n) { serpentine_lockstep::Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
+}
 
 }  // namespace halftone::random_split

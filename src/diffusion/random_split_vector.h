@@ -98,15 +98,14 @@ class VectorRows {
   static constexpr unsigned kBits = Pass::kBits;
   static constexpr bool kStartsFromInput = true;
 
-  // lanes[0 .. n-1] are the group's planes (n <= kVectorLanes).
-  VectorRows(const VectorDecider& vdecide, const Decider& decide, const Band& band, const FastLane* lanes, unsigned n,
-             const ToneCurveSet& curves, VectorRowsMemory mem)
+  // A group of n <= kVectorLanes planes: lane l draws from starts[l] into words + room * l.
+  VectorRows(const VectorDecider& vdecide, const Decider& decide, const Band& band, const RandomBitSource* starts,
+             std::uint32_t* words, std::size_t room, unsigned n, const ToneCurveSet& curves, VectorRowsMemory mem)
       : vdecide_(vdecide), decide_(decide), band_(band), n_(n), curve_a_(curves.a().data()),
         curve_b_(curves.b().data()) {
     for (unsigned l = 0; l < kVectorLanes; ++l) {
-      const FastLane& from = lanes[l < n ? l : 0];
-      random_[l] = from.random;
-      words_[l] = from.words;
+      random_[l] = starts[l < n ? l : 0];
+      words_[l] = words + room * (l < n ? l : 0);
     }
     const std::size_t entries = VectorRowsMemory::Columns(band.w) * kVectorLanes;
     std::memset(mem.terms[0], 0, entries * sizeof(std::int16_t));
@@ -223,19 +222,19 @@ class VectorRows {
 };
 
 // A group of up to kVectorLanes planes: the inner rows as vectors, then each plane's last row on
-// the scalar scan. Each lane's generator is left after its plane's draws.
+// the row engine; lane l draws from starts[l] into words + room * l.
 template <class Pass, class VectorDecider, class Decider>
-void RunVectorGroup(const VectorDecider& vdecide, const Decider& decide, const Band& band, FastLane* lanes, unsigned n,
-                    const ToneCurveSet& curves, VectorRowsMemory mem) {
-  VectorRows<Pass, VectorDecider, Decider> rows(vdecide, decide, band, lanes, n, curves, mem);
+void RunVectorGroup(const VectorDecider& vdecide, const Decider& decide, const Band& band,
+                    const serpentine_lockstep::Lane* lanes, unsigned n, const ToneCurveSet& curves,
+                    const RandomBitSource* starts, std::uint32_t* words, std::size_t room, VectorRowsMemory mem) {
+  VectorRows<Pass, VectorDecider, Decider> rows(vdecide, decide, band, starts, words, room, n, curves, mem);
   VectorLane vlanes[kVectorLanes];
-  for (unsigned l = 0; l < n; ++l) vlanes[l] = {lanes[l].rows.a, lanes[l].rows.b, lanes[l].rows.carry, lanes[l].p};
+  for (unsigned l = 0; l < n; ++l) vlanes[l] = {lanes[l].a, lanes[l].b, lanes[l].carry, lanes[l].p};
   VectorScan(rows, band, vlanes, n, mem).Run();
   for (unsigned l = 0; l < n; ++l) {
-    lanes[l].random = rows.random(l);
-    LockstepScan<Pass, Decider, 1> last(decide, band, &lanes[l], curves);
-    last.LastRow();
-    lanes[l].random = last.random(0);
+    RandomBitSource after = rows.random(l);
+    const SplitKernel<Pass, Decider> last(decide, curves, &after, lanes[l].p, words + room * l, 0);
+    serpentine_lockstep::Scan<SplitKernel<Pass, Decider>, 1>(last, band, &lanes[l]).LastRow();
   }
 }
 

@@ -86,16 +86,22 @@ void ForEachLockstepGroup(PlaneThreads& threads, unsigned planes, unsigned wides
   ForEachLockstepGroup(threads, planes, widest, 1, static_cast<Group&&>(group));
 }
 
-// Calls fn(std::integral_constant<unsigned, n>{}) for a group of n planes, so the scan is
-// instantiated for each group size and its lanes are counted at compile time.
-template <class Fn>
+// Calls fn(std::integral_constant<unsigned, n>{}) for a group of n <= kWidest planes, so the
+// scan is instantiated for each group size up to kWidest (each is a large function) and its
+// lanes are counted at compile time.
+template <unsigned kWidest = kMaxLockstep, class Fn>
 inline void WithLaneCount(unsigned n, Fn&& fn) {
-  switch (n) {
-    case 1: fn(std::integral_constant<unsigned, 1>{}); break;
-    case 2: fn(std::integral_constant<unsigned, 2>{}); break;
-    case 3: fn(std::integral_constant<unsigned, 3>{}); break;
-    default: fn(std::integral_constant<unsigned, kMaxLockstep>{}); break;
+  static_assert(kWidest >= 1 && kWidest <= kMaxLockstep);
+  if constexpr (kWidest >= 4) {
+    if (n >= 4) return fn(std::integral_constant<unsigned, 4>{});
   }
+  if constexpr (kWidest >= 3) {
+    if (n == 3) return fn(std::integral_constant<unsigned, 3>{});
+  }
+  if constexpr (kWidest >= 2) {
+    if (n == 2) return fn(std::integral_constant<unsigned, 2>{});
+  }
+  fn(std::integral_constant<unsigned, 1>{});
 }
 
 // Calls fn(l) for l = 0 .. kN-1 as separate statements, so each lane's state is addressed by a

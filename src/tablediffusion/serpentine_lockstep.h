@@ -151,6 +151,7 @@ template <class Cell>
 struct RowView {
   Cell* cur;
   Cell* down;
+  Cell* b;  // working row B, whichever way the row goes
   const std::uint8_t* in;
   std::size_t y;
   std::size_t w;
@@ -182,6 +183,22 @@ struct KernelOptions {
   static constexpr bool kSpreadsDown = [] {
     if constexpr (requires { K::kSpreadsDown; }) return K::kSpreadsDown; else return false;
   }();
+  static constexpr bool kLastLtrDrops = [] {
+    if constexpr (requires { K::kLastLtrDrops; }) return K::kLastLtrDrops; else return false;
+  }();
+  static constexpr bool kNextHeld = [] {
+    if constexpr (requires { K::kNextHeld; }) return K::kNextHeld; else return false;
+  }();
+  static constexpr bool kByLanes = [] {
+    if constexpr (requires { K::kByLanes; }) return K::kByLanes; else return false;
+  }();
+  static consteval auto HeldType() {
+    if constexpr (requires { typename K::Held; })
+      return std::type_identity<typename K::Held>{};
+    else
+      return std::type_identity<typename Cells<Cell>::Held>{};
+  }
+  using Held = typename decltype(HeldType())::type;
   static constexpr unsigned kWidest = LockstepWidth<K>();
   static constexpr bool kWholeGroups = [] {
     if constexpr (requires { K::kWholeGroups; }) return K::kWholeGroups; else return false;
@@ -215,7 +232,7 @@ template <class Kernel, unsigned kLanes>
 class Scan {
   using Opt = KernelOptions<Kernel>;
   using Cell = typename Opt::Cell;
-  using Held = typename Cells<Cell>::Held;
+  using Held = typename Opt::Held;
   using State = typename decltype([] {
     if constexpr (Opt::kLaneState)
       return std::type_identity<typename Kernel::LaneState>{};
@@ -263,6 +280,9 @@ class Scan {
     }
   }
 
+  // Lane l's kernel state after the rows scanned so far.
+  const State& LaneStateOf(unsigned l) const { return state_[l]; }
+
   // The band's last row alone, on working rows that hold what the rows before it left; each
   // lane's draws start at that row's.
   void LastRow() {
@@ -305,12 +325,16 @@ class Scan {
     if constexpr (kKeepCur) Cells<Cell>::Put(st.cur + x, st.held);
     const unsigned drawn = Kernel::kDraws && (Opt::kRowEndDraws || !kEnd) ? st.drawn[i] : 0u;
     PixelOutOf<Held> o;
-    if constexpr (Opt::kLaneState)
+    if constexpr (Opt::kByLanes)
+      o = k_.template Step<kLtr, kLast, kEnd, kLanes>(st.state, v, st.held, x, odd, drawn);
+    else if constexpr (Opt::kLaneState)
       o = k_.template Step<kLtr, kLast, kEnd>(st.state, v, st.held, x, odd, drawn);
     else
       o = k_.template Step<kLtr>(v, st.held, x, odd, drawn);
     st.acc |= o.code << shift;
-    if constexpr (Opt::kSpreadsDown)
+    if constexpr (kLast && kLtr && Opt::kLastLtrDrops)
+      ;  // a left-to-right last row's down shares go nowhere
+    else if constexpr (Opt::kSpreadsDown)
       k_.template PutDown<kLtr, kEnd>(st.state, st.down, x, i, o.down);
     else if constexpr (Kernel::kStarts && !kLast && Opt::kStartIsInput)
       Cells<Cell>::Put(st.down + x, st.below[x] + o.down);
@@ -318,7 +342,12 @@ class Scan {
       Cells<Cell>::Put(st.down + x, st.down[x] + o.down);
     else
       Cells<Cell>::Put(st.down + x, o.down);
-    if constexpr (!kEnd) st.held = Cells<Cell>::Plus(st.cur + (kLtr ? x + 1 : x - 1), o.ahead);
+    if constexpr (kEnd)
+      ;
+    else if constexpr (Opt::kNextHeld)
+      st.held = o.ahead;
+    else
+      st.held = Cells<Cell>::Plus(st.cur + (kLtr ? x + 1 : x - 1), o.ahead);
   }
 
   // Scan position i of every lane.
@@ -394,7 +423,7 @@ class Scan {
         if constexpr (!Opt::kStartIsInput) k_.FillStart(st[l].down, st[l].below, y + 1, w);
       }
       if constexpr (Opt::kLaneState)
-        k_.template LaneRow<kLtr, kLast>(st[l].state, RowView<Cell>{st[l].cur, st[l].down, st[l].in, y, w});
+        k_.template LaneRow<kLtr, kLast>(st[l].state, RowView<Cell>{st[l].cur, st[l].down, lanes_[l].b, st[l].in, y, w});
     }
 
     ForEachRowByte<kLtr, kPerByte>(
@@ -457,7 +486,7 @@ void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
       lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w),
                   Kernel::kDraws ? drawn + per_plane * p : nullptr, p};
     }
-    WithLaneCount(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
+    WithLaneCount<Opt::kWidest>(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
   });
 }
 
