@@ -31,9 +31,9 @@
 #include "frame/dispatch.h"
 #include "frame/engine.h"
 #include "frame/random_bits.h"
+#include "frame/row_engine.h"
 #include "frame/share_arithmetic.h"
 #include "tablediffusion/level_bias_fast.h"
-#include "tablediffusion/serpentine_lockstep.h"
 #include "tablediffusion/serpentine_vector.h"
 #include "test_support.h"
 
@@ -93,11 +93,11 @@ void ExpectScalarFormsMatch() {
       ASSERT_EQ(ShareByMulShift(e, MulShiftOf(F)), want) << Name(F) << " e " << e;
     }
     if constexpr (kMasks) {
-      ASSERT_EQ(serpentine_lockstep::AheadByMasks(serpentine_lockstep::MasksOf(F), e), want) << Name(F) << " e " << e;
+      ASSERT_EQ(AheadByMasks(MasksOf(F), e), want) << Name(F) << " e " << e;
     }
 #if HALFTONE_VECTOR_ROWS
     if constexpr (vec::HasVectorForm(F)) {
-      ASSERT_EQ(serpentine_lockstep::AheadByFlags(e, serpentine_lockstep::RuleFlags(F)), want) << Name(F) << " e " << e;
+      ASSERT_EQ(row_engine::AheadByFlags(e, row_engine::RuleFlags(F)), want) << Name(F) << " e " << e;
     }
 #endif
   }
@@ -118,13 +118,13 @@ void ExpectVectorFormsMatch() {
   constexpr Fraction F = kEveryFraction[kIndex];
   if constexpr (vec::HasVectorForm(F)) {
     // The floored three quarters is exact up to 32764, which the held limit keeps below.
-    constexpr std::uint16_t kFlags = serpentine_lockstep::RuleFlags(F);
+    constexpr std::uint16_t kFlags = row_engine::RuleFlags(F);
     for (int e0 = -32768; e0 <= kHighestLaneError; e0 += 8) {
       vec::V16 e{};
       for (unsigned k = 0; k < 8; ++k) e[k] = static_cast<std::uint16_t>(std::min(e0 + static_cast<int>(k), kHighestLaneError));
       const vec::V16 direct = vec::ShareOf<F>(e);
       // Flags in lanes: every lane takes this rule, the others' bits set or not.
-      const vec::V16 flagged = serpentine_lockstep::AheadByFlags<0xFFFF, 0>(e, vec::Splat(kFlags));
+      const vec::V16 flagged = row_engine::AheadByFlags<0xFFFF, 0>(e, vec::Splat(kFlags));
       for (unsigned k = 0; k < 8; ++k) {
         const int want = ShareOf(F, vec::At(e, k));
         ASSERT_EQ(vec::At(direct, k), want) << Name(F) << " e " << vec::At(e, k);

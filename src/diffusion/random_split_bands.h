@@ -83,7 +83,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const auto decider = FastDecider(pass, engine);
   const auto& decide = Unwrapped(decider);
   const SplitKernel<Pass, std::decay_t<decltype(decide)>> kernel(decide, engine.curves, starts, 0, words, row_room);
-  const auto lanes_of = [&](unsigned first, unsigned n, serpentine_lockstep::Lane* lanes) {
+  const auto lanes_of = [&](unsigned first, unsigned n, row_engine::Lane* lanes) {
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
       lanes[l] = {LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w),
@@ -97,7 +97,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
     const auto vdecide = VectorDecision(pass, decide);
     if (vdecide && VectorRowsOn() && TakesVectorGroups<Pass>(engine, band)) {
       const auto group = [&](unsigned first, unsigned n, VectorRowsMemory mem) {
-        serpentine_lockstep::Lane lanes[kVectorLanes];
+        row_engine::Lane lanes[kVectorLanes];
         lanes_of(first, n, lanes);
         if (n >= kMinLanes)
           RunVectorGroup<Pass>(*vdecide, decide, band, lanes, n, engine.curves, starts + first, words + row_room * first,
@@ -111,7 +111,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   }
 #endif
   ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {
-    serpentine_lockstep::Lane lanes[kMaxLockstep];
+    row_engine::Lane lanes[kMaxLockstep];
     lanes_of(first, n, lanes);
     RunSplitGroup(kernel, band, lanes, n);
     if (planes == 1) engine.random = starts[0];
@@ -132,7 +132,7 @@ void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRo
   const SplitKernel<Pass, std::decay_t<decltype(decide)>> kernel(decide, engine.curves, &engine.random, 0, words, 0);
   // The last row's down shares have nowhere to go: a scratch carry row takes them.
   std::vector<std::int16_t> carry(rows.carry ? 0 : band.w);
-  const serpentine_lockstep::Lane lane{rows.a, rows.b, rows.carry ? rows.carry : carry.data(), nullptr, 0};
+  const row_engine::Lane lane{rows.a, rows.b, rows.carry ? rows.carry : carry.data(), nullptr, 0};
   RunSplitGroup(kernel, band, &lane, 1);
 }
 

@@ -1,5 +1,5 @@
 // The fast path of the serpentine two-neighbour scan (random_split_scan.h), as a kernel of the
-// serpentine row engine (serpentine_lockstep.h): the same pixels in the same order per plane, the
+// serpentine row engine (frame/row_engine.h): the same pixels in the same order per plane, the
 // same draws, the same rows left behind. The engine runs the planes of a group in lockstep, keeps
 // the carried value in a register, cuts rows into whole output bytes (a group's by pairs of
 // columns) and gathers the dots; the kernel here is one pixel:
@@ -21,7 +21,7 @@
 #include "diffusion/random_split_tables.h"
 #include "frame/band_draws.h"
 #include "frame/lockstep.h"
-#include "tablediffusion/serpentine_lockstep.h"
+#include "frame/row_engine.h"
 
 namespace halftone::random_split {
 
@@ -85,7 +85,7 @@ class SplitKernel {
   using Held = std::conditional_t<kTableParts<InnerLtr> || kTableParts<InnerRtl> || kShareRows<InnerLtr, 1> ||
                                       kShareRows<InnerRtl, 1>,
                                   std::ptrdiff_t, int>;
-  using Out = serpentine_lockstep::PixelOutOf<Held>;
+  using Out = row_engine::PixelOutOf<Held>;
 
   struct LaneState {
     RandomBitSource* random;     // the lane's generator, after the draws of the rows scanned so far
@@ -113,7 +113,7 @@ class SplitKernel {
     for (std::size_t x = 0; x < w; ++x) row[x] = in[x];
   }
   template <bool kLtr, bool kLast>
-  static void LaneRow(LaneState& s, const serpentine_lockstep::RowView<std::int16_t>& r) {
+  static void LaneRow(LaneState& s, const row_engine::RowView<std::int16_t>& r) {
     const std::size_t w = r.w;
     s.random->DrawWords(s.words, w - 1 + (kEndDraw<kLast> == EndDraw::kNone ? 0 : 1));
     s.drawn = kLtr ? s.words : s.words + (w - 1);
@@ -313,9 +313,9 @@ class SplitKernel {
 
 // Runs a group of n lanes (n at most the pass's width) on the row engine.
 template <class Kernel>
-void RunSplitGroup(const Kernel& kernel, const Band& band, const serpentine_lockstep::Lane* lanes, unsigned n) {
+void RunSplitGroup(const Kernel& kernel, const Band& band, const row_engine::Lane* lanes, unsigned n) {
   WithLaneCount<Kernel::kLockstep>(
-      n, [&](auto lanes_n) { serpentine_lockstep::Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
+      n, [&](auto lanes_n) { row_engine::Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
 }
 
 }  // namespace halftone::random_split

@@ -225,7 +225,7 @@ class VectorRows {
 // the row engine; lane l draws from starts[l] into words + room * l.
 template <class Pass, class VectorDecider, class Decider>
 void RunVectorGroup(const VectorDecider& vdecide, const Decider& decide, const Band& band,
-                    const serpentine_lockstep::Lane* lanes, unsigned n, const ToneCurveSet& curves,
+                    const row_engine::Lane* lanes, unsigned n, const ToneCurveSet& curves,
                     const RandomBitSource* starts, std::uint32_t* words, std::size_t room, VectorRowsMemory mem) {
   VectorRows<Pass, VectorDecider, Decider> rows(vdecide, decide, band, starts, words, room, n, curves, mem);
   VectorLane vlanes[kVectorLanes];
@@ -234,7 +234,7 @@ void RunVectorGroup(const VectorDecider& vdecide, const Decider& decide, const B
   for (unsigned l = 0; l < n; ++l) {
     RandomBitSource after = rows.random(l);
     const SplitKernel<Pass, Decider> last(decide, curves, &after, lanes[l].p, words + room * l, 0);
-    serpentine_lockstep::Scan<SplitKernel<Pass, Decider>, 1>(last, band, &lanes[l]).LastRow();
+    row_engine::Scan<SplitKernel<Pass, Decider>, 1>(last, band, &lanes[l]).LastRow();
   }
 }
 

@@ -7,7 +7,7 @@
 #include "frame/dispatch.h"
 #include "frame/job.h"
 #include "frame/lockstep.h"
-#include "tablediffusion/serpentine_lockstep.h"
+#include "frame/row_engine.h"
 #include "tablediffusion/integer_diffusion.h"
 
 namespace halftone {
@@ -188,7 +188,7 @@ struct CycleKernel {
     return {home > kCycleLast ? 0 : home, &home, nullptr, 0};
   }
   template <bool kLtr, bool kLast>
-  void LaneRow(LaneState& s, const serpentine_lockstep::RowView<std::int16_t>& r) const {
+  void LaneRow(LaneState& s, const row_engine::RowView<std::int16_t>& r) const {
     const std::int8_t* row = (kLast ? pattern.last_ahead : pattern.inner_ahead) + s.counter + 1;
     s.ahead = kLtr ? row : row + (r.w - 1);
     s.w = r.w;
@@ -201,7 +201,7 @@ struct CycleKernel {
   // its own counter step, down only early in the cycle; on the band's last row the dot only,
   // no step (its carry entry stays cleared).
   template <bool kLtr, bool kLast, bool kEnd>
-  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(LaneState& s, int, int v, std::size_t x, unsigned,
+  HALFTONE_FORCE_INLINE row_engine::PixelOut Step(LaneState& s, int, int v, std::size_t x, unsigned,
                                                             unsigned) const {
     const bool dot = v <= kThreshold;
     const int e = SelectUnpredictable(dot, v, v - kWhite);
@@ -222,11 +222,11 @@ void FastBand(Engine& engine, const Band& band) {
   bool all_forward = true;
   for (unsigned p = 0; p < planes; ++p) all_forward = all_forward && engine.cycle_direction[p] == 0;
   if (all_forward) {
-    serpentine_lockstep::RunBand(kernel, engine, band);
+    row_engine::RunBand(kernel, engine, band);
   } else {
     for (unsigned p = 0; p < planes; ++p) {
-      const serpentine_lockstep::Lane lane{engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w), nullptr, p};
-      serpentine_lockstep::Scan<CycleKernel, 1>(kernel, band, &lane).Run(engine.cycle_direction[p] != 0);
+      const row_engine::Lane lane{engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w), nullptr, p};
+      row_engine::Scan<CycleKernel, 1>(kernel, band, &lane).Run(engine.cycle_direction[p] != 0);
     }
   }
   for (unsigned p = 0; p < planes; ++p) engine.cycle_direction[p] ^= static_cast<std::uint32_t>(band.h & 1);

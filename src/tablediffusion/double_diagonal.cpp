@@ -75,7 +75,7 @@ struct DiagonalKernel {
   // The row the shares go to starts empty. (A right-to-left last row hands them to the carry,
   // cleared when the band began.)
   template <bool, bool>
-  static void LaneRow(LaneState& s, const serpentine_lockstep::RowView<double>& r) {
+  static void LaneRow(LaneState& s, const row_engine::RowView<double>& r) {
     std::fill(r.down, r.down + r.w, 0.0);
     s.mask = kDiagonalMask[r.y % kDiagonalMaskRows].data();
     s.w = r.w;
@@ -83,7 +83,7 @@ struct DiagonalKernel {
   static void SetRow(std::size_t) {}
 
   template <bool kLtr, bool, bool kEnd>
-  HALFTONE_FORCE_INLINE static serpentine_lockstep::PixelOutOf<Real> Step(const LaneState&, int v, Real held,
+  HALFTONE_FORCE_INLINE static row_engine::PixelOutOf<Real> Step(const LaneState&, int v, Real held,
                                                                           std::size_t, unsigned, unsigned) {
     const Real s = Real::Level(v) + held;
     const double_fast::Mask dark = double_fast::AtOrBelow(s, Real::Of(kDotThreshold));
@@ -98,7 +98,7 @@ struct DiagonalKernel {
   // edge are dropped.
   static void Share(const LaneState& s, double* down, std::size_t x, Real e) {
     const Real third = e / Real::Of(kThirds);
-    using Cells = serpentine_lockstep::Cells<double>;
+    using Cells = row_engine::Cells<double>;
     if (s.mask[x % kDiagonalMaskColumns] != 0) {
       if (x > 0) Cells::Put(down + x - 1, Real::Load(down + x - 1) + third);
     } else if (x + 1 < s.w) {
@@ -120,7 +120,7 @@ int Diagonal(Engine& engine, const Band& band) {
     if (ForceScalar()) {
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane(engine.double_rows, band, p);
     } else {
-      serpentine_lockstep::RunBand(DiagonalKernel{}, engine, band);
+      row_engine::RunBand(DiagonalKernel{}, engine, band);
     }
   });
 }

@@ -1,5 +1,5 @@
 // The fast path of the ahead-and-down members (double_serpentine.h), as a kernel of the
-// serpentine row engine (serpentine_lockstep.h): the same pixels in the same order per plane,
+// serpentine row engine (frame/row_engine.h): the same pixels in the same order per plane,
 // the same double operations in the same order, the same draws, the same rows left behind.
 // What changes is how:
 //   - the planes of a group run in lockstep on their own working rows (the engine's), so the
@@ -15,16 +15,16 @@
 #include <cstdint>
 
 #include "frame/lockstep.h"
+#include "frame/row_engine.h"
 #include "tablediffusion/double_serpentine.h"
-#include "tablediffusion/serpentine_lockstep.h"
 
 namespace halftone::double_fast {
 
-using serpentine_lockstep::AtOrBelow;
-using serpentine_lockstep::Above;
-using serpentine_lockstep::Mask;
-using serpentine_lockstep::Real;
-using serpentine_lockstep::Select;
+using row_engine::AtOrBelow;
+using row_engine::Above;
+using row_engine::Mask;
+using row_engine::Real;
+using row_engine::Select;
 
 // What a share may depend on besides the error: the pixel, its row and its draw's split bit.
 struct Px {
@@ -79,13 +79,13 @@ struct AheadDownKernel {
 
   static LaneState StartLane(unsigned) { return {nullptr, 0}; }
   template <bool, bool>
-  static void LaneRow(LaneState& s, const serpentine_lockstep::RowView<double>& r) {
+  static void LaneRow(LaneState& s, const row_engine::RowView<double>& r) {
     s = {r.in, r.w};
   }
   void SetRow(std::size_t row) { y = row; }
 
   template <bool kLtr, bool kLast, bool kEnd>
-  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOutOf<Real> Step(const LaneState& ls, int v, Real held,
+  HALFTONE_FORCE_INLINE row_engine::PixelOutOf<Real> Step(const LaneState& ls, int v, Real held,
                                                                    std::size_t x, unsigned, unsigned drawn) const {
     const Real s = fast.Sum(v, held, y, x);
     const Real threshold = Real::Of(kDotThreshold);
@@ -117,7 +117,7 @@ struct AheadDownKernel {
 // scan draws them).
 template <class Fast>
 void AheadDownBand(const Fast& fast, Engine& engine, const Band& band) {
-  serpentine_lockstep::RunBand(AheadDownKernel<Fast>{fast}, engine, band);
+  row_engine::RunBand(AheadDownKernel<Fast>{fast}, engine, band);
 }
 
 }  // namespace halftone::double_fast

@@ -70,7 +70,8 @@ struct ToneWeightFast : double_fast::PlainFast {
   static constexpr unsigned kLockstep = 2;  // four lanes ran slower (suiruiskao6/4planes)
   static bool BiasAt(std::size_t, bool) { return false; }
   static double_fast::Real Bias(int) { return double_fast::Real::Of(0.0); }
-  static double_fast::Real Scale(double_fast::Real e, const double_fast::Px& px) {
+  // Forced inline: called for both outcomes of a pixel, whose local tone it then forms once.
+  HALFTONE_FORCE_INLINE static double_fast::Real Scale(double_fast::Real e, const double_fast::Px& px) {
     const std::size_t x = px.x;
     const int left = px.in[x > 0 ? x - 1 : x];
     const int right = px.in[x + 1 < px.w ? x + 1 : x];

@@ -8,10 +8,10 @@
 
 #include "frame/dispatch.h"
 #include "frame/job.h"
+#include "frame/row_engine.h"
 #include "tablediffusion/curve_term.h"
 #include "tablediffusion/error_shares.h"
 #include "tablediffusion/integer_diffusion.h"
-#include "tablediffusion/serpentine_lockstep.h"
 #include "tablediffusion/serpentine_vector.h"
 
 namespace halftone {
@@ -141,13 +141,13 @@ constexpr std::array<std::uint8_t, kInputLevels> SplitBandOfLevel() {
 
 // [split band * 4 + drawn value]
 template <const LayerModulatedTraits& M>
-constexpr std::array<serpentine_lockstep::AheadMasks, 3 * kDrawnCodes> AheadMaskTable() {
-  std::array<serpentine_lockstep::AheadMasks, 3 * kDrawnCodes> table{};
+constexpr std::array<AheadMasks, 3 * kDrawnCodes> AheadMaskTable() {
+  std::array<AheadMasks, 3 * kDrawnCodes> table{};
   for (std::size_t i = 0; i < M.band_count; ++i)
     for (unsigned q = 0; q < kDrawnCodes; ++q) {
       const ShareChoice& c = M.bands[i].choice;
       if (c.by == Selector::kParity) throw "a drawing member draws at every level";
-      table[i * kDrawnCodes + q] = serpentine_lockstep::MasksOf(c.rules[c.by == Selector::kOneBit ? (q & 1u) : q]);
+      table[i * kDrawnCodes + q] = MasksOf(c.rules[c.by == Selector::kOneBit ? (q & 1u) : q]);
     }
   return table;
 }
@@ -168,7 +168,7 @@ struct LayerKernel {
 
   void SetRow(std::size_t y) { tile_row = y % kLayerTile; }
   template <bool kLtr>
-  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(int v, int held, std::size_t x, unsigned odd,
+  HALFTONE_FORCE_INLINE row_engine::PixelOut Step(int v, int held, std::size_t x, unsigned odd,
                                                             unsigned drawn) const {
     const auto level = static_cast<std::size_t>(v);
     // The layer term joins the input level before the carried value, off the pixel-to-pixel chain.
@@ -180,12 +180,12 @@ struct LayerKernel {
     const int e = dot ? biased : biased - kWhite;
     int ahead;
     if constexpr (kDraws) {
-      static constexpr std::array<serpentine_lockstep::AheadMasks, 3 * kDrawnCodes> kMasks = AheadMaskTable<M>();
-      ahead = serpentine_lockstep::AheadByMasks(
+      static constexpr std::array<AheadMasks, 3 * kDrawnCodes> kMasks = AheadMaskTable<M>();
+      ahead = AheadByMasks(
           kMasks[kSplitBand[level] * kDrawnCodes + (drawn & (kDrawnCodes - 1))], e);
     } else {
       static_assert(M.band_count == 1);
-      ahead = serpentine_lockstep::AheadShare<M.bands[0].choice>(0, e);
+      ahead = AheadShare<M.bands[0].choice>(0, e);
     }
     return {dot, ahead, e - ahead};
   }
@@ -198,14 +198,14 @@ struct LayerKernel {
   static constexpr std::uint16_t Rule(std::uint8_t level, unsigned drawn) {
     const ShareChoice& c = M.bands[kSplitBand[level]].choice;
     if (c.by == Selector::kParity) throw "a drawing member draws at every level";
-    return serpentine_lockstep::RuleFlags(c.rules[c.by == Selector::kOneBit ? (drawn & 1u) : (drawn & 3u)]);
+    return row_engine::RuleFlags(c.rules[c.by == Selector::kOneBit ? (drawn & 1u) : (drawn & 3u)]);
   }
   template <bool kLtr>
   int Term(std::uint8_t level, std::size_t odd) const {
     return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
   }
   HALFTONE_FORCE_INLINE vec::V16 VectorError(vec::V16 s, vec::V16 biased, vec::V16& dot) const {
-    return serpentine_lockstep::BilevelVectorError<kThreshold, kWhite>(s, biased, dot);
+    return row_engine::BilevelVectorError<kThreshold, kWhite>(s, biased, dot);
   }
 #endif
 };
@@ -221,10 +221,10 @@ void FastBand(Engine& engine, const Band& band) {
 #if HALFTONE_VECTOR_ROWS
   if constexpr (LayerKernel<M>::kVectorRows) {
     if (VectorRowsOn() && band.h >= 2 && band.planes >= halftone::kVectorLanes)
-      return serpentine_lockstep::RunBandVector(kernel, engine, band);
+      return row_engine::RunBandVector(kernel, engine, band);
   }
 #endif
-  serpentine_lockstep::RunBand(kernel, engine, band);
+  row_engine::RunBand(kernel, engine, band);
 }
 
 template <const LayerModulatedTraits& M>

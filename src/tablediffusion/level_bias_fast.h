@@ -3,7 +3,7 @@
 //   - whether a pixel draws depends only on its input level and the scan direction, never on
 //     the error, so a count over each plane's input tells where its slice of the random stream
 //     starts; the band's words are drawn ahead and the planes run as lanes of the serpentine
-//     row engine (serpentine_lockstep.h), each lane reading its own slice;
+//     row engine (frame/row_engine.h), each lane reading its own slice;
 //   - per scan direction and column parity, a 256-entry table keyed by the input level gives
 //     the level plus its bias byte, whether the pixel draws and the split rule for either bit;
 //   - every split rule is one multiply and shift, exact for every error a pixel can hold.
@@ -21,8 +21,8 @@
 #include "frame/engine.h"
 #include "frame/lockstep.h"
 #include "frame/random_bits.h"
+#include "frame/row_engine.h"
 #include "tablediffusion/level_bias_rules.h"
-#include "tablediffusion/serpentine_lockstep.h"
 #include "tablediffusion/serpentine_vector.h"
 
 namespace halftone::level_bias {
@@ -44,11 +44,11 @@ struct LevelBiasKernel {
 
   LaneState StartLane(unsigned p) const { return {first_word[p]}; }
   template <bool, bool>
-  static void LaneRow(LaneState&, const serpentine_lockstep::RowView<std::int16_t>&) {}
+  static void LaneRow(LaneState&, const row_engine::RowView<std::int16_t>&) {}
   static void SetRow(std::size_t) {}
 
   template <bool kLtr, bool, bool>
-  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(LaneState& s, int v, int held, std::size_t, unsigned odd,
+  HALFTONE_FORCE_INLINE row_engine::PixelOut Step(LaneState& s, int v, int held, std::size_t, unsigned odd,
                                                            unsigned) const {
     const std::int64_t c = held;
     const LevelEntry en = tables->entry[kLtr ? kForward : kBackward][odd][static_cast<std::size_t>(v)];
@@ -89,7 +89,7 @@ class VectorRows {
   static constexpr bool kStartsFromInput = false;
 
   // `words` by plane: its next prepared draw, moved on as the rows take them.
-  VectorRows(const Band& band, const serpentine_lockstep::Lane* lanes, const std::uint8_t** words)
+  VectorRows(const Band& band, const row_engine::Lane* lanes, const std::uint8_t** words)
       : band_(band), words_(words) {
     for (unsigned l = 0; l < kLanes; ++l) p_[l] = lanes[l].p;
   }
@@ -99,13 +99,13 @@ class VectorRows {
     const std::uint32_t* records;
     const std::uint8_t* samples;
 
-    HALFTONE_FORCE_INLINE static bool Fits(vec::V16 held) { return !serpentine_lockstep::AnyHeldOverLimit(held); }
+    HALFTONE_FORCE_INLINE static bool Fits(vec::V16 held) { return !row_engine::AnyHeldOverLimit(held); }
     HALFTONE_FORCE_INLINE VectorColumn Column(vec::V16 held, std::size_t at, std::size_t) const {
       constexpr std::uint16_t kAny = kVectorFlags<M, kLtr, false>, kEvery = kVectorFlags<M, kLtr, true>;
-      const vec::V16 rec = serpentine_lockstep::ColumnRecords(records + at);  // bias low, rules high
+      const vec::V16 rec = row_engine::ColumnRecords(records + at);  // bias low, rules high
       vec::V16 code;
       const vec::V16 e = Decide{}.Error(vec::Load8(samples + at) + held, {}, rec, code);
-      const vec::V16 ahead = serpentine_lockstep::AheadByFlags<kAny, kEvery>(e, serpentine_lockstep::UpperLanes(rec));
+      const vec::V16 ahead = row_engine::AheadByFlags<kAny, kEvery>(e, row_engine::UpperLanes(rec));
       return {ahead, e - ahead, code};
     }
     VectorEnd End(unsigned, int held, std::size_t at) const {
@@ -166,7 +166,7 @@ class VectorRows {
     const int s = c + v;
     const bool dot = s <= kBilevelThreshold;
     const int e = s - (dot ? 0 : kWhite) + static_cast<std::int16_t>(record & 0xFFFF);
-    return {e, serpentine_lockstep::AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), dot ? 1u : 0u};
+    return {e, row_engine::AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), dot ? 1u : 0u};
   }
 
   static constexpr int kBilevelLevels[2] = {0, kWhite};
@@ -210,7 +210,7 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
     if (VectorRowsOn() && planes >= kVectorLanes && band.h >= 2) {
       // Groups of four planes as vector lanes; a smaller rest stays on the engine.
       halftone::ForEachVectorGroup(engine, planes, w, [&](unsigned first, unsigned n, VectorMemory mem) {
-        serpentine_lockstep::Lane lanes[kMaxLockstep];
+        row_engine::Lane lanes[kMaxLockstep];
         for (unsigned l = 0; l < n; ++l) {
           const unsigned p = first + l;
           lanes[l] = {LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, w),
@@ -218,21 +218,21 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
         }
         if (n < kVectorLanes) {
           WithLaneCount(n, [&](auto lanes_n) {
-            serpentine_lockstep::Scan<LevelBiasKernel<M>, decltype(lanes_n)::value>(kernel, band, lanes).Run();
+            row_engine::Scan<LevelBiasKernel<M>, decltype(lanes_n)::value>(kernel, band, lanes).Run();
           });
           return;
         }
         VectorRows<M> rows(band, lanes, first_word.data());
         VectorLane vlanes[kVectorLanes];
-        serpentine_lockstep::VectorLanesOf(lanes, n, vlanes);
+        row_engine::VectorLanesOf(lanes, n, vlanes);
         VectorScan(rows, band, vlanes, n, mem).Run();
-        for (unsigned l = 0; l < n; ++l) serpentine_lockstep::Scan<LevelBiasKernel<M>, 1>(kernel, band, &lanes[l]).LastRow();
+        for (unsigned l = 0; l < n; ++l) row_engine::Scan<LevelBiasKernel<M>, 1>(kernel, band, &lanes[l]).LastRow();
       });
       return;
     }
   }
 #endif
-  serpentine_lockstep::RunBand(kernel, engine, band);
+  row_engine::RunBand(kernel, engine, band);
 }
 
 }  // namespace halftone::level_bias

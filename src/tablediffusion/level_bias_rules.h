@@ -239,7 +239,7 @@ template <const LevelBiasTraits& M>
 constexpr std::uint16_t VectorRuleFlags(bool forward, unsigned parity, int v, unsigned byte) {
   const ShareChoice& choice = BandOf(M, v, forward).choice;
   const bool by_bit = choice.by == Selector::kOneBit;
-  return serpentine_lockstep::RuleFlags(choice.rules[by_bit ? (byte & kPreparedMask) >> kSplitBit : parity]);
+  return row_engine::RuleFlags(choice.rules[by_bit ? (byte & kPreparedMask) >> kSplitBit : parity]);
 }
 // The flags some rule of a direction sets (kEvery false) or every rule sets (kEvery true).
 template <const LevelBiasTraits& M, bool kForward, bool kEvery>

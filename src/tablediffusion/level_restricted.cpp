@@ -10,10 +10,10 @@
 
 #include "frame/dispatch.h"
 #include "frame/job.h"
+#include "frame/row_engine.h"
 #include "tablediffusion/curve_term.h"
 #include "tablediffusion/error_shares.h"
 #include "tablediffusion/integer_diffusion.h"
-#include "tablediffusion/serpentine_lockstep.h"
 #include "tablediffusion/serpentine_vector.h"
 
 namespace halftone {
@@ -226,12 +226,12 @@ struct FourLevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
+  HALFTONE_FORCE_INLINE row_engine::PixelOut Step(int v, int held, std::size_t, unsigned odd,
                                                             unsigned drawn) const {
     const RestrictedEntry& t = (kLtr ? ltr : rtl)[odd * kInputLevels + static_cast<std::size_t>(v)];
     const int dark = -static_cast<int>(held <= t.split);
     const int e = held - (t.light_offset ^ ((t.light_offset ^ t.dark_offset) & dark));
-    const int ahead = serpentine_lockstep::AheadShare<kLtr ? M.split_ltr : M.split_rtl>(drawn & 1u, e);
+    const int ahead = AheadShare<kLtr ? M.split_ltr : M.split_rtl>(drawn & 1u, e);
     return {static_cast<unsigned>(t.dark - 1 - dark), ahead, e - ahead};
   }
 };
@@ -252,7 +252,7 @@ struct BilevelKernel {
     FillStartRow<M>(*matrix, row, in, y, w);
   }
   template <bool kLtr>
-  HALFTONE_FORCE_INLINE serpentine_lockstep::PixelOut Step(int v, int held, std::size_t, unsigned odd,
+  HALFTONE_FORCE_INLINE row_engine::PixelOut Step(int v, int held, std::size_t, unsigned odd,
                                                             unsigned drawn) const {
     constexpr CurveTerm kTerm = kLtr ? M.ltr : M.rtl;
     constexpr ShareChoice kSplit = kLtr ? M.split_ltr : M.split_rtl;
@@ -260,7 +260,7 @@ struct BilevelKernel {
     const int biased = s + CurveTermAt<kTerm>(kLtr ? ltr : rtl, odd, static_cast<std::size_t>(v));
     const bool dot = s <= kBilevelThreshold;
     const int e = dot ? biased : biased - kWhite;
-    const int ahead = serpentine_lockstep::AheadShare<kSplit>(drawn & 1u, e);
+    const int ahead = AheadShare<kSplit>(drawn & 1u, e);
     return {dot, ahead, e - ahead};
   }
 
@@ -270,14 +270,14 @@ struct BilevelKernel {
   template <bool kLtr>
   static constexpr std::uint16_t Rule(std::uint8_t, unsigned drawn) {
     constexpr ShareChoice kSplit = kLtr ? M.split_ltr : M.split_rtl;
-    return serpentine_lockstep::RuleFlags(kSplit.rules[kSplit.by == Selector::kOneBit ? (drawn & 1u) : 0u]);
+    return row_engine::RuleFlags(kSplit.rules[kSplit.by == Selector::kOneBit ? (drawn & 1u) : 0u]);
   }
   template <bool kLtr>
   int Term(std::uint8_t level, std::size_t odd) const {
     return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
   }
   HALFTONE_FORCE_INLINE vec::V16 VectorError(vec::V16 s, vec::V16 biased, vec::V16& dot) const {
-    return serpentine_lockstep::BilevelVectorError<kBilevelThreshold, kWhite>(s, biased, dot);
+    return row_engine::BilevelVectorError<kBilevelThreshold, kWhite>(s, biased, dot);
   }
 #endif
 };
@@ -288,7 +288,7 @@ void FastBand(Engine& engine, const Band& band, const Levels& lv) {
     RestrictedTable ltr, rtl;
     BuildRestrictedTable<M.ltr>(engine, lv, ltr);
     BuildRestrictedTable<M.rtl>(engine, lv, rtl);
-    serpentine_lockstep::RunBand(FourLevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
+    row_engine::RunBand(FourLevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
   } else {
     CurveTermTable ltr, rtl;
     BuildCurveTermTable<M.ltr>(engine, ltr);
@@ -297,10 +297,10 @@ void FastBand(Engine& engine, const Band& band, const Levels& lv) {
 #if HALFTONE_VECTOR_ROWS
     if constexpr (BilevelKernel<M>::kVectorRows) {
       if (VectorRowsOn() && band.h >= 2 && band.planes >= halftone::kVectorLanes)
-        return serpentine_lockstep::RunBandVector(kernel, engine, band);
+        return row_engine::RunBandVector(kernel, engine, band);
     }
 #endif
-    serpentine_lockstep::RunBand(kernel, engine, band);
+    row_engine::RunBand(kernel, engine, band);
   }
 }
 

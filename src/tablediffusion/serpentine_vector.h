@@ -1,4 +1,4 @@
-// The inner rows of the table-driven serpentine lockstep scan (serpentine_lockstep.h) with the
+// The inner rows of the table-driven serpentine lockstep scan (frame/row_engine.h) with the
 // planes of a group as the 16-bit lanes of one vector, for kernels whose rows hold bare
 // error and whose pixel picks its split rule by input level and draw. As in the random-split
 // vector rows, the rows are kept interleaved (entry 4x + l is lane l at column x), and each
@@ -17,12 +17,12 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/row_engine.h"
 #include "frame/vector_lanes.h"
 #include "frame/vector_scan.h"
-#include "tablediffusion/serpentine_lockstep.h"
 
 #if HALFTONE_VECTOR_ROWS
-namespace halftone::serpentine_lockstep {
+namespace halftone::row_engine {
 
 // A pixel's split rule as flags in the top bits of a 16-bit entry, so each flag becomes a lane
 // mask with a shift left and an arithmetic shift right. The ahead share is
@@ -298,5 +298,5 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
   });
 }
 
-}  // namespace halftone::serpentine_lockstep
+}  // namespace halftone::row_engine
 #endif

@@ -1,17 +1,18 @@
-// The serpentine row engine of the table-driven diffusions (level_restricted.cpp,
-// layer_modulated.cpp, cyclic.cpp, and the double-precision members through
-// double_serpentine_fast.h): the same pixels in the same order per plane, the same draws and
-// the same rows left behind as their readable passes. What changes is how:
+// The serpentine row engine under every diffusion's fast path: the random-split passes
+// (diffusion/random_split_fast.h), the level-restricted, layer-modulated, level-keyed bias and
+// cyclic routines and the double-precision members (double_serpentine_fast.h). The same pixels
+// in the same order per plane, the same draws and the same rows left behind as the readable
+// passes. What changes is how:
 //   - the planes of a band run in lockstep groups, row y of every plane in one loop, each plane
-//     on its own working rows, carry entries and slice of the random stream drawn ahead, so
-//     their dependency chains overlap;
+//     on its own working rows, carry entries and slice of the random stream, so their
+//     dependency chains overlap;
 //   - the value carried along the row stays in a register;
-//   - decisions are compares and per-level tables built once per band call, and splits are a
-//     multiply and shifts (exact truncating division), without a branch on the error;
+//   - a row is cut into whole output bytes, so a column's parity and its dot's shift are
+//     constants, and the dots of a byte are gathered in a register and stored once;
 //   - where the next row's entry starts from input and bias-matrix noise, those are laid into
-//     the next row before the scan, out of the error's dependency chain;
-//   - the dots of a byte are gathered in a register and stored once.
-// A member supplies a kernel (what one pixel does); this file is the frame around it.
+//     the next row before the scan, out of the error's dependency chain.
+// A family supplies a kernel (what one pixel does); this file is the frame around it. Its
+// vector variant is frame/vector_scan.h.
 #pragma once
 
 #include <cstddef>
@@ -24,56 +25,8 @@
 #include "frame/engine.h"
 #include "frame/lockstep.h"
 #include "frame/share_arithmetic.h"
-#include "tablediffusion/error_shares.h"
 
-namespace halftone::serpentine_lockstep {
-
-// The ahead share of error e under a member's share choice, branch-free. `bit` is the drawn
-// split bit (ignored by a choice that draws nothing).
-template <ShareChoice C>
-HALFTONE_FORCE_INLINE inline int AheadShare(unsigned bit, int e) {
-  if constexpr (C.by == Selector::kParity) {
-    static_assert(C.rules[0] == C.rules[1], "a parity choice here is the same rule at every column");
-    return TruncatedShare<C.rules[0]>(e);
-  } else {
-    static_assert(C.by == Selector::kOneBit, "two-bit choices take a table of their own");
-    if constexpr (Divides(C.rules[0]) || Divides(C.rules[1])) {
-      // The bit picks the multiplier before e is known, so the chain through e is one multiply
-      // and one shift, not both rules' divisions and a select.
-      static constexpr ShareProduct kByBit[2] = {ProductOf(C.rules[0]), ProductOf(C.rules[1])};
-      return static_cast<int>(ShareByProduct(kByBit[bit & 1u], e));
-    } else {
-      // Whole error or none: masks.
-      const int a0 = TruncatedShare<C.rules[0]>(e), a1 = TruncatedShare<C.rules[1]>(e);
-      // A mask, not a select: compilers turn the select into a branch on the random bit.
-      return a0 ^ ((a0 ^ a1) & -static_cast<int>(bit));
-    }
-  }
-}
-
-// The ahead share of a rule picked at run time among several (by input-level band and drawn
-// value), as one multiply and masks, so one table entry replaces the rule:
-//   part  = high word of e * mul, plus one for negative e where the rule divides
-//           (e/2 or e/3 truncated toward zero; 0 for the whole error or none of it);
-//   ahead = (e & whole) + ((part ^ negate) - negate),
-// where negate makes a rest e minus the part; part is MulHighTrunc with den's rounded-up
-// reciprocal.
-struct AheadMasks {
-  int whole;
-  std::uint32_t mul;
-  int divides;  // all ones when the rule divides
-  int negate;
-};
-constexpr AheadMasks MasksOf(const Fraction& f) {
-  if (!Divides(f)) return {IsWhole(f) ? -1 : 0, 0, 0, 0};
-  if (f.num != 1 || f.rounding != Rounding::kTrunc || f.den > 3) throw "only the whole error, halves and thirds, truncated";
-  const auto mul = static_cast<std::uint32_t>(RoundedUpReciprocal(f.den));
-  return f.rest ? AheadMasks{-1, mul, -1, -1} : AheadMasks{0, mul, -1, 0};
-}
-HALFTONE_FORCE_INLINE inline int AheadByMasks(const AheadMasks& m, int e) {
-  const int part = MulHighTrunc(e, m.mul, m.divides);
-  return (e & m.whole) + ((part ^ m.negate) - m.negate);
-}
+namespace halftone::row_engine {
 
 // A double of the fast passes, in the low lane of a two-lane vector: each operation is the
 // IEEE operation on that lane (the other rides along unused), a compare gives a mask and a
@@ -490,4 +443,4 @@ void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
   });
 }
 
-}  // namespace halftone::serpentine_lockstep
+}  // namespace halftone::row_engine
