@@ -121,30 +121,24 @@ struct KernelOptions {
   }
   using Cell = typename decltype(CellType())::type;
   static constexpr bool kLaneState = requires { typename K::LaneState; };
-  static constexpr unsigned kGroupUnroll = [] {
-    if constexpr (requires { K::kGroupUnroll; }) return K::kGroupUnroll; else return 8u;
-  }();
-  static constexpr bool kRowEndDraws = [] {
-    if constexpr (requires { K::kRowEndDraws; }) return K::kRowEndDraws; else return true;
-  }();
-  static constexpr bool kLastLtrToCarry = [] {
-    if constexpr (requires { K::kLastLtrToCarry; }) return K::kLastLtrToCarry; else return false;
-  }();
-  static constexpr bool kStartIsInput = [] {
-    if constexpr (requires { K::kStartIsInput; }) return K::kStartIsInput; else return false;
-  }();
-  static constexpr bool kSpreadsDown = [] {
-    if constexpr (requires { K::kSpreadsDown; }) return K::kSpreadsDown; else return false;
-  }();
-  static constexpr bool kLastLtrDrops = [] {
-    if constexpr (requires { K::kLastLtrDrops; }) return K::kLastLtrDrops; else return false;
-  }();
-  static constexpr bool kNextHeld = [] {
-    if constexpr (requires { K::kNextHeld; }) return K::kNextHeld; else return false;
-  }();
-  static constexpr bool kByLanes = [] {
-    if constexpr (requires { K::kByLanes; }) return K::kByLanes; else return false;
-  }();
+  // A kernel's constant `name`, or `fallback` where it sets none.
+#define HALFTONE_KERNEL_OPTION(type, name, fallback) \
+  static constexpr type name = [] {                  \
+    if constexpr (requires { K::name; })             \
+      return type{K::name};                          \
+    else                                             \
+      return type{fallback};                         \
+  }()
+  HALFTONE_KERNEL_OPTION(unsigned, kGroupUnroll, 8);
+  HALFTONE_KERNEL_OPTION(bool, kRowEndDraws, true);
+  HALFTONE_KERNEL_OPTION(bool, kLastLtrToCarry, false);
+  HALFTONE_KERNEL_OPTION(bool, kLastLtrDrops, false);
+  HALFTONE_KERNEL_OPTION(bool, kStartIsInput, false);
+  HALFTONE_KERNEL_OPTION(bool, kSpreadsDown, false);
+  HALFTONE_KERNEL_OPTION(bool, kNextHeld, false);
+  HALFTONE_KERNEL_OPTION(bool, kByLanes, false);
+  HALFTONE_KERNEL_OPTION(bool, kWholeGroups, false);
+#undef HALFTONE_KERNEL_OPTION
   static consteval auto HeldType() {
     if constexpr (requires { typename K::Held; })
       return std::type_identity<typename K::Held>{};
@@ -153,9 +147,6 @@ struct KernelOptions {
   }
   using Held = typename decltype(HeldType())::type;
   static constexpr unsigned kWidest = LockstepWidth<K>();
-  static constexpr bool kWholeGroups = [] {
-    if constexpr (requires { K::kWholeGroups; }) return K::kWholeGroups; else return false;
-  }();
 };
 struct NoLaneState {};
 
