@@ -1,5 +1,5 @@
 // A band of the random-split family: the planes' slices of the random stream, the working rows
-// each plane scans on, and the choice of row engine (the reference scan, the scalar lockstep
+// each plane scans on, and the choice of tier (the reference scan, the row engine's lockstep
 // groups, or vector groups for passes that offer a vector decision).
 #pragma once
 

@@ -1,7 +1,7 @@
-// Inner rows of a lockstep group with the planes as the 16-bit lanes of one vector. The
-// scalar lockstep scan keeps every lane's chain in general registers; with four planes their
-// pointers outnumber the registers and each pixel costs some forty instructions a lane. Here a
-// column of the group is one vector step: the working rows, samples, draws, curve terms and
+// Inner rows of a lockstep group with the planes as the 16-bit lanes of one vector, as a kernel
+// of the vector frame (frame/vector_scan.h). The row engine's scalar groups keep every lane's
+// chain in general registers; with four planes their pointers outnumber the registers and each
+// pixel costs some forty instructions a lane. Here a column of the group is one vector step: the working rows, samples, draws, curve terms and
 // dots are kept interleaved (entry 4x + l is lane l at column x), so one 64-bit load fetches
 // the column for every plane.
 //
@@ -9,13 +9,14 @@
 // optional where its decision can be written with 16-bit compares and masks: the decision for
 // a sample is one or more thresholds on the corrected value with fixed steps of level between
 // them. A pass whose decision has no such form may ask (`kVectorTable`) for its lanes to read
-// their entries from its scalar decision table (TableDecide). The arithmetic is the scalar scan's, modulo 2^16 as the working rows store it, so the
-// dots and every row left behind are the same.
+// their entries from its scalar decision table (TableDecide). The arithmetic is the scalar
+// scan's, modulo 2^16 as the working rows store it, so the dots and every row left behind are
+// the same.
 //
 // Each row is three steps: the row's draws, the samples below and the curve terms are
 // interleaved; the pixels are scanned; the dots are packed into the planes' output rows.
-// The pixel ending each row, and the band's last row (thirds, the carry row), stay with the
-// scalar lockstep scan: one column in a row and one row in a band.
+// The pixel ending each row is done in ints, lane by lane, and the band's last row (thirds,
+// the carry row) runs on the row engine: one column in a row and one row in a band.
 #pragma once
 
 #include <bit>

@@ -1,6 +1,7 @@
-// The inner rows of the table-driven serpentine lockstep scan (frame/row_engine.h) with the
-// planes of a group as the 16-bit lanes of one vector, for kernels whose rows hold bare
-// error and whose pixel picks its split rule by input level and draw. As in the random-split
+// The inner rows of the table-driven kernels of the row engine (frame/row_engine.h) with the
+// planes of a group as the 16-bit lanes of one vector, on the vector frame
+// (frame/vector_scan.h), for kernels whose rows hold bare error and whose pixel picks its split
+// rule by input level and draw. As in the random-split
 // vector rows, the rows are kept interleaved (entry 4x + l is lane l at column x), and each
 // row is prepared, scanned and its dots packed. The preparation looks up, lane by lane, each
 // pixel's curve term and rule (whole error, a third or a half, ahead or down) so the scan only
@@ -8,8 +9,8 @@
 //
 // The scan's value and error are ints that a 16-bit lane holds only while the carried value
 // stays below kHeldLimit; a column where a lane's value is above it (errors driven to the
-// wrap by extreme curves) is done by the scalar kernel, lane by lane. The pixel ending a row
-// and the band's last row are left to the scalar scan.
+// wrap by extreme curves) is done by the scalar kernel, lane by lane, as is the pixel ending a
+// row; the band's last row runs on the row engine.
 #pragma once
 
 #include <bit>
