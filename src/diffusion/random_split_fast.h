@@ -105,8 +105,9 @@ class SplitKernel {
     if constexpr (kShareRows<InnerRtl, 1>) along_rtl_ = &AlongSharesOf<InnerRtl>(decide);
   }
 
-  LaneState StartLane(unsigned p) const {
-    return {generators_ + (p - first_), words_ + room_ * (p - first_), nullptr, nullptr, nullptr, 0};
+  LaneState StartLane(const row_engine::Lane& lane) const {
+    const unsigned k = lane.p - first_;
+    return {generators_ + k, words_ + room_ * k, nullptr, nullptr, nullptr, 0};
   }
   static void SetRow(std::size_t) {}
   static void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t, std::size_t w) {

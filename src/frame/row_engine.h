@@ -155,7 +155,7 @@ struct NoLaneState {};
 //   kStarts    true when a row's entries start from a value (input, matrix noise) that the
 //              error is added to, laid in by FillStart(row, in, y, w); false: bare error;
 //   kDraws     true when every pixel takes one draw of the random stream (its split bits,
-//              bits 1-8 of the draw, reach Step as `drawn`);
+//              bits 1 and 2 of the draw, reach Step as `drawn`);
 //   SetRow(y)  per-row state;
 //   Step       the pixel's code and shares, from its input level v and the value its row entry
 //              holds after the error that arrived; odd is x & 1, a constant where the frame
@@ -163,7 +163,7 @@ struct NoLaneState {};
 //              one: Step<kLtr, kLast, kEnd>(state, v, held, x, odd, drawn), kEnd for the pixel
 //              ending the row (whose ahead share is dropped).
 // and may set (KernelOptions): Cell (double rows instead of 16-bit ones); LaneState, the
-// lane's own state, begun by StartLane(p) and by LaneRow<kLtr, kLast>(state, RowView) at every
+// lane's own state, begun by StartLane(lane) and by LaneRow<kLtr, kLast>(state, RowView) at every
 // row; kRowEndDraws = false when the pixel ending a row takes no draw; kLastLtrToCarry when a
 // left-to-right last row's down shares go to the carry (else to B, as the right-to-left ones
 // go to the carry); kStartIsInput when a row starts from its input alone, added as the down
@@ -188,7 +188,7 @@ class Scan {
   Scan(const Kernel& kernel, const Band& band, const LaneOf<Cell>* lanes) : k_(kernel), band_(band) {
     for (unsigned l = 0; l < kLanes; ++l) {
       lanes_[l] = lanes[l];
-      if constexpr (Opt::kLaneState) state_[l] = k_.StartLane(lanes[l].p);
+      if constexpr (Opt::kLaneState) state_[l] = k_.StartLane(lanes[l]);
     }
   }
 
@@ -223,9 +223,6 @@ class Scan {
         ltr ? Row<true, false, false>(y) : Row<false, false, false>(y);
     }
   }
-
-  // Lane l's kernel state after the rows scanned so far.
-  const State& LaneStateOf(unsigned l) const { return state_[l]; }
 
   // The band's last row alone, on working rows that hold what the rows before it left; each
   // lane's draws start at that row's.
@@ -391,12 +388,14 @@ class Scan {
   State state_[kLanes];
 };
 
-// The band's n draws, kept as their split bits, one byte a draw (a quarter of the memory the
-// words take, which the scan of a 4-plane band otherwise streams through twice).
-inline constexpr unsigned kSplitBitsShift = 1;  // a draw's split bits start at bit 1
+// The band's n draws, kept as their two split bits (bits 1 and 2 of a draw, the most a
+// kernel reads), one byte a draw: a quarter of the memory the words take, which the scan of a
+// 4-plane band otherwise streams through twice.
+inline constexpr unsigned kSplitBitsShift = 1;
+inline constexpr std::uint8_t kSplitBitsMask = 3;
 inline const std::uint8_t* DrawSplitBits(Engine& engine, std::size_t n, unsigned planes, unsigned widest = kMaxLockstep,
                                          unsigned smallest = 1) {
-  return DrawBandBytes(engine, n, 0, kSplitBitsShift, 0xFF,
+  return DrawBandBytes(engine, n, 0, kSplitBitsShift, kSplitBitsMask,
                        LockstepGroupCount(planes, engine.threads.count(), widest, smallest));
 }
 
@@ -412,9 +411,10 @@ auto& RowsOf(Engine& engine) {
 // Every plane of a band (w, h >= 1). The random stream the planes would draw one after the
 // other is drawn ahead, each plane reading its own slice; every plane but the last runs on its
 // own working rows, the last on the shared ones, so they end the band as the sequential passes
-// leave them. Groups of planes run in lockstep, the groups on the engine's threads.
+// leave them. Groups of planes run in lockstep, the groups on the engine's threads. A kernel
+// that finds its own draws may give where each plane's start (plane_draws[p], its lane's `drawn`).
 template <class Kernel>
-void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
+void RunBand(const Kernel& kernel, Engine& engine, const Band& band, const std::uint8_t* const* plane_draws = nullptr) {
   using Opt = KernelOptions<Kernel>;
   using Cell = typename Opt::Cell;
   const unsigned planes = band.planes;
@@ -428,7 +428,7 @@ void RunBand(const Kernel& kernel, Engine& engine, const Band& band) {
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
       lanes[l] = {LaneRowA(rows, p, planes), LaneRowB(rows, p, planes), rows.carry(p, band.w),
-                  Kernel::kDraws ? drawn + per_plane * p : nullptr, p};
+                  plane_draws ? plane_draws[p] : (Kernel::kDraws ? drawn + per_plane * p : nullptr), p};
     }
     WithLaneCount<Opt::kWidest>(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
   });

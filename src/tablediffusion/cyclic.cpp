@@ -183,8 +183,8 @@ struct CycleKernel {
   CyclePattern pattern;
   Engine* engine;
 
-  LaneState StartLane(unsigned p) const {
-    std::int32_t& home = engine->cycle_counter[p];
+  LaneState StartLane(const row_engine::Lane& lane) const {
+    std::int32_t& home = engine->cycle_counter[lane.p];
     return {home > kCycleLast ? 0 : home, &home, nullptr, 0};
   }
   template <bool kLtr, bool kLast>

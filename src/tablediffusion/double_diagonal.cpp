@@ -71,7 +71,7 @@ struct DiagonalKernel {
     Real pending;  // the error whose diagonal share is not placed yet
   };
 
-  static LaneState StartLane(unsigned) { return {nullptr, 0, Real::Of(0.0)}; }
+  static LaneState StartLane(const row_engine::LaneOf<double>&) { return {nullptr, 0, Real::Of(0.0)}; }
   // The row the shares go to starts empty. (A right-to-left last row hands them to the carry,
   // cleared when the band began.)
   template <bool, bool>

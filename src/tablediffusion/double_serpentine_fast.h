@@ -77,7 +77,7 @@ struct AheadDownKernel {
   Fast fast;
   std::size_t y = 0;
 
-  static LaneState StartLane(unsigned) { return {nullptr, 0}; }
+  static LaneState StartLane(const row_engine::LaneOf<double>&) { return {nullptr, 0}; }
   template <bool, bool>
   static void LaneRow(LaneState& s, const row_engine::RowView<double>& r) {
     s = {r.in, r.w};

@@ -195,7 +195,7 @@ struct LayerKernel {
   // level's split band and its draw, the curve term by level and column.
   static constexpr bool kVectorRows = !M.layer && kDraws;
   template <bool kLtr>
-  static constexpr std::uint16_t Rule(std::uint8_t level, unsigned drawn) {
+  static constexpr std::uint16_t Rule(std::uint8_t level, unsigned, unsigned drawn) {
     const ShareChoice& c = M.bands[kSplitBand[level]].choice;
     if (c.by == Selector::kParity) throw "a drawing member draws at every level";
     return row_engine::RuleFlags(c.rules[c.by == Selector::kOneBit ? (drawn & 1u) : (drawn & 3u)]);
@@ -203,9 +203,6 @@ struct LayerKernel {
   template <bool kLtr>
   int Term(std::uint8_t level, std::size_t odd) const {
     return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
-  }
-  HALFTONE_FORCE_INLINE vec::V16 VectorError(vec::V16 s, vec::V16 biased, vec::V16& dot) const {
-    return row_engine::BilevelVectorError<kThreshold, kWhite>(s, biased, dot);
   }
 #endif
 };

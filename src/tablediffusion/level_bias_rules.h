@@ -1,7 +1,7 @@
 // What the fast level-keyed bias diffusion reads per pixel, prepared before a band: its split
 // rules as one multiply and shift each, per direction, parity and input level a table of the
 // level plus bias, the draw and the rule pair, the draw counts that place each plane's slice of
-// the random stream, the quantisers without branches, and the vector lanes' records.
+// the random stream, and the quantisers without branches.
 #pragma once
 
 #include <array>
@@ -13,7 +13,6 @@
 
 #include "frame/vector_lanes.h"
 #include "tablediffusion/level_bias_traits.h"
-#include "tablediffusion/serpentine_vector.h"
 
 namespace halftone::level_bias {
 
@@ -218,59 +217,5 @@ struct FourLevelWindow {
   [[gnu::noinline]] static Result Outside(std::int64_t v) { return Arithmetic(v); }
 };
 inline constexpr FourLevelWindow kFourLevelWindow{};
-
-#if HALFTONE_VECTOR_ROWS
-using VectorMemory = halftone::VectorRowsMemory;
-#else
-struct VectorMemory {};  // no vector rows on this target
-#endif
-
-#if HALFTONE_VECTOR_ROWS
-// For inner rows with the four planes of a group as vector lanes: a record per direction,
-// column parity, input level and prepared draw byte (0 or kPreparedMask), holding the bias the
-// column adds (low half) and the flags of the split rule (high half). A level below the
-// direction's draw limit takes its draw; the others read the next draw's byte, which their
-// pair of rules (one rule twice) ignores.
-inline constexpr std::size_t kDrawBytes = 2 * kPreparedMask;  // bytes 0 and kPreparedMask, a power of two apart
-inline constexpr std::size_t kRecordsPerParity = 256 * kDrawBytes;
-using VectorRecordTable = std::array<std::uint32_t, 2 * kRecordsPerParity>;  // [parity][level][byte]
-
-template <const LevelBiasTraits& M>
-constexpr std::uint16_t VectorRuleFlags(bool forward, unsigned parity, int v, unsigned byte) {
-  const ShareChoice& choice = BandOf(M, v, forward).choice;
-  const bool by_bit = choice.by == Selector::kOneBit;
-  return row_engine::RuleFlags(choice.rules[by_bit ? (byte & kPreparedMask) >> kSplitBit : parity]);
-}
-// The flags some rule of a direction sets (kEvery false) or every rule sets (kEvery true).
-template <const LevelBiasTraits& M, bool kForward, bool kEvery>
-inline constexpr std::uint16_t kVectorFlags = [] {
-  unsigned f = kEvery ? 0xFFFFu : 0u;
-  for (unsigned parity = 0; parity < 2; ++parity)
-    for (int v = 0; v < 256; ++v)
-      for (unsigned byte : {0u, unsigned{kPreparedMask}}) {
-        const unsigned r = VectorRuleFlags<M>(kForward, parity, v, byte);
-        f = kEvery ? (f & r) : (f | r);
-      }
-  return static_cast<std::uint16_t>(f);
-}();
-
-template <const LevelBiasTraits& M>
-const VectorRecordTable& VectorRecordsOf(bool forward) {
-  static const auto tables = [] {
-    std::array<VectorRecordTable, 2> t{};  // [kForward / kBackward]
-    const FastTables& fast = TablesOf<M>();
-    for (unsigned dir : {kForward, kBackward})
-      for (unsigned parity = 0; parity < 2; ++parity)
-        for (int v = 0; v < 256; ++v)
-          for (unsigned byte : {0u, unsigned{kPreparedMask}}) {
-            const auto bias = static_cast<std::uint16_t>(fast.entry[dir][parity][static_cast<std::size_t>(v)].bias);
-            t[dir][parity * kRecordsPerParity + static_cast<std::size_t>(v) * kDrawBytes + byte] =
-                bias | std::uint32_t{VectorRuleFlags<M>(dir == kForward, parity, v, byte)} << 16;
-          }
-    return t;
-  }();
-  return tables[forward ? kForward : kBackward];
-}
-#endif
 
 }  // namespace halftone::level_bias

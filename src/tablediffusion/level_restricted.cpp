@@ -268,16 +268,13 @@ struct BilevelKernel {
   // Vector rows for the member whose rows hold bare error and which draws at every pixel.
   static constexpr bool kVectorRows = !kStarts && kDraws;
   template <bool kLtr>
-  static constexpr std::uint16_t Rule(std::uint8_t, unsigned drawn) {
+  static constexpr std::uint16_t Rule(std::uint8_t, unsigned, unsigned drawn) {
     constexpr ShareChoice kSplit = kLtr ? M.split_ltr : M.split_rtl;
     return row_engine::RuleFlags(kSplit.rules[kSplit.by == Selector::kOneBit ? (drawn & 1u) : 0u]);
   }
   template <bool kLtr>
   int Term(std::uint8_t level, std::size_t odd) const {
     return CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, static_cast<unsigned>(odd), level);
-  }
-  HALFTONE_FORCE_INLINE vec::V16 VectorError(vec::V16 s, vec::V16 biased, vec::V16& dot) const {
-    return row_engine::BilevelVectorError<kBilevelThreshold, kWhite>(s, biased, dot);
   }
 #endif
 };

@@ -13,6 +13,7 @@
 // row; the band's last row runs on the row engine.
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -117,112 +118,149 @@ HALFTONE_FORCE_INLINE inline vec::V16 ColumnRecords(const std::uint32_t* column)
 // The upper four lanes moved down.
 HALFTONE_FORCE_INLINE inline vec::V16 UpperLanes(vec::V16 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 4, 5, 6, 7); }
 
-// The bilevel decision of the kernels here: a dot where s <= kThreshold; the error is the
-// biased value, less white without a dot.
-template <int kThreshold, int kWhite>
-HALFTONE_FORCE_INLINE inline vec::V16 BilevelVectorError(vec::V16 s, vec::V16 biased, vec::V16& dot) {
-  using halftone::vec::Splat;
-  dot = vec::Greater(Splat(kThreshold + 1), s);
-  return biased - (~dot & Splat(kWhite));
-}
+// The bilevel decision of the kernels here: a dot where s = level + value <= kCutThreshold;
+// the error is the biased value (s plus the record's term), less white without a dot.
+inline constexpr int kCutThreshold = 128, kCutWhite = 255;
 
-// A kernel on this path provides, besides the scalar Step:
-//   kVectorRows                     true;
-//   Rule<kLtr>(level, drawn)        static constexpr: the pixel's rule flags (RuleFlags), by
-//                                   the draw's two low bits only;
-//   Term<kLtr>(level, odd)          its curve term (0..65535 as a 16-bit value);
-//   VectorError(s, biased, dot)     from s = level + value and biased = s + term, the error
-//                                   and the dot (all ones where a dot is set).
+// A kernel on this path provides, besides the scalar Step (whose decision is the one above):
+//   kVectorRows                 true;
+//   Rule<kLtr>(level, odd, code)  static constexpr: the pixel's rule flags (RuleFlags), by
+//                               column parity and the draw's two low bits;
+//   Term<kLtr>(level, odd)      its term added to the error (0..65535 as a 16-bit value);
+// and, where not every pixel takes a draw, TakesDraw<kLtr>(level): whether a pixel of this
+// level moves its lane on to the next draw (a pixel reads the next draw either way).
 // TableRows is what the vector engine (frame/vector_scan.h) runs for such a kernel: each row
-// looks up every pixel's record, and a column is the error, its rule's share ahead and the rest
-// down.
+// looks up every pixel's record, in scan order, and a column is the error, its rule's share
+// ahead and the rest down. A lane's draws start at its Lane's `drawn`.
 template <class Kernel>
 class TableRows {
  public:
   static constexpr unsigned kBits = Kernel::kBits;
+  static_assert(kBits == 1);
   static constexpr bool kStartsFromInput = false;
 
   TableRows(const Kernel& kernel, const Band& band, const Lane* lanes) : k_(kernel), band_(band) {
-    for (unsigned l = 0; l < kVectorLanes; ++l) lanes_[l] = lanes[l];
+    for (unsigned l = 0; l < kVectorLanes; ++l) next_draw_[l] = lanes[l].drawn;
     MakeRecords<true>();
     MakeRecords<false>();
   }
+  // Lane l's next draw after the rows scanned so far.
+  const std::uint8_t* NextDraw(unsigned l) const { return next_draw_[l]; }
 
   template <bool kLtr>
   struct RowKernel {
-    const TableRows* rows;
-    std::size_t y;
     const std::uint32_t* records;
     const std::uint8_t* levels;
 
     HALFTONE_FORCE_INLINE static bool Fits(vec::V16 held) { return !AnyHeldOverLimit(held); }
     HALFTONE_FORCE_INLINE VectorColumn Column(vec::V16 held, std::size_t at, std::size_t) const {
+      using vec::Splat;
       const vec::V16 rec = ColumnRecords(records + at);  // terms low, rules high
       const vec::V16 s = vec::Load8(levels + at) + held;
-      vec::V16 dot;
-      const vec::V16 e = rows->k_.VectorError(s, s + rec, dot);
+      const vec::V16 dot = vec::Greater(Splat(kCutThreshold + 1), s);
+      const vec::V16 e = s + rec - (~dot & Splat(kCutWhite));
       const vec::V16 ahead = AheadOf<kLtr>(e, UpperLanes(rec));
-      return {ahead, e - ahead, dot & vec::Splat(1)};
+      return {ahead, e - ahead, dot & Splat(1)};
     }
-    VectorColumn Cold(vec::V16 held, std::size_t at, std::size_t i) const {
-      return rows->template ScalarColumn<kLtr>(held, y, i, at / kVectorLanes);
+    // A column whose values may leave 16 bits: each lane in ints.
+    [[gnu::noinline]] VectorColumn Cold(vec::V16 held, std::size_t at, std::size_t) const {
+      VectorColumn c{};
+      for (unsigned l = 0; l < kVectorLanes; ++l) {
+        const IntPixel px = PixelOf(levels[at + l], vec::At(held, l), records[at + l]);
+        c.ahead[l] = static_cast<std::uint16_t>(px.ahead);
+        c.down[l] = static_cast<std::uint16_t>(px.e - px.ahead);
+        c.dot[l] = static_cast<std::uint16_t>(px.code);
+      }
+      return c;
     }
-    VectorEnd End(unsigned l, int held, std::size_t at) const {
-      const std::size_t w = rows->band_.w;
-      const std::size_t x = kLtr ? w - 1 : 0;
-      const unsigned drawn = Kernel::kDraws ? rows->lanes_[l].drawn[y * w + (w - 1)] : 0u;
-      const PixelOut o = rows->k_.template Step<kLtr>(levels[at], held, x, static_cast<unsigned>(x & 1), drawn);
-      return {o.down, o.code};
+    VectorEnd End(unsigned, int held, std::size_t at) const {
+      const IntPixel px = PixelOf(levels[at], held, records[at]);
+      return {px.e - px.ahead, px.code};
     }
   };
   template <bool kLtr>
-  RowKernel<kLtr> Row(std::size_t y, const VectorRowsMemory& mem) {
-    PrepareRow<kLtr>(y, mem);
-    k_.SetRow(y);
-    return {this, y, mem.records(), mem.samples};
+  RowKernel<kLtr> Row(std::size_t, const VectorRowsMemory& mem) {
+    PrepareRow<kLtr>(mem);
+    return {mem.records(), mem.samples};
   }
 
  private:
-  // A pixel's curve term (low half) and rule flags (high half) by scan direction, column
-  // parity, input level and the draw's two low bits, made once per group.
-  static constexpr std::size_t kRuleCodes = 4;
+  // A pixel in ints from its level, carried value and record: error, ahead share and code.
+  struct IntPixel {
+    int e, ahead;
+    unsigned code;
+  };
+  static IntPixel PixelOf(int level, int held, std::uint32_t record) {
+    const int s = level + held;
+    const bool dot = s <= kCutThreshold;
+    const int e = s - (dot ? 0 : kCutWhite) + static_cast<std::int16_t>(record & 0xFFFF);
+    return {e, AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), dot ? 1u : 0u};
+  }
+
+  template <bool kLtr>
+  static bool TakesDraw(std::uint8_t level) {
+    if constexpr (requires { Kernel::template TakesDraw<kLtr>(level); })
+      return Kernel::template TakesDraw<kLtr>(level);
+    else
+      return true;
+  }
+
+  // A pixel's rule flags by scan direction, [parity * kPerParity + level * kRuleCodes + the
+  // draw's two low bits], made when the kernel is compiled; its record holds its term (low
+  // half) and those flags (high half), made once per group.
+  static constexpr std::size_t kRuleCodes = kSplitBitsMask + 1;
   static constexpr std::size_t kPerParity = kCurveLength * kRuleCodes;
+  template <bool kLtr>
+  static constexpr std::array<std::uint16_t, 2 * kPerParity> kRules = [] {
+    std::array<std::uint16_t, 2 * kPerParity> r{};
+    for (unsigned odd = 0; odd < 2; ++odd)
+      for (std::size_t level = 0; level < kCurveLength; ++level)
+        for (unsigned code = 0; code < kRuleCodes; ++code)
+          r[odd * kPerParity + level * kRuleCodes + code] =
+              Kernel::template Rule<kLtr>(static_cast<std::uint8_t>(level), odd, code);
+    return r;
+  }();
   template <bool kLtr>
   void MakeRecords() {
     for (unsigned odd = 0; odd < 2; ++odd)
-      for (std::size_t level = 0; level < kCurveLength; ++level)
+      for (std::size_t level = 0; level < kCurveLength; ++level) {
+        const auto term = static_cast<std::uint16_t>(k_.template Term<kLtr>(static_cast<std::uint8_t>(level), odd));
         for (unsigned code = 0; code < kRuleCodes; ++code) {
-          const auto v = static_cast<std::uint8_t>(level);
-          const auto term = static_cast<std::uint16_t>(k_.template Term<kLtr>(v, odd));
-          records_[kLtr][odd * kPerParity + level * kRuleCodes + code] =
-              term | std::uint32_t{Kernel::template Rule<kLtr>(v, code)} << 16;
+          const std::size_t i = odd * kPerParity + level * kRuleCodes + code;
+          records_[kLtr][i] = term | std::uint32_t{kRules<kLtr>[i]} << 16;
         }
+      }
   }
 
-  // Each pixel of row y's record, from its level (interleaved in mem.samples) and its draw.
+  // Each pixel of the row's record from its level (interleaved in mem.samples) and its draw,
+  // column by column in scan order, so each lane takes its draws as the scalar row does.
   template <bool kLtr>
-  void PrepareRow(std::size_t y, const VectorRowsMemory& mem) const {
+  void PrepareRow(const VectorRowsMemory& mem) {
     const std::size_t w = band_.w;
     auto* out = reinterpret_cast<unsigned char*>(mem.records());
     const std::uint32_t* even = records_[kLtr];
     const std::uint32_t* odd = records_[kLtr] + kPerParity;
     const std::uint8_t* const levels = mem.samples;
-    const std::uint8_t* drawn[kVectorLanes];  // by scan position
-    for (unsigned l = 0; l < kVectorLanes; ++l) drawn[l] = lanes_[l].drawn + y * w;
-    // Column by column, the four lanes' records together.
+    const std::uint8_t* draw[kVectorLanes];
+    for (unsigned l = 0; l < kVectorLanes; ++l) draw[l] = next_draw_[l];
     const auto put = [&](std::size_t x, const std::uint32_t* table) HALFTONE_FORCE_INLINE {
-      const std::size_t i = kLtr ? x : w - 1 - x;
       ForEachLane<kVectorLanes>([&](unsigned l) HALFTONE_FORCE_INLINE {
-        const std::uint32_t r = table[levels[kVectorLanes * x + l] * kRuleCodes + (drawn[l][i] & (kRuleCodes - 1))];
+        const std::uint8_t level = levels[kVectorLanes * x + l];
+        const std::uint32_t r = table[level * kRuleCodes + *draw[l]];  // a draw is below kRuleCodes
+        draw[l] += TakesDraw<kLtr>(level);
         std::memcpy(out + sizeof r * (kVectorLanes * x + l), &r, sizeof r);
       });
     };
-    std::size_t x = 0;
-    for (; x + 2 <= w; x += 2) {
-      put(x, even);
-      put(x + 1, odd);
+    if constexpr (kLtr) {
+      std::size_t x = 0;
+      for (; x + 2 <= w; x += 2) put(x, even), put(x + 1, odd);
+      if (x < w) put(x, even);
+    } else {
+      std::size_t x = w;
+      if ((x & 1) != 0) put(--x, even);
+      for (; x >= 2; x -= 2) put(x - 1, odd), put(x - 2, even);
     }
-    if (x < w) put(x, even);
+    for (unsigned l = 0; l < kVectorLanes; ++l) next_draw_[l] = draw[l];
   }
 
   // The flags any rule of a direction sets, and those every rule sets: a part no rule names is
@@ -230,11 +268,7 @@ class TableRows {
   template <bool kLtr, bool kEvery>
   static constexpr std::uint16_t kFlagsOf = [] {
     unsigned f = kEvery ? 0xFFFFu : 0u;
-    for (unsigned level = 0; level < kCurveLength; ++level)
-      for (unsigned code = 0; code < kRuleCodes; ++code) {
-        const unsigned r = Kernel::template Rule<kLtr>(static_cast<std::uint8_t>(level), code);
-        f = kEvery ? (f & r) : (f | r);
-      }
+    for (const unsigned r : kRules<kLtr>) f = kEvery ? (f & r) : (f | r);
     return static_cast<std::uint16_t>(f);
   }();
   template <bool kLtr>
@@ -242,46 +276,29 @@ class TableRows {
     return AheadByFlags<kFlagsOf<kLtr, false>, kFlagsOf<kLtr, true>>(e, flags);
   }
 
-  // A column whose values may leave 16 bits: each lane by the scalar kernel.
-  template <bool kLtr>
-  [[gnu::noinline]] VectorColumn ScalarColumn(vec::V16 held, std::size_t y, std::size_t i, std::size_t x) const {
-    VectorColumn c{};
-    for (unsigned l = 0; l < kVectorLanes; ++l) {
-      const std::uint8_t level = band_.In(y, lanes_[l].p)[x];
-      const unsigned drawn = Kernel::kDraws ? lanes_[l].drawn[y * band_.w + i] : 0u;
-      const PixelOut o = k_.template Step<kLtr>(level, vec::At(held, l), x, static_cast<unsigned>(x & 1), drawn);
-      c.ahead[l] = static_cast<std::uint16_t>(o.ahead);
-      c.down[l] = static_cast<std::uint16_t>(o.down);
-      c.dot[l] = static_cast<std::uint16_t>(o.code);
-    }
-    return c;
-  }
-
   Kernel k_;
   const Band& band_;
-  Lane lanes_[kVectorLanes];
+  const std::uint8_t* next_draw_[kVectorLanes];
   std::uint32_t records_[2][2 * kPerParity];  // [left to right][parity * kPerParity + ...]
 };
-
-// The planes of a group as the vector engine's lanes.
-inline void VectorLanesOf(const Lane* lanes, unsigned n, VectorLane* out) {
-  for (unsigned l = 0; l < n; ++l) out[l] = {lanes[l].a, lanes[l].b, lanes[l].carry, lanes[l].p};
-}
 
 // Every plane of a band (w >= 1, h >= 2) for a kernel with vector rows: groups of four planes
 // as vector lanes, each plane's last row on the scalar scan. A smaller group (the rest of the
 // planes, or a group per thread) stays scalar: three planes as lanes measured 10 % slower.
+// Plane p's draws start at plane_draws[p], or where none are given, at its slice of the band's
+// split bits (a draw a pixel).
 template <class Kernel>
-void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
+void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band,
+                   const std::uint8_t* const* plane_draws = nullptr) {
   const unsigned planes = band.planes;
   const std::size_t per_plane = band.w * band.h;
-  const std::uint8_t* drawn = DrawSplitBits(engine, per_plane * planes, planes);
+  const std::uint8_t* drawn = plane_draws ? nullptr : DrawSplitBits(engine, per_plane * planes, planes);
   halftone::ForEachVectorGroup(engine, planes, band.w, [&](unsigned first, unsigned n, VectorRowsMemory mem) {
     Lane lanes[kVectorLanes];
     for (unsigned l = 0; l < n; ++l) {
       const unsigned p = first + l;
       lanes[l] = {LaneRowA(engine.rows, p, planes), LaneRowB(engine.rows, p, planes), engine.rows.carry(p, band.w),
-                  drawn + per_plane * p, p};
+                  plane_draws ? plane_draws[p] : drawn + per_plane * p, p};
     }
     if (n < kVectorLanes) {
       WithLaneCount(n, [&](auto lanes_n) { Scan<Kernel, decltype(lanes_n)::value>(kernel, band, lanes).Run(); });
@@ -289,11 +306,11 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band) {
     }
     TableRows<Kernel> rows(kernel, band, lanes);
     VectorLane vlanes[kVectorLanes];
-    VectorLanesOf(lanes, n, vlanes);
+    for (unsigned l = 0; l < n; ++l) vlanes[l] = {lanes[l].a, lanes[l].b, lanes[l].carry, lanes[l].p};
     VectorScan(rows, band, vlanes, n, mem).Run();
     for (unsigned l = 0; l < n; ++l) {
       Lane last = lanes[l];
-      last.drawn += (band.h - 1) * band.w;
+      last.drawn = rows.NextDraw(l);
       Scan<Kernel, 1>(kernel, band, &last).LastRow();
     }
   });
