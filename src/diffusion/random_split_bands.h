@@ -72,7 +72,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
                 engine.curves);
     return;
   }
-  const std::size_t per_plane = PlaneScan<Pass, DrawnWords>::DrawsPerPlane(band.w, band.h);
+  const std::size_t per_plane = PlaneScan<Pass>::DrawsPerPlane(band.w, band.h);
   const std::size_t row_room = band.w + 1;
   std::uint32_t* words = engine.draws.Reserve(row_room * planes);
   RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);

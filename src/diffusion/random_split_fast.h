@@ -293,7 +293,7 @@ class SplitKernel {
     } else {
       const RowEndRule& rule = kLast ? kScan.last_row_end : kScan.inner_row_end;
       const Outcome o = decide_.Decide(held, s);
-      const int term = kScan.curve_terms && (kLtr ? (x & 1) != 0 : (x & 1) == 0) ? Term<kLtr>(s) : 0;
+      const int term = HasTerm<kLtr>((x & 1) != 0) ? Term<kLtr>(s) : 0;
       const int e = Store16(o.err + term);
       // An ignored row-end draw was made with the row's draws.
       const unsigned bit = kEndDraw<kLast> == EndDraw::kUsed ? st.end_bit : 0u;

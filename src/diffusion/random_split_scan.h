@@ -103,21 +103,7 @@ struct PlaneRows {
 // Pass requirements: `static constexpr unsigned kBits`, `static constexpr const ScanTraits&
 // kScan`, and `Outcome Decide(int v, int s) const` for corrected value v (sign-extended 16 bits)
 // and raw sample s.
-// A plane's slice of a band's random stream drawn ahead: the same words, in the same order, as
-// the generator would have given the plane's scan.
-class DrawnWords {
- public:
-  explicit DrawnWords(const std::uint32_t* words) : next_(words) {}
-  std::uint32_t NextStateWord() { return *next_++; }
-  unsigned NextBit() { return (*next_++ >> 1) & 1u; }
-  unsigned NextTwoBits() { return (*next_++ >> 1) & 3u; }
-
- private:
-  const std::uint32_t* next_;
-};
-
-// `Draws` is the generator itself or a plane's DrawnWords slice.
-template <class Pass, class Draws = RandomBitSource>
+template <class Pass>
 class PlaneScan {
  public:
   // Draws one plane's scan makes in a band of w x h (w, h >= 1): a split draw for every pixel
@@ -129,7 +115,7 @@ class PlaneScan {
     return (h - 1) * (w - 1 + row_end) + (w - 1 + band_end);
   }
 
-  PlaneScan(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, Draws& random,
+  PlaneScan(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, RandomBitSource& random,
             const ToneCurveSet& curves)
       : pass_(pass), band_(band), p_(p), rows_(rows), random_(random), curve_a_(curves.a()), curve_b_(curves.b()) {}
 
@@ -258,7 +244,7 @@ class PlaneScan {
   const Band& band_;
   unsigned p_;
   PlaneRows rows_;
-  Draws& random_;
+  RandomBitSource& random_;
   const ToneCurve& curve_a_;
   const ToneCurve& curve_b_;
 };
