@@ -229,9 +229,7 @@ void RunVectorGroup(const VectorDecider& vdecide, const Decider& decide, const B
                     const row_engine::Lane* lanes, unsigned n, const ToneCurveSet& curves,
                     const RandomBitSource* starts, std::uint32_t* words, std::size_t room, VectorRowsMemory mem) {
   VectorRows<Pass, VectorDecider, Decider> rows(vdecide, decide, band, starts, words, room, n, curves, mem);
-  VectorLane vlanes[kVectorLanes];
-  for (unsigned l = 0; l < n; ++l) vlanes[l] = {lanes[l].a, lanes[l].b, lanes[l].carry, lanes[l].p};
-  VectorScan(rows, band, vlanes, n, mem).Run();
+  VectorScan(rows, band, lanes, n, mem).Run();
   for (unsigned l = 0; l < n; ++l) {
     RandomBitSource after = rows.random(l);
     const SplitKernel<Pass, Decider> last(decide, curves, &after, lanes[l].p, words + room * l, 0);

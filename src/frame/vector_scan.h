@@ -14,18 +14,11 @@
 #include <utility>
 
 #include "frame/band.h"
+#include "frame/row_engine.h"
 #include "frame/vector_lanes.h"
 
 #if HALFTONE_VECTOR_ROWS
 namespace halftone {
-
-// One plane of a vector group: its working rows and carry entries.
-struct VectorLane {
-  std::int16_t* a;
-  std::int16_t* b;
-  std::int16_t* carry;  // null where nothing is carried
-  unsigned p;
-};
 
 // A column of lanes: the shares ahead and down, and each lane's dot code.
 struct VectorColumn {
@@ -53,7 +46,7 @@ struct VectorEnd {
 template <class Kernel>
 class VectorScan {
  public:
-  VectorScan(Kernel& kernel, const Band& band, const VectorLane* lanes, unsigned n, VectorRowsMemory mem)
+  VectorScan(Kernel& kernel, const Band& band, const row_engine::Lane* lanes, unsigned n, VectorRowsMemory mem)
       : k_(kernel), band_(band), n_(n), mem_(mem) {
     for (unsigned l = 0; l < kVectorLanes; ++l) lanes_[l] = lanes[l < n ? l : 0];
   }
@@ -144,7 +137,7 @@ class VectorScan {
   const Band& band_;
   unsigned n_;
   VectorRowsMemory mem_;
-  VectorLane lanes_[kVectorLanes];
+  row_engine::Lane lanes_[kVectorLanes];
 };
 
 }  // namespace halftone

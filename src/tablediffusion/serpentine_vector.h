@@ -305,9 +305,7 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band,
       return;
     }
     TableRows<Kernel> rows(kernel, band, lanes);
-    VectorLane vlanes[kVectorLanes];
-    for (unsigned l = 0; l < n; ++l) vlanes[l] = {lanes[l].a, lanes[l].b, lanes[l].carry, lanes[l].p};
-    VectorScan(rows, band, vlanes, n, mem).Run();
+    VectorScan(rows, band, lanes, n, mem).Run();
     for (unsigned l = 0; l < n; ++l) {
       Lane last = lanes[l];
       last.drawn = rows.NextDraw(l);
