@@ -6,7 +6,6 @@
 
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
-#include "frame/job.h"
 
 namespace halftone {
 
@@ -166,10 +165,7 @@ struct BilevelPass {
 
 template <const BilevelMember& kMember>
 int RunBilevel(Engine& engine, const Band& band) {
-  const JobSpec spec{.bits = 1, .reseed = kMember.reseed, .needs_pixels = true, .max_planes = 255};
-  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
-    random_split::ScanBandPlanes(BilevelPass<kMember>{}, engine, band);
-  });
+  return random_split::RunPassBand(engine, band, BilevelPass<kMember>{}, kMember.reseed);
 }
 
 }  // namespace

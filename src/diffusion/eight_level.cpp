@@ -5,13 +5,13 @@
 
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
-#include "frame/job.h"
 
 namespace halftone {
 
 namespace {
 
 using random_split::Outcome;
+using random_split::RunPassBand;
 using random_split::ScanTraits;
 
 constexpr unsigned kFourBits = 4;
@@ -109,22 +109,14 @@ struct FixedLevelsPass {
 #endif
 };
 
-template <class Pass>
-int RunEightLevel(Engine& engine, const Band& band, const Pass& pass) {
-  const JobSpec spec{.bits = kFourBits, .reseed = Reseed::kEveryCall, .needs_pixels = true, .max_planes = 255};
-  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
-    random_split::ScanBandPlanes(pass, engine, band);
-  });
-}
-
 }  // namespace
 
 int EightLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
                HalftoneFlags flags, EightLevelMethod method) {
   const Band band = Band::Make(src, dst, w, h, flags, kFourBits);
   switch (method) {
-    case EightLevelMethod::kLevelValues: return RunEightLevel(engine, band, LevelValuesPass::From(engine.levels));
-    case EightLevelMethod::kFixedLevels: return RunEightLevel(engine, band, FixedLevelsPass{});
+    case EightLevelMethod::kLevelValues: return RunPassBand(engine, band, LevelValuesPass::From(engine.levels));
+    case EightLevelMethod::kFixedLevels: return RunPassBand(engine, band, FixedLevelsPass{});
   }
   return kErrOutOfContract;
 }

@@ -9,7 +9,6 @@
 #include "diffusion/four_level_vector.h"
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
-#include "frame/job.h"
 
 namespace halftone {
 
@@ -18,6 +17,7 @@ namespace {
 using random_split::kHalvesThenThirds;
 using random_split::kTwoThirdsDownAfterIgnoredDraw;
 using random_split::Outcome;
+using random_split::RunPassBand;
 using random_split::ScanTraits;
 
 constexpr ScanTraits kGroupedScan = {
@@ -127,25 +127,17 @@ struct SingleDotPass {
 #endif
 };
 
-template <class Pass>
-int RunGrouped(Engine& engine, const Band& band, const Pass& pass) {
-  const JobSpec spec{.bits = kTwoBits, .reseed = Reseed::kEveryCall, .needs_pixels = true, .max_planes = 255};
-  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
-    random_split::ScanBandPlanes(pass, engine, band);
-  });
-}
-
 }  // namespace
 
 int GroupedFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
                      HalftoneFlags flags, GroupedMethod method) {
   const Band band = Band::Make(src, dst, w, h, flags, kTwoBits);
   switch (method) {
-    case GroupedMethod::kLevelValues: return RunGrouped(engine, band, LevelValuesPass{FourLevels::From(engine.levels)});
-    case GroupedMethod::kFixedLevels: return RunGrouped(engine, band, FixedLevelsPass{});
-    case GroupedMethod::kSmallDotOnly: return RunGrouped(engine, band, SingleDotPass<kCodeL2>{});
-    case GroupedMethod::kMediumDotOnly: return RunGrouped(engine, band, SingleDotPass<kCodeL1>{});
-    case GroupedMethod::kLargeDotOnly: return RunGrouped(engine, band, SingleDotPass<kCodeL0>{});
+    case GroupedMethod::kLevelValues: return RunPassBand(engine, band, LevelValuesPass{FourLevels::From(engine.levels)});
+    case GroupedMethod::kFixedLevels: return RunPassBand(engine, band, FixedLevelsPass{});
+    case GroupedMethod::kSmallDotOnly: return RunPassBand(engine, band, SingleDotPass<kCodeL2>{});
+    case GroupedMethod::kMediumDotOnly: return RunPassBand(engine, band, SingleDotPass<kCodeL1>{});
+    case GroupedMethod::kLargeDotOnly: return RunPassBand(engine, band, SingleDotPass<kCodeL0>{});
   }
   return kErrOutOfContract;
 }

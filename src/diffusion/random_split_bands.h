@@ -11,6 +11,7 @@
 
 #include "diffusion/random_split_fast.h"
 #include "diffusion/random_split_vector.h"
+#include "frame/job.h"
 
 namespace halftone::random_split {
 
@@ -116,6 +117,13 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
     RunSplitGroup(kernel, band, lanes, n);
     if (planes == 1) engine.random = starts[0];
   });
+}
+
+// A band of a job for a pass, `Pass::kBits` a pixel: every plane scanned by ScanBandPlanes.
+template <class Pass>
+int RunPassBand(Engine& engine, const Band& band, const Pass& pass, Reseed reseed = Reseed::kEveryCall) {
+  const JobSpec spec{.bits = Pass::kBits, .reseed = reseed, .needs_pixels = true, .max_planes = 255};
+  return RunJobBandPlanes(engine, engine.rows, band, spec, [&] { ScanBandPlanes(pass, engine, band); });
 }
 
 // One plane on private rows with nothing carried (the single-plane form), fast unless the

@@ -414,7 +414,8 @@ auto& RowsOf(Engine& engine) {
 // leave them. Groups of planes run in lockstep, the groups on the engine's threads. A kernel
 // that finds its own draws may give where each plane's start (plane_draws[p], its lane's `drawn`).
 template <class Kernel>
-void RunBand(const Kernel& kernel, Engine& engine, const Band& band, const std::uint8_t* const* plane_draws = nullptr) {
+void RunBand(const Kernel& kernel, Engine& engine, const Band& band,
+             const std::uint8_t* const* plane_draws = nullptr) {
   using Opt = KernelOptions<Kernel>;
   using Cell = typename Opt::Cell;
   const unsigned planes = band.planes;
