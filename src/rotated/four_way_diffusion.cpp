@@ -10,12 +10,7 @@
 namespace halftone {
 namespace {
 
-using lookup_detail::AddWrapped;
-using lookup_detail::BitRowBytes;
-using lookup_detail::ErrorIf;
-using lookup_detail::OrDot;
-using lookup_detail::Quantise;
-using lookup_detail::Quantised;
+using namespace lookup_detail;
 
 // The four places a 2-bit draw can send the error, named from the scan's point of view.
 enum Direction : unsigned {

@@ -10,12 +10,7 @@
 namespace halftone {
 namespace {
 
-using lookup_detail::AddWrapped;
-using lookup_detail::BitRowBytes;
-using lookup_detail::ErrorIf;
-using lookup_detail::OrDot;
-using lookup_detail::Quantise;
-using lookup_detail::Quantised;
+using namespace lookup_detail;
 
 // The draw's lowest bit: 1 sends the error straight down, 0 along the row.
 inline constexpr unsigned kDownBit = 1u;
