@@ -1,5 +1,6 @@
 // Serpentine bilevel diffusion through a lookup table, handed back turned, transposed or
 // flipped. One pass serves all six members; a member is only where its dots land.
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -50,12 +51,10 @@ struct Placement {
   }
 };
 
-// What each member clears before diffusing.
-enum class ClearedArea { kColumnRows, kFlatRows };
-
-// Member traits: Body places a dot of rows 0 .. h - 2, Last a dot of row h - 1.
+// Member traits: kMember names the member, Body places a dot of rows 0 .. h - 2, Last a dot of
+// row h - 1.
 struct TurnedLastRowFlat {
-  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static constexpr RotatedMember kMember = RotatedMember::kTurnedLastRowFlat;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
   static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TurnedBit(x, y, dot); }
   // required: the last input row is not turned but written as row h - 1 of a w-wide plane,
@@ -63,32 +62,32 @@ struct TurnedLastRowFlat {
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
 };
 struct TransposedLastRowFlat {
-  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static constexpr RotatedMember kMember = RotatedMember::kTransposedLastRowFlat;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
   static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TransposedBit(x, y, dot); }
   // required: as above; output column h - 1 stays empty of transposed dots.
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
 };
 struct TurnedAll {
-  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static constexpr RotatedMember kMember = RotatedMember::kTurned;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
   static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TurnedBit(x, y, dot); }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
 };
 struct TransposedAll {
-  static constexpr ClearedArea kCleared = ClearedArea::kColumnRows;
+  static constexpr RotatedMember kMember = RotatedMember::kTransposed;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
   static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TransposedBit(x, y, dot); }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
 };
 struct RowsReversed {
-  static constexpr ClearedArea kCleared = ClearedArea::kFlatRows;
+  static constexpr RotatedMember kMember = RotatedMember::kRowsReversed;
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
   static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.FlatBit(p.h - 1 - y, x, dot); }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
 };
 struct Mixed {
-  static constexpr ClearedArea kCleared = ClearedArea::kFlatRows;
+  static constexpr RotatedMember kMember = RotatedMember::kMixed;
   // required: forward rows go straight to their own output row, backward rows elsewhere;
   // rows that meet on one output row are OR-ed together.
   static void Body(const Placement& p, std::size_t x, std::size_t y, bool forward) {
@@ -105,10 +104,6 @@ struct Mixed {
   }
   static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.MirroredByHeight(x, y); }
 };
-
-std::size_t ClearedBytes(ClearedArea area, std::size_t w, std::size_t h) {
-  return area == ClearedArea::kColumnRows ? w * BitRowBytes(h) : h * BitRowBytes(w);
-}
 
 // Serpentine over the plane: even rows left to right, odd rows right to left. The row below
 // is looked up as the scan passes over it, then takes the error when the draw says "down";
@@ -127,7 +122,7 @@ void DiffusePlane(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
   const Placement out{plane.dst, w, h, BitRowBytes(h), BitRowBytes(w)};
   // required: only the member's own area is cleared; the unturned last row of the
   // *LastRowFlat members may reach past it into bytes the caller provides.
-  std::memset(out.dst, 0, ClearedBytes(Member::kCleared, w, h));
+  std::memset(out.dst, 0, RotatedClearedBytes(Member::kMember, w, h));
   rng.Seed(seed);
   for (std::size_t x = 0; x < w; ++x) row_a[x] = lookup[plane.src[x]];
 
@@ -179,7 +174,7 @@ void DiffusePlaneFast(const LookupPlane& plane, CrtRand& caller_rng, std::uint32
   std::vector<std::int32_t> row_b(w);
 
   const Placement out{plane.dst, w, h, BitRowBytes(h), BitRowBytes(w)};
-  std::memset(out.dst, 0, ClearedBytes(Member::kCleared, w, h));
+  std::memset(out.dst, 0, RotatedClearedBytes(Member::kMember, w, h));
   CrtRand rng = caller_rng;
   rng.Seed(seed);
   for (std::size_t x = 0; x < w; ++x) row_a[x] = lookup[plane.src[x]];
@@ -226,29 +221,20 @@ void DiffusePlaneChosen(const LookupPlane& plane, CrtRand& rng, std::uint32_t se
     DiffusePlaneFast<Member>(plane, rng, seed);
 }
 
-ClearedArea AreaOf(RotatedMember member) {
-  switch (member) {
-    case RotatedMember::kRowsReversed:
-    case RotatedMember::kMixed:
-      return ClearedArea::kFlatRows;
-    default:
-      return ClearedArea::kColumnRows;
-  }
-}
-
 }  // namespace
 
+// The turned and transposed members lay an input column on each output row, the others an
+// input row.
 std::size_t RotatedClearedBytes(RotatedMember member, std::size_t w, std::size_t h) {
-  return ClearedBytes(AreaOf(member), w, h);
+  const bool flat = member == RotatedMember::kRowsReversed || member == RotatedMember::kMixed;
+  return flat ? h * BitRowBytes(w) : w * BitRowBytes(h);
 }
 
 std::size_t RotatedBufferBytes(RotatedMember member, std::size_t w, std::size_t h) {
   const std::size_t cleared = RotatedClearedBytes(member, w, h);
   const bool last_row_flat =
       member == RotatedMember::kTurnedLastRowFlat || member == RotatedMember::kTransposedLastRowFlat;
-  if (!last_row_flat) return cleared;
-  const std::size_t flat = h * BitRowBytes(w);
-  return cleared > flat ? cleared : flat;
+  return last_row_flat ? std::max(cleared, h * BitRowBytes(w)) : cleared;
 }
 
 int RotatedLookupDiffusion(RotatedMember member, const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
