@@ -4,8 +4,10 @@
 // standard-library-only, so the command can build it without the engine.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -43,14 +45,13 @@ inline Thresholds DispersedThresholds() {
 inline Thresholds ClusteredThresholds() {
   constexpr int kCell = 16;
   std::array<int, kCell * kCell> order{};
-  for (int i = 0; i < kCell * kCell; ++i) order[static_cast<std::size_t>(i)] = i;
+  std::iota(order.begin(), order.end(), 0);
   auto distance = [](int i) {
     const int dx = 2 * (i % kCell) - (kCell - 1), dy = 2 * (i / kCell) - (kCell - 1);
     return dx * dx + dy * dy;
   };
-  // Stable insertion sort by distance from the centre: ties keep scan order.
-  for (std::size_t i = 1; i < order.size(); ++i)
-    for (std::size_t j = i; j > 0 && distance(order[j]) < distance(order[j - 1]); --j) std::swap(order[j], order[j - 1]);
+  // By distance from the centre; ties keep scan order.
+  std::stable_sort(order.begin(), order.end(), [&](int i, int j) { return distance(i) < distance(j); });
   std::array<std::uint8_t, kCell * kCell> cell{};
   for (std::size_t rank = 0; rank < order.size(); ++rank)
     cell[static_cast<std::size_t>(order[rank])] = static_cast<std::uint8_t>(255 - rank);
