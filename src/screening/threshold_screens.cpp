@@ -1,5 +1,6 @@
 // Threshold-matrix screens: each sample is compared with a matrix tiled over the band. Low
 // samples mean more ink, so a dot is set where the sample lies below the threshold.
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -154,10 +155,7 @@ void DispersedAmPlaneFast(Engine& engine, const Band& band, unsigned p,
     for (std::size_t x = done; x < w; ++x)
       if (in[x] < AmThreshold(m[x & kTileMask])) PutDot(out, x);
   }
-  auto load = [&](std::int16_t* row, std::size_t y) {
-    const std::uint8_t* in = band.In(y, p);
-    for (std::size_t x = 0; x < w; ++x) row[x] = in[x];
-  };
+  auto load = [&](std::int16_t* row, std::size_t y) { std::copy_n(band.In(y, p), w, row); };
   if (h >= 2) load(b, (h - 1) % 2 == 1 ? h - 1 : h - 2);
   if (h >= 3) load(a, (h - 1) % 2 == 0 ? h - 1 : h - 2);
 }
