@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "screening/example_tables.h"
+#include "../tools/example_tables.h"
 
 namespace {
 

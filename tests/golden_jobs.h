@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "../src/screening/example_tables.h"
+#include "../tools/example_tables.h"
 #include "halftone/halftone.h"
 
 namespace golden {

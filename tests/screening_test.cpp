@@ -9,7 +9,7 @@
 
 #include "frame/engine.h"
 #include "halftone/halftone.h"
-#include "screening/example_tables.h"
+#include "../tools/example_tables.h"
 #include "screening/loaders.h"
 #include "screening/screens.h"
 #include "test_support.h"

@@ -9,7 +9,7 @@
 #include <system_error>
 #include <vector>
 
-#include "../src/screening/example_tables.h"
+#include "example_tables.h"
 #include "halftone/halftone.h"
 
 namespace halftone_tool {
