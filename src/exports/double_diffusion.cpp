@@ -3,61 +3,29 @@
 #include "exports/methods.h"
 #include "tablediffusion/double_diffusion.h"
 
+namespace halftone {
 namespace {
 
-int Diffuse(halftone::DoubleMethod method, unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-            unsigned int flags) {
-  return halftone::Exclusive([&] {
-    return halftone::DoubleDiffusion(halftone::ProcessEngine(), method, src, dst, w, h, halftone::HalftoneFlags{flags});
-  });
+auto Diffuse(DoubleMethod m) {
+  return [m](Engine& e, const BandCall& b) { return DoubleDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
 }
 
 }  // namespace
+}  // namespace halftone
 
-extern "C" {
+using halftone::Diffuse;
+using halftone::DoubleMethod;
 
-HALFTONE_API int HALFTONE_CALL suiruiskao(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kRunLength, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao2(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kRandomSplit, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao3(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kRandomSplitRowDump, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao4(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kRandomSplitPixelDump, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao5(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kQuarterColumnBias, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao6(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kToneWeightRow, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao7(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kHalfColumnBias, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao9(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kEveryColumnBias, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL suiruiskao10(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                              unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kDiagonal, src, dst, w, h, flags);
-}
-HALFTONE_API int HALFTONE_CALL CrisixOut_double(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                                  unsigned int flags) {
-  return Diffuse(halftone::DoubleMethod::kModulated, src, dst, w, h, flags);
-}
-
-}  // extern "C"
+HALFTONE_BAND_EXPORT(suiruiskao, unsigned int, Diffuse(DoubleMethod::kRunLength))
+HALFTONE_BAND_EXPORT(suiruiskao2, unsigned int, Diffuse(DoubleMethod::kRandomSplit))
+HALFTONE_BAND_EXPORT(suiruiskao3, unsigned int, Diffuse(DoubleMethod::kRandomSplitRowDump))
+HALFTONE_BAND_EXPORT(suiruiskao4, unsigned int, Diffuse(DoubleMethod::kRandomSplitPixelDump))
+HALFTONE_BAND_EXPORT(suiruiskao5, unsigned int, Diffuse(DoubleMethod::kQuarterColumnBias))
+HALFTONE_BAND_EXPORT(suiruiskao6, unsigned int, Diffuse(DoubleMethod::kToneWeightRow))
+HALFTONE_BAND_EXPORT(suiruiskao7, unsigned int, Diffuse(DoubleMethod::kHalfColumnBias))
+HALFTONE_BAND_EXPORT(suiruiskao9, unsigned int, Diffuse(DoubleMethod::kEveryColumnBias))
+HALFTONE_BAND_EXPORT(suiruiskao10, unsigned int, Diffuse(DoubleMethod::kDiagonal))
+HALFTONE_BAND_EXPORT(CrisixOut_double, unsigned int, Diffuse(DoubleMethod::kModulated))
 
 namespace halftone {
 

@@ -4,7 +4,9 @@
 
 #include <atomic>
 #include <climits>
+#include <cstddef>
 #include <new>
+#include <type_traits>
 
 #include "frame/band.h"
 #include "frame/engine.h"
@@ -53,7 +55,35 @@ int Exclusive(Body&& body) noexcept {
   return rc;
 }
 
-// Signed sizes of the int-sized entry points: a negative width or height is outside the contract.
-inline bool NegativeSize(int w, int h) { return w < 0 || h < 0; }
+// A band export's arguments, sizes widened to the engine's.
+struct BandCall {
+  unsigned char* src;
+  unsigned char* dst;
+  std::size_t w, h;
+  HalftoneFlags flags;
+};
+
+// The body of every band export: run(engine, band) under Exclusive. Size is the export's size
+// type; an int-sized export refuses a negative width or height with kErrOutOfContract before it
+// enters the gate.
+template <class Size, class Run>
+int RunBand(unsigned char* src, unsigned char* dst, Size w, Size h, unsigned flags, Run run) {
+  static_assert(std::is_same_v<Size, int> || std::is_same_v<Size, unsigned>);
+  if constexpr (std::is_signed_v<Size>) {
+    if (w < 0 || h < 0) return kErrOutOfContract;
+  }
+  return Exclusive([&] {
+    const BandCall band{src, dst, static_cast<std::size_t>(w), static_cast<std::size_t>(h), HalftoneFlags{flags}};
+    return run(ProcessEngine(), band);
+  });
+}
 
 }  // namespace halftone
+
+// Defines the band export `name`, sizes of type Size (int or unsigned int), running `run`, a
+// callable int(Engine&, const BandCall&), through RunBand.
+#define HALFTONE_BAND_EXPORT(name, Size, run)                                                                \
+  extern "C" HALFTONE_API int HALFTONE_CALL name(unsigned char* src, unsigned char* dst, Size w, Size h,      \
+                                                 unsigned int flags) {                                       \
+    return halftone::RunBand(src, dst, w, h, flags, run);                                                    \
+  }

@@ -3,104 +3,50 @@
 #include "exports/instance.h"
 #include "exports/methods.h"
 
+namespace halftone {
 namespace {
 
-using halftone::BilevelMethod;
-using halftone::EightLevelMethod;
-using halftone::GroupedMethod;
-using halftone::HalftoneFlags;
-
-int Grouped(unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h, unsigned flags, GroupedMethod m) {
-  return halftone::Exclusive(
-      [&] { return halftone::GroupedFourLevel(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags}, m); });
+auto Grouped(GroupedMethod m) {
+  return [m](Engine& e, const BandCall& b) { return GroupedFourLevel(e, b.src, b.dst, b.w, b.h, b.flags, m); };
 }
 
-int Bilevel(unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h, unsigned flags, BilevelMethod m) {
-  return halftone::Exclusive(
-      [&] { return halftone::BilevelRandomSplit(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags}, m); });
+auto Bilevel(BilevelMethod m) {
+  return [m](Engine& e, const BandCall& b) { return BilevelRandomSplit(e, b.src, b.dst, b.w, b.h, b.flags, m); };
 }
 
-int Eight(unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h, unsigned flags, EightLevelMethod m) {
-  return halftone::Exclusive(
-      [&] { return halftone::EightLevel(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags}, m); });
+auto Eight(EightLevelMethod m) {
+  return [m](Engine& e, const BandCall& b) { return EightLevel(e, b.src, b.dst, b.w, b.h, b.flags, m); };
 }
-
-std::size_t Size(int n) { return static_cast<std::size_t>(n); }
 
 }  // namespace
+}  // namespace halftone
 
-extern "C" {
+using halftone::Bilevel;
+using halftone::BilevelMethod;
+using halftone::Eight;
+using halftone::EightLevelMethod;
+using halftone::Grouped;
+using halftone::GroupedMethod;
 
-HALFTONE_API int HALFTONE_CALL FastGroup(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kLevelValues);
-}
+HALFTONE_BAND_EXPORT(FastGroup, int, Grouped(GroupedMethod::kLevelValues))
+HALFTONE_BAND_EXPORT(FastGroup1, unsigned int, Grouped(GroupedMethod::kFixedLevels))
+HALFTONE_BAND_EXPORT(ArcistPump, int, Grouped(GroupedMethod::kSmallDotOnly))
+HALFTONE_BAND_EXPORT(Kaishanxing, int, Grouped(GroupedMethod::kMediumDotOnly))
+HALFTONE_BAND_EXPORT(SymanOpening, int, Grouped(GroupedMethod::kLargeDotOnly))
+HALFTONE_BAND_EXPORT(sdiufiavs, int, Bilevel(BilevelMethod::kLightnessThirdsCurves))
+HALFTONE_BAND_EXPORT(sdiufiavs1, unsigned int, Bilevel(BilevelMethod::kLightnessOneBitJobSeed))
+HALFTONE_BAND_EXPORT(mandfanes, int, Bilevel(BilevelMethod::kInkThirdsFullGuard))
+HALFTONE_BAND_EXPORT(orangecagn, int, Bilevel(BilevelMethod::kInkQuarters))
+HALFTONE_BAND_EXPORT(jsdi6yruis, int, Bilevel(BilevelMethod::kLightnessWholeError))
+HALFTONE_BAND_EXPORT(irpduix7sg, unsigned int, Bilevel(BilevelMethod::kInkWholeError))
 
-HALFTONE_API int HALFTONE_CALL FastGroup1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return Grouped(src, dst, w, h, flags, GroupedMethod::kFixedLevels);
-}
-
-HALFTONE_API int HALFTONE_CALL ArcistPump(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kSmallDotOnly);
-}
-
-HALFTONE_API int HALFTONE_CALL Kaishanxing(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kMediumDotOnly);
-}
-
-HALFTONE_API int HALFTONE_CALL SymanOpening(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Grouped(src, dst, Size(w), Size(h), flags, GroupedMethod::kLargeDotOnly);
-}
-
-HALFTONE_API int HALFTONE_CALL sdiufiavs(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kLightnessThirdsCurves);
-}
-
-HALFTONE_API int HALFTONE_CALL sdiufiavs1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return Bilevel(src, dst, w, h, flags, BilevelMethod::kLightnessOneBitJobSeed);
-}
-
-HALFTONE_API int HALFTONE_CALL mandfanes(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kInkThirdsFullGuard);
-}
-
-HALFTONE_API int HALFTONE_CALL orangecagn(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kInkQuarters);
-}
-
-HALFTONE_API int HALFTONE_CALL jsdi6yruis(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Bilevel(src, dst, Size(w), Size(h), flags, BilevelMethod::kLightnessWholeError);
-}
-
-HALFTONE_API int HALFTONE_CALL irpduix7sg(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return Bilevel(src, dst, w, h, flags, BilevelMethod::kInkWholeError);
-}
-
-HALFTONE_API int HALFTONE_CALL hxkjsdi67x(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h) {
+extern "C" HALFTONE_API int HALFTONE_CALL hxkjsdi67x(unsigned char* src, unsigned char* dst, unsigned int w,
+                                                     unsigned int h) {
   return halftone::Exclusive([&] { return halftone::BilevelSinglePlane(halftone::ProcessEngine(), src, dst, w, h); });
 }
 
-HALFTONE_API int HALFTONE_CALL RoundPump(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Eight(src, dst, Size(w), Size(h), flags, EightLevelMethod::kLevelValues);
-}
-
-HALFTONE_API int HALFTONE_CALL RoundPump1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return Eight(src, dst, w, h, flags, EightLevelMethod::kFixedLevels);
-}
-
-}  // extern "C"
+HALFTONE_BAND_EXPORT(RoundPump, int, Eight(EightLevelMethod::kLevelValues))
+HALFTONE_BAND_EXPORT(RoundPump1, unsigned int, Eight(EightLevelMethod::kFixedLevels))
 
 namespace halftone {
 

@@ -20,22 +20,23 @@ int RecordedLoad(Body&& body) {
 // What those loaders return: 0, unless the call was refused as busy.
 int HiddenLoad(int rc) { return rc == kErrBusy ? rc : kOk; }
 
-int PatternScreenExport(PatternScreen screen, unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h,
-                        unsigned flags) {
-  return Exclusive([&] { return ScreenWithPatterns(ProcessEngine(), screen, src, dst, w, h, HalftoneFlags{flags}); });
+auto Patterns(PatternScreen m) {
+  return [m](Engine& e, const BandCall& b) { return ScreenWithPatterns(e, m, b.src, b.dst, b.w, b.h, b.flags); };
 }
 
-int ThresholdScreenExport(ThresholdScreen screen, unsigned char* src, unsigned char* dst, std::size_t w,
-                          std::size_t h, unsigned flags) {
-  return Exclusive([&] { return ScreenWithThresholds(ProcessEngine(), screen, src, dst, w, h, HalftoneFlags{flags}); });
+auto Thresholds(ThresholdScreen m) {
+  return [m](Engine& e, const BandCall& b) { return ScreenWithThresholds(e, m, b.src, b.dst, b.w, b.h, b.flags); };
 }
 
-std::size_t Size(int v) { return static_cast<std::size_t>(v); }
+int DispersedAm(Engine& e, const BandCall& b) { return ScreenDispersedAmJob(e, b.src, b.dst, b.w, b.h, b.flags); }
 
 }  // namespace
 }  // namespace halftone
 
+using halftone::DispersedAm;
+using halftone::Patterns;
 using halftone::PatternScreen;
+using halftone::Thresholds;
 using halftone::ThresholdScreen;
 
 extern "C" {
@@ -78,53 +79,17 @@ HALFTONE_API int HALFTONE_CALL SincesKai(void) {
   });
 }
 
-HALFTONE_API int HALFTONE_CALL Sonicksure(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return halftone::PatternScreenExport(PatternScreen::kMonoLoadedGeometry, src, dst, halftone::Size(w),
-                                       halftone::Size(h), flags);
-}
-
-HALFTONE_API int HALFTONE_CALL MutexWindow(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return halftone::PatternScreenExport(PatternScreen::kMonoFixed, src, dst, w, h, flags);
-}
-
-// The older copy loop of MutexWindow; both write the same dots.
-HALFTONE_API int HALFTONE_CALL MutexWindow_Bak(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                                 unsigned int flags) {
-  return halftone::PatternScreenExport(PatternScreen::kMonoFixed, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL TextDownload(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return halftone::PatternScreenExport(PatternScreen::kDuoFixed, src, dst, halftone::Size(w), halftone::Size(h),
-                                       flags);
-}
-
-HALFTONE_API int HALFTONE_CALL WindowText(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return halftone::ThresholdScreenExport(ThresholdScreen::kBitmap, src, dst, halftone::Size(w), halftone::Size(h),
-                                         flags);
-}
-
-HALFTONE_API int HALFTONE_CALL Kaocosyx(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h, unsigned int flags) {
-  return halftone::ThresholdScreenExport(ThresholdScreen::kBayer, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL WindowTextAM1(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                               unsigned int flags) {
-  return halftone::ThresholdScreenExport(ThresholdScreen::kClusteredAm, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL WindowTextAM(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return halftone::Exclusive([&] {
-    return halftone::ScreenDispersedAmJob(halftone::ProcessEngine(), src, dst, halftone::Size(w), halftone::Size(h),
-                                          halftone::HalftoneFlags{flags});
-  });
-}
-
 }  // extern "C"
+
+HALFTONE_BAND_EXPORT(Sonicksure, int, Patterns(PatternScreen::kMonoLoadedGeometry))
+HALFTONE_BAND_EXPORT(MutexWindow, unsigned int, Patterns(PatternScreen::kMonoFixed))
+// The older copy loop of MutexWindow; both write the same dots.
+HALFTONE_BAND_EXPORT(MutexWindow_Bak, unsigned int, Patterns(PatternScreen::kMonoFixed))
+HALFTONE_BAND_EXPORT(TextDownload, int, Patterns(PatternScreen::kDuoFixed))
+HALFTONE_BAND_EXPORT(WindowText, int, Thresholds(ThresholdScreen::kBitmap))
+HALFTONE_BAND_EXPORT(Kaocosyx, unsigned int, Thresholds(ThresholdScreen::kBayer))
+HALFTONE_BAND_EXPORT(WindowTextAM1, unsigned int, Thresholds(ThresholdScreen::kClusteredAm))
+HALFTONE_BAND_EXPORT(WindowTextAM, int, DispersedAm)
 
 namespace halftone {
 

@@ -3,24 +3,18 @@
 #include "exports/instance.h"
 #include "exports/methods.h"
 
-extern "C" {
+namespace halftone {
+namespace {
 
-HALFTONE_API int HALFTONE_CALL RoundFaxest(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return halftone::Exclusive([&] {
-    return halftone::SerpentineFourLevel(halftone::ProcessEngine(), src, dst, static_cast<std::size_t>(w),
-                                         static_cast<std::size_t>(h), halftone::HalftoneFlags{flags});
-  });
-}
+int Serpentine(Engine& e, const BandCall& b) { return SerpentineFourLevel(e, b.src, b.dst, b.w, b.h, b.flags); }
 
-HALFTONE_API int HALFTONE_CALL RoundFaxest__(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                               unsigned int flags) {
-  return halftone::Exclusive([&] {
-    return halftone::SerpentineFourLevel(halftone::ProcessEngine(), src, dst, w, h, halftone::HalftoneFlags{flags});
-  });
-}
+}  // namespace
+}  // namespace halftone
 
-}  // extern "C"
+using halftone::Serpentine;
+
+HALFTONE_BAND_EXPORT(RoundFaxest, int, Serpentine)
+HALFTONE_BAND_EXPORT(RoundFaxest__, unsigned int, Serpentine)
 
 namespace halftone {
 

@@ -3,104 +3,46 @@
 #include "exports/methods.h"
 #include "tablediffusion/integer_diffusion.h"
 
+namespace halftone {
 namespace {
 
-using halftone::HalftoneFlags;
-using halftone::LayerModulatedMember;
-using halftone::LevelBiasMember;
-using halftone::LevelRestrictedMember;
-
-int LevelBias(LevelBiasMember m, unsigned char* src, unsigned char* dst, unsigned w, unsigned h, unsigned flags) {
-  return halftone::Exclusive([&] {
-    return halftone::LevelBiasDiffusion(halftone::ProcessEngine(), m, src, dst, w, h, HalftoneFlags{flags});
-  });
+auto LevelBias(LevelBiasMember m) {
+  return [m](Engine& e, const BandCall& b) { return LevelBiasDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
 }
 
-int Restricted(LevelRestrictedMember m, unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h,
-               unsigned flags) {
-  return halftone::Exclusive([&] {
-    return halftone::LevelRestrictedDiffusion(halftone::ProcessEngine(), m, src, dst, w, h, HalftoneFlags{flags});
-  });
+int Cyclic(Engine& e, const BandCall& b) { return CyclicDiffusion(e, b.src, b.dst, b.w, b.h, b.flags); }
+
+auto Restricted(LevelRestrictedMember m) {
+  return [m](Engine& e, const BandCall& b) { return LevelRestrictedDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
 }
 
-int Layered(LayerModulatedMember m, unsigned char* src, unsigned char* dst, std::size_t w, std::size_t h,
-            unsigned flags) {
-  return halftone::Exclusive([&] {
-    return halftone::LayerModulatedDiffusion(halftone::ProcessEngine(), m, src, dst, w, h, HalftoneFlags{flags});
-  });
+auto Layered(LayerModulatedMember m) {
+  return [m](Engine& e, const BandCall& b) { return LayerModulatedDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
 }
 
 }  // namespace
+}  // namespace halftone
 
-extern "C" {
+using halftone::Cyclic;
+using halftone::Layered;
+using halftone::LayerModulatedMember;
+using halftone::LevelBias;
+using halftone::LevelBiasMember;
+using halftone::LevelRestrictedMember;
+using halftone::Restricted;
 
-HALFTONE_API int HALFTONE_CALL sdiufiavs2(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return LevelBias(LevelBiasMember::kBilevelHalves, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL sdiufiavs3(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return LevelBias(LevelBiasMember::kBilevelWide, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL sdiufiavs4(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return LevelBias(LevelBiasMember::kFourLevel, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL suiruiskao8(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                             unsigned int flags) {
-  return LevelBias(LevelBiasMember::kBilevelHalving, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL suiruiskao11(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                              unsigned int flags) {
-  return LevelBias(LevelBiasMember::kBilevelLight, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL highforces(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return halftone::Exclusive([&] {
-    return halftone::CyclicDiffusion(halftone::ProcessEngine(), src, dst, w, h, HalftoneFlags{flags});
-  });
-}
-
-HALFTONE_API int HALFTONE_CALL Kaocosyx13(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Restricted(LevelRestrictedMember::kMatrixFourLevel, src, dst, static_cast<std::size_t>(w),
-                    static_cast<std::size_t>(h), flags);
-}
-
-HALFTONE_API int HALFTONE_CALL Kaocosyx14(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Restricted(LevelRestrictedMember::kRandomFourLevel, src, dst, static_cast<std::size_t>(w),
-                    static_cast<std::size_t>(h), flags);
-}
-
-HALFTONE_API int HALFTONE_CALL Kaocosyx1(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Restricted(LevelRestrictedMember::kMatrixBilevel, src, dst, static_cast<std::size_t>(w),
-                    static_cast<std::size_t>(h), flags);
-}
-
-HALFTONE_API int HALFTONE_CALL Kaocosyx10(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                            unsigned int flags) {
-  return Restricted(LevelRestrictedMember::kRandomBilevel, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL CrisixOut(unsigned char* src, unsigned char* dst, unsigned int w, unsigned int h,
-                           unsigned int flags) {
-  return Layered(LayerModulatedMember::kLayerTiles, src, dst, w, h, flags);
-}
-
-HALFTONE_API int HALFTONE_CALL CrisixOut31(unsigned char* src, unsigned char* dst, int w, int h, unsigned int flags) {
-  if (halftone::NegativeSize(w, h)) return halftone::kErrOutOfContract;
-  return Layered(LayerModulatedMember::kCurveBias, src, dst, static_cast<std::size_t>(w),
-                 static_cast<std::size_t>(h), flags);
-}
-
-}  // extern "C"
+HALFTONE_BAND_EXPORT(sdiufiavs2, unsigned int, LevelBias(LevelBiasMember::kBilevelHalves))
+HALFTONE_BAND_EXPORT(sdiufiavs3, unsigned int, LevelBias(LevelBiasMember::kBilevelWide))
+HALFTONE_BAND_EXPORT(sdiufiavs4, unsigned int, LevelBias(LevelBiasMember::kFourLevel))
+HALFTONE_BAND_EXPORT(suiruiskao8, unsigned int, LevelBias(LevelBiasMember::kBilevelHalving))
+HALFTONE_BAND_EXPORT(suiruiskao11, unsigned int, LevelBias(LevelBiasMember::kBilevelLight))
+HALFTONE_BAND_EXPORT(highforces, unsigned int, Cyclic)
+HALFTONE_BAND_EXPORT(Kaocosyx13, int, Restricted(LevelRestrictedMember::kMatrixFourLevel))
+HALFTONE_BAND_EXPORT(Kaocosyx14, int, Restricted(LevelRestrictedMember::kRandomFourLevel))
+HALFTONE_BAND_EXPORT(Kaocosyx1, int, Restricted(LevelRestrictedMember::kMatrixBilevel))
+HALFTONE_BAND_EXPORT(Kaocosyx10, unsigned int, Restricted(LevelRestrictedMember::kRandomBilevel))
+HALFTONE_BAND_EXPORT(CrisixOut, unsigned int, Layered(LayerModulatedMember::kLayerTiles))
+HALFTONE_BAND_EXPORT(CrisixOut31, int, Layered(LayerModulatedMember::kCurveBias))
 
 namespace halftone {
 
