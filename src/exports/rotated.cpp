@@ -8,63 +8,49 @@
 namespace halftone {
 namespace {
 
-LookupPlane Plane(unsigned char* src, unsigned char* dst, int w, int h, int* lookup) {
-  return LookupPlane{src, dst, w, h, lookup};
+// The body of every lookup export: run(plane, rng, seed) with this thread's rand() and the clock.
+template <class Run>
+int RunLookup(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, Run run) {
+  return Guarded([&] {
+    return run(LookupPlane{src, dst, w, h, lookup}, ThreadCrtRand(), ProcessEngine().clock.Seconds());
+  });
 }
 
-int RunRotated(RotatedMember member, unsigned char* src, unsigned char* dst, int w, int h, int* lookup) {
-  return Guarded([&] {
-    return RotatedLookupDiffusion(member, Plane(src, dst, w, h, lookup), ThreadCrtRand(),
-                                  ProcessEngine().clock.Seconds());
-  });
+auto Rotated(RotatedMember m) {
+  return [m](const LookupPlane& p, CrtRand& rng, std::uint32_t s) { return RotatedLookupDiffusion(m, p, rng, s); };
 }
 
 }  // namespace
 }  // namespace halftone
 
-extern "C" {
+using halftone::FourWayLookupDiffusion;
+using halftone::Rotated;
+using halftone::RotatedMember;
+
+// Defines the lookup export `name`, its output pointer of type Dst, running `run` through RunLookup.
+#define HALFTONE_LOOKUP_EXPORT(name, Dst, run)                                                                \
+  extern "C" HALFTONE_API int HALFTONE_CALL name(unsigned char* src, Dst dst, int w, int h, int* lookup,      \
+                                                 unsigned char*) {                                            \
+    return halftone::RunLookup(src, dst, w, h, lookup, run);                                                  \
+  }
 
 // The first three take the output pointer by reference; it is written through, never replaced.
-HALFTONE_API int HALFTONE_CALL sdicxx78xy(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
-  return halftone::RunRotated(halftone::RotatedMember::kTurnedLastRowFlat, src, dst, w, h, lookup);
-}
-
-HALFTONE_API int HALFTONE_CALL ixndiwkc76y(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
-  return halftone::RunRotated(halftone::RotatedMember::kTransposedLastRowFlat, src, dst, w, h, lookup);
-}
-
-HALFTONE_API int HALFTONE_CALL ghskdjiekld(unsigned char* src, unsigned char*& dst, int w, int h, int* lookup, unsigned char*) {
-  return halftone::RunRotated(halftone::RotatedMember::kTurned, src, dst, w, h, lookup);
-}
-
-HALFTONE_API int HALFTONE_CALL tishduth29dmc(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
-  return halftone::RunRotated(halftone::RotatedMember::kTransposed, src, dst, w, h, lookup);
-}
-
-HALFTONE_API int HALFTONE_CALL nchsuw56xd(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
-  return halftone::RunRotated(halftone::RotatedMember::kRowsReversed, src, dst, w, h, lookup);
-}
-
-HALFTONE_API int HALFTONE_CALL fdxin324c(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
-  return halftone::RunRotated(halftone::RotatedMember::kMixed, src, dst, w, h, lookup);
-}
-
-HALFTONE_API int HALFTONE_CALL kajdjigc23kdh(unsigned char* src, unsigned char* dst, int w, int h, int* lookup, unsigned char*) {
-  return halftone::Guarded([&] {
-    return halftone::FourWayLookupDiffusion(halftone::Plane(src, dst, w, h, lookup), halftone::ThreadCrtRand(),
-                                            halftone::ProcessEngine().clock.Seconds());
-  });
-}
+HALFTONE_LOOKUP_EXPORT(sdicxx78xy, unsigned char*&, Rotated(RotatedMember::kTurnedLastRowFlat))
+HALFTONE_LOOKUP_EXPORT(ixndiwkc76y, unsigned char*&, Rotated(RotatedMember::kTransposedLastRowFlat))
+HALFTONE_LOOKUP_EXPORT(ghskdjiekld, unsigned char*&, Rotated(RotatedMember::kTurned))
+HALFTONE_LOOKUP_EXPORT(tishduth29dmc, unsigned char*, Rotated(RotatedMember::kTransposed))
+HALFTONE_LOOKUP_EXPORT(nchsuw56xd, unsigned char*, Rotated(RotatedMember::kRowsReversed))
+HALFTONE_LOOKUP_EXPORT(fdxin324c, unsigned char*, Rotated(RotatedMember::kMixed))
+HALFTONE_LOOKUP_EXPORT(kajdjigc23kdh, unsigned char*, FourWayLookupDiffusion)
 
 // Exported so that hosts resolving every name of the family load; they write nothing.
+extern "C" {
 HALFTONE_API int HALFTONE_CALL xinskdn34skx(unsigned char*, unsigned char*, int, int, int*, unsigned char*) {
   return halftone::kErrNotProvided;
 }
-
 HALFTONE_API int HALFTONE_CALL shdeiznc45kdi(unsigned char*, unsigned char*, int, int, int*, unsigned char*) {
   return halftone::kErrNotProvided;
 }
-
 }  // extern "C"
 
 namespace halftone {

@@ -17,8 +17,12 @@ int RecordedLoad(Body&& body) {
   });
 }
 
-// What those loaders return: 0, unless the call was refused as busy.
-int HiddenLoad(int rc) { return rc == kErrBusy ? rc : kOk; }
+// A recorded load that returns 0 to the host, unless the call was refused as busy.
+template <class Body>
+int HiddenLoad(Body&& body) {
+  const int rc = RecordedLoad(body);
+  return rc == kErrBusy ? rc : kOk;
+}
 
 auto Patterns(PatternScreen m) {
   return [m](Engine& e, const BandCall& b) { return ScreenWithPatterns(e, m, b.src, b.dst, b.w, b.h, b.flags); };
@@ -43,13 +47,11 @@ extern "C" {
 
 // required: the bitmap and text-table loaders hide their result from the host and return 0.
 HALFTONE_API int HALFTONE_CALL PuaningFa(const char* name, int, int) {
-  return halftone::HiddenLoad(
-      halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, false); }));
+  return halftone::HiddenLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, false); });
 }
 
 HALFTONE_API int HALFTONE_CALL PuaningFa13(const char* name, int, int) {
-  return halftone::HiddenLoad(
-      halftone::RecordedLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, true); }));
+  return halftone::HiddenLoad([&] { return halftone::LoadBitmapFile(halftone::ProcessEngine(), name, true); });
 }
 
 HALFTONE_API int HALFTONE_CALL KaiDuaning(const char* name, int a, int b) {
@@ -65,8 +67,7 @@ HALFTONE_API int HALFTONE_CALL NingJing(const char* name, int a, int b) {
 }
 
 HALFTONE_API int HALFTONE_CALL NiceMents(const char* name, int, int) {
-  return halftone::HiddenLoad(
-      halftone::RecordedLoad([&] { return halftone::LoadLayerFile(halftone::ProcessEngine(), name); }));
+  return halftone::HiddenLoad([&] { return halftone::LoadLayerFile(halftone::ProcessEngine(), name); });
 }
 
 // Kept so hosts that resolve it load; it reads nothing and changes nothing.
