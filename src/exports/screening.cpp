@@ -98,22 +98,22 @@ std::span<const MethodRow> ScreeningMethods() {
   static constexpr const char* kPatterns = "pattern-stack screening";
   static constexpr const char* kThresholds = "threshold-matrix screening";
   static const MethodRow rows[] = {
-      {"Sonicksure", kPatterns, "bilevel, stored pattern per level, tiled at the loaded pattern size", 1,
-       HALFTONE_ENTRY_BAND, HALFTONE_LAYOUT_BAND, HALFTONE_TABLE_MONO, Entry(&Sonicksure)},
-      {"MutexWindow", kPatterns, "bilevel, stored pattern per level, 256 x 256 tile", 1, HALFTONE_ENTRY_BAND_UNSIGNED,
-       HALFTONE_LAYOUT_BAND, HALFTONE_TABLE_MONO, Entry(&MutexWindow)},
-      {"MutexWindow_Bak", kPatterns, "MutexWindow's older copy loop: the same dots", 1, HALFTONE_ENTRY_BAND_UNSIGNED,
-       HALFTONE_LAYOUT_BAND, HALFTONE_TABLE_MONO, Entry(&MutexWindow_Bak)},
-      {"TextDownload", kPatterns, "four levels, stored 2-bit pattern per level, 256 x 256 tile, level 255 blank", 2,
-       HALFTONE_ENTRY_BAND, HALFTONE_LAYOUT_BAND, HALFTONE_TABLE_DUO, Entry(&TextDownload)},
-      {"WindowText", kThresholds, "bilevel, loaded 256 x 256 threshold bitmap, shifted 16 pixels per plane", 1,
-       HALFTONE_ENTRY_BAND, HALFTONE_LAYOUT_BAND, HALFTONE_TABLE_BITMAP, Entry(&WindowText)},
-      {"Kaocosyx", kThresholds, "bilevel, 16 x 16 ordered dither, finely dispersed dots", 1,
-       HALFTONE_ENTRY_BAND_UNSIGNED, HALFTONE_LAYOUT_BAND, HALFTONE_TABLE_BAYER, Entry(&Kaocosyx)},
-      {"WindowTextAM1", kThresholds, "bilevel, built-in clustered 16 x 16 tile: two round dots growing per tile", 1,
-       HALFTONE_ENTRY_BAND_UNSIGNED, HALFTONE_LAYOUT_BAND, 0, Entry(&WindowTextAM1)},
-      {"WindowTextAM", kThresholds, "bilevel, built-in dispersed 16 x 16 tile, serpentine job scan", 1,
-       HALFTONE_ENTRY_BAND, HALFTONE_LAYOUT_BAND, 0, Entry(&WindowTextAM)},
+      Row("Sonicksure", kPatterns, 1, Sonicksure,
+          "bilevel, stored pattern per level, tiled at the loaded pattern size", HALFTONE_TABLE_MONO),
+      Row("MutexWindow", kPatterns, 1, MutexWindow,
+          "bilevel, stored pattern per level, 256 x 256 tile", HALFTONE_TABLE_MONO),
+      Row("MutexWindow_Bak", kPatterns, 1, MutexWindow_Bak,
+          "MutexWindow's older copy loop: the same dots", HALFTONE_TABLE_MONO),
+      Row("TextDownload", kPatterns, 2, TextDownload,
+          "four levels, stored 2-bit pattern per level, 256 x 256 tile, level 255 blank", HALFTONE_TABLE_DUO),
+      Row("WindowText", kThresholds, 1, WindowText,
+          "bilevel, loaded 256 x 256 threshold bitmap, shifted 16 pixels per plane", HALFTONE_TABLE_BITMAP),
+      Row("Kaocosyx", kThresholds, 1, Kaocosyx,
+          "bilevel, 16 x 16 ordered dither, finely dispersed dots", HALFTONE_TABLE_BAYER),
+      Row("WindowTextAM1", kThresholds, 1, WindowTextAM1,
+          "bilevel, built-in clustered 16 x 16 tile: two round dots growing per tile"),
+      Row("WindowTextAM", kThresholds, 1, WindowTextAM,
+          "bilevel, built-in dispersed 16 x 16 tile, serpentine job scan"),
   };
   return rows;
 }

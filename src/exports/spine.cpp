@@ -21,11 +21,9 @@ namespace halftone {
 std::span<const MethodRow> SpineMethods() {
   static constexpr const char* kFamily = "random-split diffusion, four levels";
   static const MethodRow rows[] = {
-      {"RoundFaxest", kFamily,
-       "four levels, serpentine, 1/3 : 2/3 random split to next and below, raw-sample vetoes, curve terms", 2,
-       HALFTONE_ENTRY_BAND, HALFTONE_LAYOUT_BAND, 0, Entry(&RoundFaxest)},
-      {"RoundFaxest__", kFamily, "RoundFaxest with unsigned sizes: the same dots", 2, HALFTONE_ENTRY_BAND_UNSIGNED,
-       HALFTONE_LAYOUT_BAND, 0, Entry(&RoundFaxest__)},
+      Row("RoundFaxest", kFamily, 2, RoundFaxest,
+          "four levels, serpentine, 1/3 : 2/3 random split to next and below, raw-sample vetoes, curve terms"),
+      Row("RoundFaxest__", kFamily, 2, RoundFaxest__, "RoundFaxest with unsigned sizes: the same dots"),
   };
   return rows;
 }
