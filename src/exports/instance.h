@@ -3,7 +3,6 @@
 #pragma once
 
 #include <atomic>
-#include <climits>
 #include <cstddef>
 #include <new>
 #include <type_traits>
