@@ -19,15 +19,8 @@ struct FourLevels {
   int M01, M12, M23;
 
   static FourLevels From(const LevelValues& lv) {
-    FourLevels f{};
-    f.L0 = lv.L[0];
-    f.L1 = lv.L[1];
-    f.L2 = lv.L[2];
-    f.L3 = lv.L[3];
-    f.M01 = (f.L0 + f.L1) >> 1;
-    f.M12 = (f.L1 + f.L2) >> 1;
-    f.M23 = (f.L2 + f.L3) >> 1;
-    return f;
+    const int l0 = lv.L[0], l1 = lv.L[1], l2 = lv.L[2], l3 = lv.L[3];
+    return {l0, l1, l2, l3, (l0 + l1) >> 1, (l1 + l2) >> 1, (l2 + l3) >> 1};
   }
   int Level(unsigned code) const {
     switch (code) {
