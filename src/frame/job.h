@@ -1,8 +1,10 @@
 // The call sequence every job-based halftoning routine shares: contract check, start of job,
-// clearing, seeding, the plane loop and the end of job. The per-plane pass is the routine's own.
+// clearing, seeding, the band's pass and the end of job. The pass itself is the routine's own.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <utility>
 
 #include "frame/band.h"
 #include "frame/engine.h"
@@ -31,22 +33,9 @@ int CheckJobBand(const ErrorRows<Cell>& rows, const Band& band, const JobSpec& s
   return kOk;
 }
 
-// Runs one band: `plane_pass(p)` halftones plane p of `band` into its cleared dot rows.
-// A refused band returns kErrOutOfContract before anything is touched.
-template <class Cell, class PlanePass>
-int RunJobBand(Engine& engine, ErrorRows<Cell>& rows, const Band& band, const JobSpec& spec,
-               PlanePass&& plane_pass, Cell carry_preset = Cell{}) {
-  if (int rc = CheckJobBand(rows, band, spec); rc != kOk) return rc;
-  if (band.starts_job()) rows.Start(band.w, band.planes, carry_preset);
-  band.ClearOutput();
-  if (spec.reseed == Reseed::kEveryCall || band.starts_job()) engine.SeedFromClock();
-  for (unsigned p = 0; p < band.planes; ++p) plane_pass(p);
-  if (band.ends_job()) rows.Release();
-  return kOk;
-}
-
-// As RunJobBand, for passes that take the whole band's planes at once: `band_pass()` halftones
-// every plane (in order, or side by side where the planes are independent).
+// Runs one band: `band_pass()` halftones every plane of `band` into its cleared dot rows (in
+// order, or side by side where the planes are independent). A refused band returns
+// kErrOutOfContract before anything is touched.
 template <class Cell, class BandPass>
 int RunJobBandPlanes(Engine& engine, ErrorRows<Cell>& rows, const Band& band, const JobSpec& spec,
                      BandPass&& band_pass, Cell carry_preset = Cell{}) {
@@ -59,11 +48,18 @@ int RunJobBandPlanes(Engine& engine, ErrorRows<Cell>& rows, const Band& band, co
   return kOk;
 }
 
-// Row 0 of a plane enters working row A with the error the previous band carried down; the
-// carry entries are used up.
-inline void LoadFirstRow(std::int16_t* a, std::int16_t* carry, const std::uint8_t* row0, std::size_t w) {
+// Row 0 of a plane starts from the error the previous band carried down; the carry is used up.
+template <class Cell>
+void LoadCarry(Cell* a, Cell* carry, std::size_t w) {
+  for (std::size_t x = 0; x < w; ++x) a[x] = std::exchange(carry[x], Cell{});
+}
+
+// Row 0 of a plane enters working row A as its input levels plus the error the previous band
+// carried down (a 16-bit row truncates the sum); the carry entries are used up.
+template <class Cell>
+void LoadFirstRow(Cell* a, Cell* carry, const std::uint8_t* row0, std::size_t w) {
   for (std::size_t x = 0; x < w; ++x) {
-    a[x] = Store16(row0[x] + carry[x]);
+    a[x] = static_cast<Cell>(row0[x] + carry[x]);
     carry[x] = 0;
   }
 }

@@ -20,7 +20,7 @@ void DiffusePlane(DoubleJobBuffers& rows, const Band& band, unsigned p) {
   double* a = rows.a();
   double* b = rows.b();
   double* carry = rows.carry(p, w);
-  LoadCarriedErrors(a, carry, w);
+  LoadCarry(a, carry, w);
   for (std::size_t y = 0; y < band.h; ++y) {
     const bool forward = (y & 1) == 0;
     const bool last = y + 1 == band.h;

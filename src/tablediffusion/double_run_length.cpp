@@ -54,11 +54,7 @@ void DiffusePlane(DoubleJobBuffers& rows, const Band& band, unsigned p, RandomBi
   double* a = rows.a();
   double* b = rows.b();
   double* carry = rows.carry(p, w);
-  const std::uint8_t* row0 = band.In(0, p);
-  for (std::size_t x = 0; x < w; ++x) {
-    a[x] = row0[x] + carry[x];
-    carry[x] = 0.0;
-  }
+  LoadFirstRow(a, carry, band.In(0, p), w);
   Runs runs;
   for (std::size_t y = 0; y < band.h; ++y) {
     const bool forward = (y & 1) == 0;
@@ -95,8 +91,9 @@ void DiffusePlane(DoubleJobBuffers& rows, const Band& band, unsigned p, RandomBi
 }  // namespace
 
 int RunLength(Engine& engine, const Band& band) {
-  return RunJobBand(engine, engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall),
-                    [&](unsigned p) { DiffusePlane(engine.double_rows, band, p, engine.random); });
+  return RunJobBandPlanes(engine, engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall), [&] {
+    for (unsigned p = 0; p < band.planes; ++p) DiffusePlane(engine.double_rows, band, p, engine.random);
+  });
 }
 
 }  // namespace halftone

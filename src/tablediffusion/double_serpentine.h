@@ -30,14 +30,6 @@ inline double Quantise(double s, int v, bool reversed, std::uint8_t* bits, std::
   return s - kDotOutput;
 }
 
-// Row 0 of a plane starts from the error the previous band carried down; the carry is used up.
-inline void LoadCarriedErrors(double* a, double* carry, std::size_t w) {
-  for (std::size_t x = 0; x < w; ++x) {
-    a[x] = carry[x];
-    carry[x] = 0.0;
-  }
-}
-
 // One row of the scan: `cur` holds the errors arriving at this row and takes the ahead shares,
 // `down` takes the errors for the row below (the next working row, or the carry row on the
 // band's last row).
@@ -95,7 +87,7 @@ void DiffuseAheadDownPlane(Traits& t, DoubleJobBuffers& rows, const Band& band, 
   double* a = rows.a();
   double* b = rows.b();
   double* carry = rows.carry(p, band.w);
-  LoadCarriedErrors(a, carry, band.w);
+  LoadCarry(a, carry, band.w);
   for (std::size_t y = 0; y < band.h; ++y) {
     const bool forward = (y & 1) == 0;
     const bool last = y + 1 == band.h;

@@ -62,11 +62,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
   std::int16_t* carry = engine.rows.carry(p, w);
   RandomBitSource& random = engine.random;
   const auto& layers = engine.tables.layers;
-
-  for (std::size_t x = 0; x < w; ++x) {
-    a[x] = carry[x];
-    carry[x] = 0;
-  }
+  LoadCarry(a, carry, w);
 
   // The value quantised at (x, y): the tile row restarts with every band and plane.
   auto value = [&](int v, int error, std::size_t y, std::size_t x) {

@@ -56,11 +56,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
   std::int16_t* b = engine.rows.b();
   std::int16_t* carry = engine.rows.carry(p, w);
   RandomBitSource& random = engine.random;
-
-  for (std::size_t x = 0; x < w; ++x) {
-    a[x] = carry[x];
-    carry[x] = 0;
-  }
+  LoadCarry(a, carry, w);
 
   for (std::size_t y = 0; y < h; ++y) {
     const std::uint8_t* in = band.In(y, p);
