@@ -1,5 +1,6 @@
 #include "tone/tone.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -19,8 +20,6 @@ constexpr ModeCurves kModeTable[] = {
     {12, 8, 9},   {13, 8, 10},  {14, 11, 10}, {15, 12, 10}, {16, 13, 10}, {17, 14, 10},
 };
 
-// Only whole curves count; anything past the fifteenth is ignored, so a read never needs more.
-constexpr std::size_t kToneFileUsefulBytes = kCurveSlots * kCurveLength;
 // A tone-curve file larger than this is not a tone-curve file; refuse it rather than read it.
 constexpr std::size_t kToneFileMaxBytes = std::size_t{64} << 20;
 
@@ -33,16 +32,13 @@ ToneCurveSet::ToneCurveSet() {
   for (int k = 0; k < kCurveSlots; ++k) slots[static_cast<std::size_t>(k)] = BuiltInCurve(k);
 }
 
-void ApplyToneCurveBytes(ToneCurveSet& curves, const std::uint8_t* bytes, std::size_t size) {
-  std::size_t usable = size < kToneFileUsefulBytes ? size : kToneFileUsefulBytes;
-  for (std::size_t k = 0; (k + 1) * kCurveLength <= usable; ++k)
-    std::memcpy(curves.slots[k].data(), bytes + k * kCurveLength, kCurveLength);
-}
-
 int LoadToneCurveFile(ToneCurveSet& curves, const std::string& host_folder) {
-  platform::FileBytes file = platform::ReadWholeFile(host_folder + kToneCurveFileName, kToneFileMaxBytes);
+  const platform::FileBytes file = platform::ReadWholeFile(host_folder + kToneCurveFileName, kToneFileMaxBytes);
   if (file.status != kOk) return file.status;
-  ApplyToneCurveBytes(curves, file.bytes.data(), file.bytes.size());
+  // Only whole curves count; anything past the fifteenth is ignored.
+  const std::size_t whole = std::min<std::size_t>(file.bytes.size() / kCurveLength, kCurveSlots);
+  for (std::size_t k = 0; k < whole; ++k)
+    std::memcpy(curves.slots[k].data(), file.bytes.data() + k * kCurveLength, kCurveLength);
   return kOk;
 }
 

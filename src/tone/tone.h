@@ -42,9 +42,6 @@ inline constexpr const char* kToneCurveFileName = "ToneAry.ham";
 // on failure the slots are left as they were.
 int LoadToneCurveFile(ToneCurveSet& curves, const std::string& host_folder);
 
-// Same, over bytes already read (a file of `size` bytes).
-void ApplyToneCurveBytes(ToneCurveSet& curves, const std::uint8_t* bytes, std::size_t size);
-
 // Makes two slots the current curve A and curve B by print mode.
 void SelectMode(ToneCurveSet& curves, int mode);
 
