@@ -12,12 +12,17 @@ namespace halftone::platform {
 // Full path of the host program's executable; empty when it cannot be found.
 std::string ExecutablePath();
 
-// The folder of the host program, ending in the platform's separator ('\\' on Windows, '/'
-// elsewhere); empty when the executable path holds no separator.
-std::string ExecutableFolder();
-
-// The separator used between folder and file names.
+// The separator used between folder and file names: '\\' on Windows, '/' elsewhere.
 char PathSeparator();
+
+// The folder of the host program, ending in the separator; empty when the executable path
+// holds no separator.
+inline std::string ExecutableFolder() {
+  const std::string path = ExecutablePath();
+  const std::size_t cut = path.rfind(PathSeparator());
+  if (cut == std::string::npos) return {};
+  return path.substr(0, cut + 1);
+}
 
 // Whole-file read of at most `max_bytes` bytes. status is 0, kErrOpen when the file cannot be
 // opened (missing, a folder, unreadable), kErrNoMemory when it is larger than max_bytes,

@@ -17,13 +17,6 @@ std::string ExecutablePath() {
   return std::string(buf.data(), static_cast<std::size_t>(n));
 }
 
-std::string ExecutableFolder() {
-  std::string path = ExecutablePath();
-  std::size_t cut = path.rfind('/');
-  if (cut == std::string::npos) return {};
-  return path.substr(0, cut + 1);
-}
-
 char PathSeparator() { return '/'; }
 
 FileBytes ReadWholeFile(const std::string& path, std::size_t max_bytes) {

@@ -14,13 +14,6 @@ std::string ExecutablePath() {
   return std::string(buf, n);
 }
 
-std::string ExecutableFolder() {
-  std::string path = ExecutablePath();
-  std::size_t cut = path.rfind('\\');
-  if (cut == std::string::npos) return {};
-  return path.substr(0, cut + 1);
-}
-
 char PathSeparator() { return '\\'; }
 
 FileBytes ReadWholeFile(const std::string& path, std::size_t max_bytes) {
