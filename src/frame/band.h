@@ -26,8 +26,6 @@ struct HalftoneFlags {
   std::uint32_t word = 0;
   constexpr unsigned planes() const { return (word >> 8) & 0xFFu; }
   constexpr unsigned phase() const { return (word >> 16) & 0xFFu; }
-  constexpr bool starts_job() const { return phase() == kPhaseStart; }
-  constexpr bool ends_job() const { return phase() == kPhaseEnd; }
 };
 
 // Row strides are rounded up to whole 32-bit words, as printer drivers lay out raster rows.

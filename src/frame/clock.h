@@ -11,7 +11,6 @@ class SeedClock {
  public:
   // A negative value returns to the calendar clock.
   void SetFixed(long long seconds) { fixed_.store(seconds, std::memory_order_relaxed); }
-  bool fixed() const { return fixed_.load(std::memory_order_relaxed) >= 0; }
   // Seconds as the seeding routines take them: the calendar time truncated to 32 bits.
   std::uint32_t Seconds() const {
     const long long f = fixed_.load(std::memory_order_relaxed);

@@ -45,7 +45,6 @@ class DiagnosticLog {
   int Point(int x, int y);
 
   bool enabled() const { return enabled_; }
-  const std::string& path() const { return path_; }
 
  private:
   int AppendLine(const std::string& line);

@@ -16,7 +16,6 @@ int JobSignals::Create() {
     ready_ = std::move(ready);
     done_ = std::move(done);
   }
-  job_record_.fill(0);
   timeouts_ = 0;
   return kOk;
 }

@@ -2,9 +2,7 @@
 // "done" does not, both auto-reset. The library only creates, waits on and closes them.
 #pragma once
 
-#include <array>
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -18,8 +16,6 @@ class JobSignals {
   // Timeouts a wait sits through on each event before giving up on it.
   static constexpr std::uint32_t kDoneTimeouts = 50;
   static constexpr std::uint32_t kReadyTimeouts = 30;
-  // The host's job record, cleared when the events are made.
-  static constexpr std::size_t kJobRecordBytes = 120;
 
   // Results of Wait.
   static constexpr int kInTime = 0;     // done in time (or not waitable), ready in time
@@ -27,7 +23,7 @@ class JobSignals {
   static constexpr int kReadyLate = 2;  // ready missed every timeout
   static constexpr int kClosed = 1;     // result of Close
 
-  // Makes both events (replacing any earlier pair), clears the job record; returns 0.
+  // Makes both events (replacing any earlier pair); returns 0.
   int Create();
   // Waits on "done" for up to kDoneTimeouts timeouts of `timeout_ms`, then on "ready" for up
   // to kReadyTimeouts. An event that was never made or is closed ends its wait at once.
@@ -39,8 +35,6 @@ class JobSignals {
   std::shared_ptr<platform::AutoResetEvent> ready() const;
   std::shared_ptr<platform::AutoResetEvent> done() const;
 
-  const std::array<std::uint8_t, kJobRecordBytes>& job_record() const { return job_record_; }
-
  private:
   // Only the handles are guarded, never a wait: a waiter keeps its event alive through its
   // own reference, so closing from another thread cannot pull it away mid-wait.
@@ -48,7 +42,6 @@ class JobSignals {
   std::shared_ptr<platform::AutoResetEvent> ready_;
   std::shared_ptr<platform::AutoResetEvent> done_;
   std::atomic<std::uint32_t> timeouts_{0};  // timeouts so far in the current phase of Wait
-  std::array<std::uint8_t, kJobRecordBytes> job_record_{};
 };
 
 }  // namespace halftone
