@@ -12,21 +12,22 @@ namespace {
 constexpr int kFromEnvironment = -1;
 std::atomic<int> g_override{kFromEnvironment};
 
-Path Available(Path p) { return p == Path::kVector && FastestPath() != Path::kVector ? Path::kLockstep : p; }
+// The fastest tier this build has.
+constexpr Path kFastest = HALFTONE_VECTOR_ROWS ? Path::kVector : Path::kLockstep;
+
+Path Available(Path p) { return p == Path::kVector && kFastest != Path::kVector ? Path::kLockstep : p; }
 
 Path FromEnvironment() {
   static const Path path = [] {
     const char* v = std::getenv("HALFTONE_PATH");
     if (v != nullptr && std::strcmp(v, "reference") == 0) return Path::kReference;
     if (v != nullptr && std::strcmp(v, "lockstep") == 0) return Path::kLockstep;
-    return FastestPath();
+    return kFastest;
   }();
   return path;
 }
 
 }  // namespace
-
-Path FastestPath() { return HALFTONE_VECTOR_ROWS ? Path::kVector : Path::kLockstep; }
 
 Path ActivePath() {
   const int o = g_override.load(std::memory_order_relaxed);
@@ -48,7 +49,7 @@ void SetPath(int path) {
 
 void SetForceScalar(int mode) {
   if (mode < 0) return SetPath(kFromEnvironment);
-  const Path fast = FromEnvironment() == Path::kReference ? FastestPath() : FromEnvironment();
+  const Path fast = FromEnvironment() == Path::kReference ? kFastest : FromEnvironment();
   SetPath(static_cast<int>(mode ? Path::kReference : fast));
 }
 

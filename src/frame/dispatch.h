@@ -14,8 +14,6 @@ enum class Path { kReference, kLockstep, kVector };
 
 // The tier in force for this call.
 Path ActivePath();
-// The fastest tier this build has.
-Path FastestPath();
 const char* PathName(Path path);
 
 // The readable reference passes only (the reference tier).
