@@ -32,15 +32,8 @@ class ErrorRows {
     live_ = true;
   }
 
-  void Release() {
-    std::vector<Cell>().swap(carry_);
-    std::vector<Cell>().swap(lanes_);
-    std::vector<Cell>().swap(a_);
-    std::vector<Cell>().swap(b_);
-    width_ = 0;
-    planes_ = 0;
-    live_ = false;
-  }
+  // Frees every row and forgets the job.
+  void Release() { *this = ErrorRows(); }
 
   bool live() const { return live_; }
   std::size_t width() const { return width_; }
