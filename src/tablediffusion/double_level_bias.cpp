@@ -70,19 +70,16 @@ struct EveryColumnTraits : PlainRowTraits {
 
 // The sum takes a term from a 16 x 16 tile chosen by the input level, so the term is diffused
 // with the error; halves ahead and down. No level bias, no white guard.
-struct ModulatedTraits {
+struct ModulatedTraits : PlainRowTraits {
   static constexpr bool kWhiteGuard = false;
   static constexpr bool kReversedEndTest = true;
   static constexpr bool kQuarterAtRowEnd = true;
   static constexpr double kHalf = 2.0;
   const decltype(ScreeningTables::layers_double)& tiles;
 
-  void StartRow(const DoubleRow&) {}
   double Sum(int v, double err, std::size_t y, std::size_t x) const {
     return v + err + tiles[v][y % kLayerTile][x % kLayerTile];
   }
-  bool BiasAt(std::size_t, bool) const { return false; }
-  double Bias(int) const { return 0.0; }
   double Ahead(double e, int, std::size_t, bool) const { return e / kHalf; }
 };
 
@@ -140,9 +137,8 @@ struct EveryColumnFast : LevelBiasFast<EveryColumnTraits> {
 };
 
 struct ModulatedFast : LevelBiasFast<ModulatedTraits> {
-  const decltype(ScreeningTables::layers_double)& tiles;
   Real Sum(int v, Real c, std::size_t y, std::size_t x) const {
-    return Real::Level(v) + c + Real::Load(&tiles[v][y % kLayerTile][x % kLayerTile]);
+    return Real::Level(v) + c + Real::Load(&traits.tiles[v][y % kLayerTile][x % kLayerTile]);
   }
   static Real Bias(int) { return Real::Of(0.0); }
   // Halving by multiplication: e / 2.0 and e * 0.5 are the same real number, so the same
@@ -178,8 +174,8 @@ int EveryColumnBias(Engine& engine, const Band& band) {
 }
 
 int Modulated(Engine& engine, const Band& band) {
-  const auto& tiles = engine.tables.layers_double;
-  return RunAheadDown(engine, band, Reseed::kStartOfJob, ModulatedTraits{tiles}, ModulatedFast{{{}, ModulatedTraits{tiles}}, tiles});
+  const ModulatedTraits traits{{}, engine.tables.layers_double};
+  return RunAheadDown(engine, band, Reseed::kStartOfJob, traits, ModulatedFast{{{}, traits}});
 }
 
 }  // namespace halftone

@@ -46,8 +46,6 @@ struct RandomSplitTraits : PlainRowTraits {
       ProcessLog().Text(line.data());
     }
   }
-  bool BiasAt(std::size_t, bool) const { return false; }
-  double Bias(int) const { return 0.0; }
   // Bit 1: two thirds ahead, one third down; bit 0: one third ahead, two thirds down.
   double Ahead(double e, int v, std::size_t x, bool) {
     const double ahead = random.NextBit() ? (e * kTwo) / kThirds : e / kThirds;

@@ -97,10 +97,12 @@ void DiffuseAheadDownPlane(Traits& t, DoubleJobBuffers& rows, const Band& band, 
   }
 }
 
-// No per-row preparation, no modulation: the common case of the traits above.
+// No per-row preparation, no modulation, no level bias: the common case of the traits above.
 struct PlainRowTraits {
   void StartRow(const DoubleRow&) {}
   double Sum(int v, double err, std::size_t, std::size_t) const { return v + err; }
+  bool BiasAt(std::size_t, bool) const { return false; }
+  double Bias(int) const { return 0.0; }
 };
 
 // Band frame of the family: one bit a pixel, at least one row and one column.

@@ -41,8 +41,6 @@ struct ToneWeightTraits : PlainRowTraits {
   void StartRow(const DoubleRow& r) {
     for (std::size_t x = 0; x < r.w; ++x) weights[x] = WeightAt(r.in, r.w, x);
   }
-  bool BiasAt(std::size_t, bool) const { return false; }
-  double Bias(int) const { return 0.0; }
   double Ahead(double e, int, std::size_t x, bool) const { return e * weights[x]; }
 };
 
