@@ -46,11 +46,12 @@ constexpr LayerModulatedTraits kCurveBias{
 constexpr int kThreshold = 128;
 constexpr int kWhite = 255;
 
+// The split band of input level v: the lightest whose lowest level v reaches.
 template <const LayerModulatedTraits& M>
-inline const ShareChoice& ChoiceFor(int v) {
-  for (std::size_t i = 0; i + 1 < M.band_count; ++i)
-    if (v >= M.bands[i].lowest) return M.bands[i].choice;
-  return M.bands[M.band_count - 1].choice;
+constexpr std::size_t SplitBandOf(int v) {
+  std::size_t i = 0;
+  while (i + 1 < M.band_count && v < M.bands[i].lowest) ++i;
+  return i;
 }
 
 // Working rows hold bare error.
@@ -90,7 +91,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
         const int v = in[x];
         int e = quantise(value(v, a[x], y, x), out, x);
         e += CurveBias<M.ltr>(engine, v, x);
-        const Shares s = Apply(Pick(ChoiceFor<M>(v), x, random), e);
+        const Shares s = Apply(Pick(M.bands[SplitBandOf<M>(v)].choice, x, random), e);
         if (x + 1 < w) a[x + 1] = Store16(a[x + 1] + s.ahead);
         // required: a forward last row stores into B, so only even-height bands carry.
         b[x] = Store16(s.down);
@@ -100,7 +101,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
         const int v = in[x];
         int e = quantise(value(v, b[x], y, x), out, x);
         e += CurveBias<M.rtl>(engine, v, x);
-        const Shares s = Apply(Pick(ChoiceFor<M>(v), x, random), e);
+        const Shares s = Apply(Pick(M.bands[SplitBandOf<M>(v)].choice, x, random), e);
         if (x > 0) b[x - 1] = Store16(b[x - 1] + s.ahead);
         if (last_row)
           carry[x] = Store16(s.down);
@@ -123,16 +124,18 @@ constexpr bool DrawsSplitBits() {
   return false;
 }
 
-// The split band of every input level, as ChoiceFor finds it.
+// The split band of every input level.
 template <const LayerModulatedTraits& M>
 constexpr std::array<std::uint8_t, kInputLevels> SplitBandOfLevel() {
   std::array<std::uint8_t, kInputLevels> band{};
-  for (std::size_t v = 0; v < kInputLevels; ++v) {
-    std::size_t i = 0;
-    while (i + 1 < M.band_count && static_cast<int>(v) < M.bands[i].lowest) ++i;
-    band[v] = static_cast<std::uint8_t>(i);
-  }
+  for (int v = 0; v < static_cast<int>(kInputLevels); ++v) band[v] = static_cast<std::uint8_t>(SplitBandOf<M>(v));
   return band;
+}
+
+// The rule a drawing choice takes for drawn value 0..3 (a one-bit choice reads its low bit).
+constexpr const Fraction& DrawnRule(const ShareChoice& c, unsigned drawn) {
+  if (c.by == Selector::kParity) throw "a drawing member draws at every level";
+  return c.rules[c.by == Selector::kOneBit ? (drawn & 1u) : (drawn & 3u)];
 }
 
 // [split band * 4 + drawn value]
@@ -140,11 +143,7 @@ template <const LayerModulatedTraits& M>
 constexpr std::array<AheadMasks, 3 * kDrawnCodes> AheadMaskTable() {
   std::array<AheadMasks, 3 * kDrawnCodes> table{};
   for (std::size_t i = 0; i < M.band_count; ++i)
-    for (unsigned q = 0; q < kDrawnCodes; ++q) {
-      const ShareChoice& c = M.bands[i].choice;
-      if (c.by == Selector::kParity) throw "a drawing member draws at every level";
-      table[i * kDrawnCodes + q] = MasksOf(c.rules[c.by == Selector::kOneBit ? (q & 1u) : q]);
-    }
+    for (unsigned q = 0; q < kDrawnCodes; ++q) table[i * kDrawnCodes + q] = MasksOf(DrawnRule(M.bands[i].choice, q));
   return table;
 }
 
@@ -192,9 +191,7 @@ struct LayerKernel {
   static constexpr bool kVectorRows = !M.layer && kDraws;
   template <bool kLtr>
   static constexpr std::uint16_t Rule(std::uint8_t level, unsigned, unsigned drawn) {
-    const ShareChoice& c = M.bands[kSplitBand[level]].choice;
-    if (c.by == Selector::kParity) throw "a drawing member draws at every level";
-    return row_engine::RuleFlags(c.rules[c.by == Selector::kOneBit ? (drawn & 1u) : (drawn & 3u)]);
+    return row_engine::RuleFlags(DrawnRule(M.bands[kSplitBand[level]].choice, drawn));
   }
   template <bool kLtr>
   int Term(std::uint8_t level, std::size_t odd) const {
