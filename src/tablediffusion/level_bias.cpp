@@ -18,7 +18,6 @@ namespace {
 
 using namespace level_bias;
 
-
 // Quantises s into the dot row at x and returns the error.
 template <unsigned Bits>
 inline int Quantise(int s, std::uint8_t* out, std::size_t x) {
@@ -37,15 +36,6 @@ inline int Quantise(int s, std::uint8_t* out, std::size_t x) {
     }
     return s - kFourLevelValue[3];
   }
-}
-
-template <const LevelBiasTraits& M>
-inline Shares Split(int v, int e, std::size_t x, bool ltr, RandomBitSource& random) {
-  for (std::size_t i = 0; i < M.band_count; ++i) {
-    const LevelBand& band = M.bands[i];
-    if (v >= (ltr ? band.lowest_ltr : band.lowest_rtl)) return Apply(Pick(band.choice, x, random), e);
-  }
-  return Apply(Pick(M.bands[M.band_count - 1].choice, x, random), e);
 }
 
 // The working rows hold bare error; the input level is added when a pixel is quantised.
@@ -71,7 +61,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
         if constexpr (M.bias_ltr_even) {
           if ((x & 1) == 0) e += (*M.bias)[v];
         }
-        const Shares s = Split<M>(v, e, x, true, random);
+        const Shares s = Apply(Pick(BandOf(M, v, true).choice, x, random), e);
         if (x + 1 < w) a[x + 1] = Store16(a[x + 1] + s.ahead);
         // required: a forward last row still writes B, so an odd-height band carries nothing.
         b[x] = Store16(s.down);
@@ -85,7 +75,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
         if constexpr (M.bias_rtl_odd) {
           if ((x & 1) == 1) e += (*M.bias)[v];
         }
-        const Shares s = Split<M>(v, e, x, false, random);
+        const Shares s = Apply(Pick(BandOf(M, v, false).choice, x, random), e);
         if (x > 0) b[x - 1] = Store16(b[x - 1] + s.ahead);
         if (last_row)
           carry[x] = Store16(s.down);
