@@ -3,6 +3,7 @@
 // second column: it darkens the print where the diffusion alone would leave highlights and
 // shadows too clean. All of them vanish at 0 and 255, so pure black and pure white stay pure
 // in the absence of carried error. The tables are generated here from their defining runs.
+#include <algorithm>
 #include <cstddef>
 
 #include "tablediffusion/integer_diffusion.h"
@@ -25,7 +26,7 @@ constexpr LevelBiasTable MakeFourLevelBias() {
   LevelBiasTable t{};
   for (int v = 0; v < kLevels; ++v) {
     if (v < kFourLevelFallStart)
-      t[v] = static_cast<std::uint8_t>(v < kFourLevelRise ? v : kFourLevelRise);
+      t[v] = static_cast<std::uint8_t>(std::min(v, kFourLevelRise));
     else
       t[v] = kFourLevelFall[static_cast<std::size_t>(v - kFourLevelFallStart)];
   }
@@ -57,11 +58,7 @@ constexpr LevelBiasTable MakeBilevelWideBias() {
 // A tent clipped at `cap`: min(v, cap, 255 - v).
 constexpr LevelBiasTable MakeClippedTent(int cap) {
   LevelBiasTable t{};
-  for (int v = 0; v < kLevels; ++v) {
-    int b = v < cap ? v : cap;
-    if (kLevels - 1 - v < b) b = kLevels - 1 - v;
-    t[v] = static_cast<std::uint8_t>(b);
-  }
+  for (int v = 0; v < kLevels; ++v) t[v] = static_cast<std::uint8_t>(std::min({v, cap, kLevels - 1 - v}));
   return t;
 }
 
