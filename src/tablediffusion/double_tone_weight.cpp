@@ -81,12 +81,11 @@ struct ToneWeightFast : double_fast::PlainFast {
 }  // namespace
 
 int ToneWeightRow(Engine& engine, const Band& band) {
-  std::vector<double>& fourth = engine.double_weight_row;
-  if (int rc = CheckJobBand(engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall)); rc != kOk) return rc;
-  // A job begun by another member of the family has no fourth row yet.
-  if (band.starts_job() || fourth.size() < band.w) fourth.assign(band.w, 0.0);
-  ToneWeightTraits traits{{}, fourth.data()};
-  const int rc = RunJobBandPlanes(engine, engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall), [&] {
+  return RunJobBandPlanes(engine, engine.double_rows, band, DoubleJobSpec(Reseed::kEveryCall), [&] {
+    std::vector<double>& fourth = engine.double_weight_row;
+    // A job begun by another member of the family has no fourth row yet.
+    if (band.starts_job() || fourth.size() < band.w) fourth.assign(band.w, 0.0);
+    ToneWeightTraits traits{{}, fourth.data()};
     if (ForceScalar()) {
       for (unsigned p = 0; p < band.planes; ++p) DiffuseAheadDownPlane(traits, engine.double_rows, band, p);
     } else {
@@ -96,9 +95,8 @@ int ToneWeightRow(Engine& engine, const Band& band) {
       if (band.planes > 0)
         traits.StartRow(DoubleRow{band.In(y, band.planes - 1), nullptr, nullptr, nullptr, band.w, y, true, true});
     }
+    if (band.ends_job()) std::vector<double>().swap(fourth);
   });
-  if (band.ends_job()) std::vector<double>().swap(fourth);
-  return rc;
 }
 
 }  // namespace halftone
