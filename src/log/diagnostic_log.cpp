@@ -30,10 +30,15 @@ std::string Format(const char* format, Args... args) {
   return big;
 }
 
-// Binary mode everywhere: the lines carry their own CR LF, which a text-mode stream on
-// Windows would turn into CR CR LF.
-bool WriteAll(std::FILE* f, const std::string& bytes) {
-  return std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+// Opens the file at `path` in `mode`, writes `bytes` and closes it; false when the file cannot
+// be opened or the write falls short. Binary mode everywhere: the lines carry their own CR LF,
+// which a text-mode stream on Windows would turn into CR CR LF.
+bool WriteFile(const std::string& path, const char* mode, const std::string& bytes) {
+  std::FILE* f = path.empty() ? nullptr : std::fopen(path.c_str(), mode);
+  if (f == nullptr) return false;
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  std::fclose(f);
+  return written;
 }
 
 }  // namespace
@@ -49,24 +54,14 @@ std::string DefaultLogPath(const std::string& executable_path) {
 int DiagnosticLog::Open(const char* path) {
   path_ = path != nullptr ? std::string(path) : DefaultLogPath(platform::ExecutablePath());
   if (path_.size() >= kLogBufferSize) path_.resize(kLogBufferSize - 1);
-  std::FILE* f = path_.empty() ? nullptr : std::fopen(path_.c_str(), "wb");
-  if (f == nullptr) {
-    enabled_ = false;
-    return 0;
-  }
-  const bool written = WriteAll(f, Format("%s\t%s\r\n\r\n", kStamp, kStartMessage));
-  std::fclose(f);
+  const bool written = WriteFile(path_, "wb", Format("%s\t%s\r\n\r\n", kStamp, kStartMessage));
   if (!written) enabled_ = false;
   return written ? 1 : 0;
 }
 
 int DiagnosticLog::AppendLine(const std::string& line) {
   if (!enabled_) return 0;
-  std::FILE* f = path_.empty() ? nullptr : std::fopen(path_.c_str(), "ab+");
-  if (f == nullptr) return 0;
-  const bool written = WriteAll(f, line);
-  std::fclose(f);
-  return written ? 1 : 0;
+  return WriteFile(path_, "ab+", line) ? 1 : 0;
 }
 
 int DiagnosticLog::Text(const char* text) {
