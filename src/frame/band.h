@@ -46,17 +46,15 @@ struct Band {
 
   static Band Make(const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
                    HalftoneFlags flags, unsigned bits) {
-    Band b;
-    b.src = src;
-    b.dst = dst;
-    b.w = w;
-    b.h = h;
-    b.planes = flags.planes();
-    b.phase = flags.phase();
-    b.bits = bits;
-    b.src_stride = RasterStride(w);
-    b.dst_stride = DotStride(w, bits);
-    return b;
+    return {.src = src,
+            .dst = dst,
+            .w = w,
+            .h = h,
+            .planes = flags.planes(),
+            .phase = flags.phase(),
+            .bits = bits,
+            .src_stride = RasterStride(w),
+            .dst_stride = DotStride(w, bits)};
   }
 
   // Row y of plane p. Callers never ask for a row past the band.
