@@ -27,11 +27,15 @@ struct ToneWeightTraits : PlainRowTraits {
   static constexpr bool kQuarterAtRowEnd = true;
   double* weights;
 
-  // The weight of pixel x of a row of w input levels.
-  static double WeightAt(const std::uint8_t* in, std::size_t w, std::size_t x) {
+  // The local tone of pixel x, of level v, in a row of w input levels: the mean of the pixel
+  // and its two row neighbours, the pixel standing in for a neighbour past the row's end.
+  HALFTONE_FORCE_INLINE static int Tone(const std::uint8_t* in, std::size_t w, std::size_t x, int v) {
     const int left = in[x > 0 ? x - 1 : x];
     const int right = in[x + 1 < w ? x + 1 : x];
-    const int mean = (left + in[x] + right) / kToneSpan;
+    return (left + v + right) / kToneSpan;
+  }
+  // The weight of a pixel of local tone `mean` at column x.
+  static constexpr double Weight(int mean, std::size_t x) {
     const bool odd = (x & 1) != 0;
     if (mean <= kShadowTop) return odd ? kShadowWeight : kMidWeight;
     if (mean < kHighlightFrom) return odd ? kMidWeight : kShadowWeight;
@@ -39,23 +43,22 @@ struct ToneWeightTraits : PlainRowTraits {
   }
   // The per-row routine: weights for every pixel of the row, from its input alone.
   void StartRow(const DoubleRow& r) {
-    for (std::size_t x = 0; x < r.w; ++x) weights[x] = WeightAt(r.in, r.w, x);
+    for (std::size_t x = 0; x < r.w; ++x) weights[x] = Weight(Tone(r.in, r.w, x, r.in[x]), x);
   }
   double Ahead(double e, int, std::size_t x, bool) const { return e * weights[x]; }
 };
 
 // The fast form (double_serpentine_fast.h): each plane's weights formed pixel by pixel from the
-// same three levels, by table instead of comparisons, rather than in the one shared fourth row.
+// same three levels, by a table of the reference's weights instead of comparisons, rather than
+// in the one shared fourth row.
 constexpr int kMeans = 256;
 struct ToneWeights {
   double w[2][kMeans];  // [column parity][mean level]
 };
 constexpr ToneWeights MakeToneWeights() {
   ToneWeights t{};
-  for (int mean = 0; mean < kMeans; ++mean) {
-    t.w[0][mean] = mean <= kShadowTop ? kMidWeight : kShadowWeight;
-    t.w[1][mean] = mean <= kShadowTop ? kShadowWeight : (mean < kHighlightFrom ? kMidWeight : kHighlightWeight);
-  }
+  for (std::size_t parity = 0; parity < 2; ++parity)
+    for (int mean = 0; mean < kMeans; ++mean) t.w[parity][mean] = ToneWeightTraits::Weight(mean, parity);
   return t;
 }
 constexpr ToneWeights kToneWeights = MakeToneWeights();
@@ -70,11 +73,8 @@ struct ToneWeightFast : double_fast::PlainFast {
   static double_fast::Real Bias(int) { return double_fast::Real::Of(0.0); }
   // Forced inline: called for both outcomes of a pixel, whose local tone it then forms once.
   HALFTONE_FORCE_INLINE static double_fast::Real Scale(double_fast::Real e, const double_fast::Px& px) {
-    const std::size_t x = px.x;
-    const int left = px.in[x > 0 ? x - 1 : x];
-    const int right = px.in[x + 1 < px.w ? x + 1 : x];
-    const int mean = (left + px.v + right) / kToneSpan;
-    return e * double_fast::Real::Load(&kToneWeights.w[x & 1][mean]);
+    const int mean = ToneWeightTraits::Tone(px.in, px.w, px.x, px.v);
+    return e * double_fast::Real::Load(&kToneWeights.w[px.x & 1][mean]);
   }
 };
 
