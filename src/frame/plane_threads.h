@@ -64,22 +64,12 @@ class PlaneThreads {
 // time into its own few words of this buffer.
 class DrawBuffer {
  public:
-  // Room for n words; grows only, so bands of a job's usual size never allocate.
-  std::uint32_t* Reserve(std::size_t n) {
-    if (words_.size() < n) words_.resize(n);
-    return words_.data();
-  }
-  // Room for the starting generators of n planes; grows only.
-  RandomBitSource* Starts(std::size_t n) {
-    if (starts_.size() < n) starts_.resize(n);
-    return starts_.data();
-  }
-  // Room for `bytes` bytes of a band's interleaved working rows, 16-byte aligned; grows only.
-  void* Scratch(std::size_t bytes) {
-    const std::size_t blocks = (bytes + sizeof(Block) - 1) / sizeof(Block);
-    if (scratch_.size() < blocks) scratch_.resize(blocks);
-    return scratch_.data();
-  }
+  // Room for n words. Every room here grows only, so bands of a job's usual size never allocate.
+  std::uint32_t* Reserve(std::size_t n) { return GrownTo(words_, n); }
+  // Room for the starting generators of n planes.
+  RandomBitSource* Starts(std::size_t n) { return GrownTo(starts_, n); }
+  // Room for `bytes` bytes of a band's interleaved working rows, 16-byte aligned.
+  void* Scratch(std::size_t bytes) { return GrownTo(scratch_, (bytes + sizeof(Block) - 1) / sizeof(Block)); }
   // The jump of the generator by `draws`, kept for the next band of the same size: working it
   // out takes some thousand multiply-adds a bit of the count, as much as a one-row band's scan.
   const RandomJump& Jump(std::uint64_t draws) {
@@ -88,6 +78,13 @@ class DrawBuffer {
   }
 
  private:
+  // v's elements, at least n of them.
+  template <class T>
+  static T* GrownTo(std::vector<T>& v, std::size_t n) {
+    if (v.size() < n) v.resize(n);
+    return v.data();
+  }
+
   std::vector<std::uint32_t> words_;
   std::vector<RandomBitSource> starts_;
   struct alignas(16) Block {
