@@ -157,10 +157,12 @@ class TableRows {
       using vec::Splat;
       const vec::V16 rec = ColumnRecords(records + at);  // terms low, rules high
       const vec::V16 s = vec::Load8(levels + at) + held;
-      const vec::V16 dot = vec::Greater(Splat(kCutThreshold + 1), s);
-      const vec::V16 e = s + rec - (~dot & Splat(kCutWhite));
+      // Paper where s is above the threshold: one signed compare on the chain (the dot's
+      // compare, s <= threshold, costs SSE2 a min and an equal).
+      const vec::V16 paper = vec::Greater(s, Splat(kCutThreshold));
+      const vec::V16 e = s + rec - (paper & Splat(kCutWhite));
       const vec::V16 ahead = AheadOf<kLtr>(e, UpperLanes(rec));
-      return {ahead, e - ahead, dot & Splat(1)};
+      return {ahead, e - ahead, ~paper & Splat(1)};
     }
     // A column whose values may leave 16 bits: each lane in ints.
     [[gnu::noinline]] VectorColumn Cold(vec::V16 held, std::size_t at, std::size_t) const {
