@@ -54,11 +54,10 @@ namespace {
 
 // ---- 8-bit threshold bitmap ------------------------------------------------------------------
 
-constexpr std::size_t kFileHeaderBytes = 14;
-constexpr std::size_t kInfoHeaderBytes = 40;
-constexpr std::size_t kPixelOffsetAt = 10;  // in the file header
-constexpr std::size_t kWidthAt = 4;         // in the information header
-constexpr std::size_t kHeightAt = 8;
+constexpr std::size_t kHeaderBytes = 14 + 40;  // the file header, then the information header
+constexpr std::size_t kPixelOffsetAt = 10;
+constexpr std::size_t kWidthAt = 14 + 4;
+constexpr std::size_t kHeightAt = 14 + 8;
 
 std::uint32_t LittleEndian32(const std::uint8_t* p) {
   return static_cast<std::uint32_t>(p[0]) | static_cast<std::uint32_t>(p[1]) << 8 |
@@ -78,21 +77,16 @@ void DeriveBias(ScreeningTables& tables) {
 // ---- Pattern stacks --------------------------------------------------------------------------
 
 struct StackLayout {
-  int pixels_per_byte;
   int bits_per_pixel;
-  std::size_t row_bytes;  // storage of one pattern row, whatever the file's row length
   EdgeMasks masks;
-  bool clears_top_slot;
 };
 
-constexpr StackLayout kMonoLayout{8, 1, kMonoRowBytes,
+constexpr StackLayout kMonoLayout{1,
                                   {{0x00, 0x80, 0xC0, 0xE0, 0xF0, 0xF8, 0xFC, 0xFE},
-                                   {0xFF, 0x7F, 0x3F, 0x1F, 0x0F, 0x07, 0x03, 0x01}},
-                                  false};
-constexpr StackLayout kDuoLayout{4, 2, kDuoRowBytes,
+                                   {0xFF, 0x7F, 0x3F, 0x1F, 0x0F, 0x07, 0x03, 0x01}}};
+constexpr StackLayout kDuoLayout{2,
                                  {{0x00, 0xC0, 0xF0, 0xFC, 0xFF, 0xFF, 0xFF, 0xFF},
-                                  {0xFF, 0x3F, 0x0F, 0x03, 0x00, 0x00, 0x00, 0x00}},
-                                 true};
+                                  {0xFF, 0x3F, 0x0F, 0x03, 0x00, 0x00, 0x00, 0x00}}};
 
 const StackLayout& LayoutOf(PatternDepth depth) { return depth == PatternDepth::kMono ? kMonoLayout : kDuoLayout; }
 
@@ -101,7 +95,7 @@ std::uint8_t* PatternRowOf(ScreeningTables& tables, PatternDepth depth, std::siz
 }
 
 bool ValidPatternSize(const StackLayout& layout, int a, int b) {
-  return a > 0 && a <= kMatrixSize && a % layout.pixels_per_byte == 0 && b > 0 && b <= kMatrixSize;
+  return a > 0 && a <= kMatrixSize && a % (8 / layout.bits_per_pixel) == 0 && b > 0 && b <= kMatrixSize;
 }
 
 static_assert(sizeof(ScreeningTables::duo[0]) == std::size_t{kMatrixSize} * kDuoRowBytes);
@@ -112,11 +106,29 @@ constexpr std::uint8_t kSpace = 0x20;
 constexpr std::uint8_t kCarriageReturn = 0x0D;
 bool EndsToken(std::uint8_t c) { return c == kSpace || c == kCarriageReturn; }
 
-bool IsCSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r'; }
+// Calls on_token(first, length) for each token: a run of bytes up to a space or carriage
+// return (line feeds, tabs and signs join it). required: the last byte of the file is never
+// looked at, so a number needs a separator and one more byte after it. Stops with false at the
+// first token longer than kLayerTokenMaxChars.
+template <class OnToken>
+bool ForEachToken(std::span<const std::uint8_t> bytes, OnToken&& on_token) {
+  std::size_t length = 0;
+  for (std::size_t p = 0; p + 1 < bytes.size(); ++p) {
+    if (EndsToken(bytes[p])) {
+      if (length != 0) on_token(bytes.data() + (p - length), length);
+      length = 0;
+    } else if (++length > kLayerTokenMaxChars) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool IsCSpace(std::uint8_t c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r'; }
 
 // atoi over a token: leading white space, a sign, digits up to the first other character. The
 // host's runtime saturates at the 32-bit limits, so a too-long number reads as the limit.
-std::int32_t TokenValue(const char* token, std::size_t length) {
+std::int32_t TokenValue(const std::uint8_t* token, std::size_t length) {
   std::size_t i = 0;
   while (i < length && IsCSpace(token[i])) ++i;
   bool negative = false;
@@ -138,13 +150,11 @@ void StoreLayerNumber(ScreeningTables& tables, std::size_t n, std::int32_t value
 }  // namespace
 
 int ReadBitmapMatrix(ScreeningTables& tables, ByteSource& source, bool derive_bias) {
-  std::array<std::uint8_t, kFileHeaderBytes> file_header{};
-  std::array<std::uint8_t, kInfoHeaderBytes> info_header{};
-  if (source.Read(file_header.data(), file_header.size()) != file_header.size()) return kErrShortRead;
-  if (source.Read(info_header.data(), info_header.size()) != info_header.size()) return kErrShortRead;
-  const std::uint32_t pixel_offset = LittleEndian32(file_header.data() + kPixelOffsetAt);
-  const auto width = static_cast<std::int32_t>(LittleEndian32(info_header.data() + kWidthAt));
-  const auto height = static_cast<std::int32_t>(LittleEndian32(info_header.data() + kHeightAt));
+  std::array<std::uint8_t, kHeaderBytes> header{};
+  if (source.Read(header.data(), header.size()) != header.size()) return kErrShortRead;
+  const std::uint32_t pixel_offset = LittleEndian32(header.data() + kPixelOffsetAt);
+  const auto width = static_cast<std::int32_t>(LittleEndian32(header.data() + kWidthAt));
+  const auto height = static_cast<std::int32_t>(LittleEndian32(header.data() + kHeightAt));
   if (width < 0 || width > kMatrixSize || height < 0 || height > kMatrixSize) return kErrMalformedFile;
 
   source.Seek(pixel_offset);
@@ -180,7 +190,7 @@ int ReadPatternStack(ScreeningTables& tables, PatternDepth depth, int a, int b, 
     for (std::size_t j = 0; j < rows; ++j)
       if (source.Read(PatternRowOf(tables, depth, kPatternSlots - 1 - k, j), row_bytes) != row_bytes)
         return kErrShortRead;
-  if (layout.clears_top_slot) {
+  if (depth == PatternDepth::kDuo) {
     // required: the clear covers bytes-per-row x height bytes from the start of the slot, not
     // the first bytes of each row, so a narrow stack clears whole rows at the top instead.
     std::memset(static_cast<void*>(&tables.duo[kPatternSlots - 1]), 0, row_bytes * rows);
@@ -190,36 +200,16 @@ int ReadPatternStack(ScreeningTables& tables, PatternDepth depth, int a, int b, 
 
 int ParseLayerTable(ScreeningTables& tables, std::span<const std::uint8_t> bytes) {
   if (bytes.empty()) return kErrMalformedFile;
-  // required: the last byte of the file is never looked at, so a number needs a separator
-  // and one more byte after it.
-  const std::size_t scan_end = bytes.size() - 1;
-
   // Check the whole file first, so a refused file leaves the table untouched.
   std::size_t numbers = 0;
-  std::size_t length = 0;
-  for (std::size_t p = 0; p < scan_end; ++p) {
-    if (EndsToken(bytes[p])) {
-      if (length != 0) ++numbers;
-      length = 0;
-    } else if (++length > kLayerTokenMaxChars) {
-      return kErrMalformedFile;
-    }
-  }
-  if (numbers > kLayerNumbers) return kErrMalformedFile;
+  if (!ForEachToken(bytes, [&](const std::uint8_t*, std::size_t) { ++numbers; }) || numbers > kLayerNumbers)
+    return kErrMalformedFile;
 
   tables.layers = {};
-  std::array<char, kLayerTokenMaxChars> token{};
   std::size_t n = 0;
-  length = 0;
-  for (std::size_t p = 0; p < scan_end; ++p) {
-    if (EndsToken(bytes[p])) {
-      if (length != 0) StoreLayerNumber(tables, n++, TokenValue(token.data(), length));
-      length = 0;
-    } else {
-      // Line feeds, tabs and signs join the token; leading white space is skipped when it is read.
-      token[length++] = static_cast<char>(bytes[p]);
-    }
-  }
+  ForEachToken(bytes, [&](const std::uint8_t* token, std::size_t length) {
+    StoreLayerNumber(tables, n++, TokenValue(token, length));
+  });
   return kOk;
 }
 
