@@ -25,13 +25,9 @@ std::size_t MemorySource::Read(void* dst, std::size_t n) {
 
 FileSource::FileSource(const std::string& path) {
   std::error_code ec;
-  const std::filesystem::path p(path);
   // A folder opens for reading on some systems and a device may never end: only regular files
   // are table files.
-  if (!std::filesystem::is_regular_file(p, ec) || ec) return;
-  size_ = std::filesystem::file_size(p, ec);
-  if (ec) return;
-  file_ = std::fopen(path.c_str(), "rb");
+  if (std::filesystem::is_regular_file(path, ec) && !ec) file_ = std::fopen(path.c_str(), "rb");
 }
 
 FileSource::~FileSource() {
@@ -45,9 +41,10 @@ std::size_t FileSource::Read(void* dst, std::size_t n) {
 
 void FileSource::Seek(std::uint64_t offset) {
   if (file_ == nullptr) return;
-  // Offsets past the end (or beyond what fseek can name) leave nothing to read.
-  past_end_ = offset > size_ || offset > static_cast<std::uint64_t>(LONG_MAX);
-  if (!past_end_ && std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0) past_end_ = true;
+  // After a seek past the end fread finds nothing; an offset beyond what fseek can name reads
+  // nothing either.
+  past_end_ =
+      offset > static_cast<std::uint64_t>(LONG_MAX) || std::fseek(file_, static_cast<long>(offset), SEEK_SET) != 0;
 }
 
 namespace {

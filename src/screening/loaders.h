@@ -56,7 +56,6 @@ class FileSource final : public ByteSource {
 
  private:
   std::FILE* file_ = nullptr;
-  std::uint64_t size_ = 0;
   bool past_end_ = false;
 };
 
