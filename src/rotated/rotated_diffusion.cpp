@@ -25,26 +25,19 @@ struct Placement {
   std::size_t column_row_bytes;  // an output row holding one input column: h pixels
   std::size_t flat_row_bytes;    // an output row holding one input row: w pixels
 
+  // Each place ORs in `dot` (0 or 1), set or not: the fast path places without a branch.
   // Input (x, y) turned a quarter: output row w - 1 - x, column h - 1 - y.
-  void Turned(std::size_t x, std::size_t y) const { PutDot(dst + (w - 1 - x) * column_row_bytes, h - 1 - y); }
+  void Turned(std::size_t x, std::size_t y, bool dot) const {
+    OrDot(dst + (w - 1 - x) * column_row_bytes, h - 1 - y, dot);
+  }
   // Input (x, y) transposed: output row x, column y.
-  void Transposed(std::size_t x, std::size_t y) const { PutDot(dst + x * column_row_bytes, y); }
+  void Transposed(std::size_t x, std::size_t y, bool dot) const { OrDot(dst + x * column_row_bytes, y, dot); }
   // Input (x, y) at output row `out_row` of the unturned layout, column x.
-  void Flat(std::size_t out_row, std::size_t x) const { PutDot(dst + out_row * flat_row_bytes, x); }
+  void Flat(std::size_t out_row, std::size_t x, bool dot) const { OrDot(dst + out_row * flat_row_bytes, x, dot); }
   // required: backward rows of the mixed member go to output row h - 1 - y with the byte
   // order mirrored but the bit inside the byte set by x and the height, counted from the
   // least significant bit. Not a mirror image; it is what hosts of this member expect.
-  void MirroredByHeight(std::size_t x, std::size_t y) const {
-    const std::size_t bit = (x + kBitsPerByte - h % kBitsPerByte) % kBitsPerByte;
-    std::uint8_t& byte = dst[(h - 1 - y) * flat_row_bytes + (w - 1 - x) / kBitsPerByte];
-    byte = static_cast<std::uint8_t>(byte | (1u << bit));
-  }
-
-  // The same places, with the dot (0 or 1) OR-ed in whether set or not: no branch on the dot.
-  void TurnedBit(std::size_t x, std::size_t y, bool dot) const { OrDot(dst + (w - 1 - x) * column_row_bytes, h - 1 - y, dot); }
-  void TransposedBit(std::size_t x, std::size_t y, bool dot) const { OrDot(dst + x * column_row_bytes, y, dot); }
-  void FlatBit(std::size_t out_row, std::size_t x, bool dot) const { OrDot(dst + out_row * flat_row_bytes, x, dot); }
-  void MirroredByHeightBit(std::size_t x, std::size_t y, bool dot) const {
+  void MirroredByHeight(std::size_t x, std::size_t y, bool dot) const {
     const std::size_t bit = (x + kBitsPerByte - h % kBitsPerByte) % kBitsPerByte;
     std::uint8_t& byte = dst[(h - 1 - y) * flat_row_bytes + (w - 1 - x) / kBitsPerByte];
     byte = static_cast<std::uint8_t>(byte | (static_cast<unsigned>(dot) << bit));
@@ -55,63 +48,75 @@ struct Placement {
 // row h - 1.
 struct TurnedLastRowFlat {
   static constexpr RotatedMember kMember = RotatedMember::kTurnedLastRowFlat;
-  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
-  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TurnedBit(x, y, dot); }
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.Turned(x, y, dot); }
   // required: the last input row is not turned but written as row h - 1 of a w-wide plane,
   // over the turned rows; output column 0 thus never receives a turned dot.
-  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool dot) { p.Flat(y, x, dot); }
 };
 struct TransposedLastRowFlat {
   static constexpr RotatedMember kMember = RotatedMember::kTransposedLastRowFlat;
-  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
-  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TransposedBit(x, y, dot); }
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.Transposed(x, y, dot); }
   // required: as above; output column h - 1 stays empty of transposed dots.
-  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(y, x); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool dot) { p.Flat(y, x, dot); }
 };
 struct TurnedAll {
   static constexpr RotatedMember kMember = RotatedMember::kTurned;
-  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
-  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TurnedBit(x, y, dot); }
-  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Turned(x, y); }
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.Turned(x, y, dot); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool dot) { p.Turned(x, y, dot); }
 };
 struct TransposedAll {
   static constexpr RotatedMember kMember = RotatedMember::kTransposed;
-  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
-  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.TransposedBit(x, y, dot); }
-  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Transposed(x, y); }
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.Transposed(x, y, dot); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool dot) { p.Transposed(x, y, dot); }
 };
 struct RowsReversed {
   static constexpr RotatedMember kMember = RotatedMember::kRowsReversed;
-  static void Body(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
-  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.FlatBit(p.h - 1 - y, x, dot); }
-  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.Flat(p.h - 1 - y, x); }
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool, bool dot) { p.Flat(p.h - 1 - y, x, dot); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool dot) { p.Flat(p.h - 1 - y, x, dot); }
 };
 struct Mixed {
   static constexpr RotatedMember kMember = RotatedMember::kMixed;
   // required: forward rows go straight to their own output row, backward rows elsewhere;
   // rows that meet on one output row are OR-ed together.
-  static void Body(const Placement& p, std::size_t x, std::size_t y, bool forward) {
+  static void Body(const Placement& p, std::size_t x, std::size_t y, bool forward, bool dot) {
     if (forward)
-      p.Flat(y, x);
+      p.Flat(y, x, dot);
     else
-      p.MirroredByHeight(x, y);
+      p.MirroredByHeight(x, y, dot);
   }
-  static void BodyBit(const Placement& p, std::size_t x, std::size_t y, bool forward, bool dot) {
-    if (forward)
-      p.FlatBit(y, x, dot);
-    else
-      p.MirroredByHeightBit(x, y, dot);
-  }
-  static void Last(const Placement& p, std::size_t x, std::size_t y, bool) { p.MirroredByHeight(x, y); }
+  static void Last(const Placement& p, std::size_t x, std::size_t y, bool dot) { p.MirroredByHeight(x, y, dot); }
 };
+
+// The fast form of a row with a row below: the error sent along the row stays in a register,
+// and the draw and the dot select without branches. Same dots, same draws as the reference's
+// row in DiffusePlane. `out` is a copy: dot stores could alias the caller's, which would reload
+// it at every pixel.
+template <class Member>
+void BodyRowFast(const Placement out, std::size_t y, bool forward, const std::int32_t* cur, std::int32_t* next,
+                 const std::uint8_t* below, const std::int32_t* lookup, CrtRand& rng) {
+  const std::size_t w = out.w;
+  std::int32_t along = 0;  // what the previous pixel of the scan sent along the row
+  auto step = [&](std::size_t x) {
+    const Quantised q = Quantise(AddWrapped(cur[x], along));
+    Member::Body(out, x, y, forward, q.dot);
+    const bool down = (rng.Next() & kDownBit) != 0;
+    next[x] = AddWrapped(lookup[below[x]], ErrorIf(down, q.error));
+    along = ErrorIf(!down, q.error);  // dropped after the row's last pixel
+  };
+  if (forward)
+    for (std::size_t x = 0; x < w; ++x) step(x);
+  else
+    for (std::size_t x = w; x-- > 0;) step(x);
+}
 
 // Serpentine over the plane: even rows left to right, odd rows right to left. The row below
 // is looked up as the scan passes over it, then takes the error when the draw says "down";
 // otherwise the error goes to the following pixel of the row, and is lost at the row's end.
 // The dots are OR-ed straight into the cleared output: OR-ing commutes, so this equals
-// staging the plane and turning it afterwards.
-template <class Member>
-void DiffusePlane(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
+// staging the plane and turning it afterwards. kFast runs the rows with a row below through
+// BodyRowFast; the generator runs on a local copy either way.
+template <class Member, bool kFast>
+void DiffusePlane(const LookupPlane& plane, CrtRand& caller_rng, std::uint32_t seed) {
   const std::size_t w = static_cast<std::size_t>(plane.w);
   const std::size_t h = static_cast<std::size_t>(plane.h);
   const std::size_t stride = RasterStride(w);
@@ -123,6 +128,7 @@ void DiffusePlane(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
   // required: only the member's own area is cleared; the unturned last row of the
   // *LastRowFlat members may reach past it into bytes the caller provides.
   std::memset(out.dst, 0, RotatedClearedBytes(Member::kMember, w, h));
+  CrtRand rng = caller_rng;
   rng.Seed(seed);
   for (std::size_t x = 0; x < w; ++x) row_a[x] = lookup[plane.src[x]];
 
@@ -132,10 +138,14 @@ void DiffusePlane(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
     std::int32_t* cur = forward ? row_a.data() : row_b.data();
     std::int32_t* next = forward ? row_b.data() : row_a.data();
     const std::uint8_t* below = plane.src + (y + 1) * stride;
+    if constexpr (kFast) {
+      BodyRowFast<Member>(out, y, forward, cur, next, below, lookup, rng);
+      continue;
+    }
     for (std::size_t i = 0; i < w; ++i) {
       const std::size_t x = forward ? i : w - 1 - i;
       const Quantised q = Quantise(cur[x]);
-      if (q.dot) Member::Body(out, x, y, forward);
+      if (q.dot) Member::Body(out, x, y, forward, true);
       next[x] = lookup[below[x]];
       if (rng.Next() & kDownBit) {
         next[x] = AddWrapped(next[x], q.error);
@@ -153,58 +163,7 @@ void DiffusePlane(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
   for (std::size_t i = 0; i < w; ++i) {
     const std::size_t x = forward ? i : w - 1 - i;
     const Quantised q = Quantise(cur[x]);
-    if (q.dot) Member::Last(out, x, y, forward);
-    if ((rng.Next() & kDownBit) == 0 && i + 1 < w) {
-      const std::size_t ahead = forward ? x + 1 : x - 1;
-      cur[ahead] = AddWrapped(cur[ahead], q.error);
-    }
-  }
-}
-
-// The fast path of DiffusePlane: the error sent along the row stays in a register, the draw and
-// the dot select without branches, and the generator runs on a local copy. Same dots, same
-// draws; the last row is the reference's own loop.
-template <class Member>
-void DiffusePlaneFast(const LookupPlane& plane, CrtRand& caller_rng, std::uint32_t seed) {
-  const std::size_t w = static_cast<std::size_t>(plane.w);
-  const std::size_t h = static_cast<std::size_t>(plane.h);
-  const std::size_t stride = RasterStride(w);
-  const std::int32_t* lookup = plane.lookup;
-  std::vector<std::int32_t> row_a(w);
-  std::vector<std::int32_t> row_b(w);
-
-  const Placement out{plane.dst, w, h, BitRowBytes(h), BitRowBytes(w)};
-  std::memset(out.dst, 0, RotatedClearedBytes(Member::kMember, w, h));
-  CrtRand rng = caller_rng;
-  rng.Seed(seed);
-  for (std::size_t x = 0; x < w; ++x) row_a[x] = lookup[plane.src[x]];
-
-  std::size_t y = 0;
-  for (; y + 1 < h; ++y) {
-    const bool forward = y % 2 == 0;
-    const std::int32_t* cur = forward ? row_a.data() : row_b.data();
-    std::int32_t* next = forward ? row_b.data() : row_a.data();
-    const std::uint8_t* below = plane.src + (y + 1) * stride;
-    std::int32_t along = 0;  // what the previous pixel of the scan sent along the row
-    auto step = [&](std::size_t x) {
-      const Quantised q = Quantise(AddWrapped(cur[x], along));
-      Member::BodyBit(out, x, y, forward, q.dot);
-      const bool down = (rng.Next() & kDownBit) != 0;
-      next[x] = AddWrapped(lookup[below[x]], ErrorIf(down, q.error));
-      along = ErrorIf(!down, q.error);  // dropped after the row's last pixel
-    };
-    if (forward)
-      for (std::size_t x = 0; x < w; ++x) step(x);
-    else
-      for (std::size_t x = w; x-- > 0;) step(x);
-  }
-
-  const bool forward = y % 2 == 0;
-  std::int32_t* cur = forward ? row_a.data() : row_b.data();
-  for (std::size_t i = 0; i < w; ++i) {
-    const std::size_t x = forward ? i : w - 1 - i;
-    const Quantised q = Quantise(cur[x]);
-    if (q.dot) Member::Last(out, x, y, forward);
+    if (q.dot) Member::Last(out, x, y, true);
     if ((rng.Next() & kDownBit) == 0 && i + 1 < w) {
       const std::size_t ahead = forward ? x + 1 : x - 1;
       cur[ahead] = AddWrapped(cur[ahead], q.error);
@@ -216,9 +175,9 @@ void DiffusePlaneFast(const LookupPlane& plane, CrtRand& caller_rng, std::uint32
 template <class Member>
 void DiffusePlaneChosen(const LookupPlane& plane, CrtRand& rng, std::uint32_t seed) {
   if (ForceScalar())
-    DiffusePlane<Member>(plane, rng, seed);
+    DiffusePlane<Member, false>(plane, rng, seed);
   else
-    DiffusePlaneFast<Member>(plane, rng, seed);
+    DiffusePlane<Member, true>(plane, rng, seed);
 }
 
 }  // namespace
