@@ -5,19 +5,24 @@ namespace halftone {
 
 namespace {
 
-// Rows 8-15 repeat rows 0-7 shifted by half a tile, so the two dots of the tile interleave.
-constexpr Matrix16 WithShiftedLowerHalf(const std::array<std::array<std::uint8_t, kBayerSize>, kBayerSize / 2>& top) {
+using HalfTile = std::array<std::array<std::uint8_t, kBayerSize>, kBayerSize / 2>;
+
+// Rows 8-15 repeat rows 0-7 turned by half a tile (row `odd_row` by `odd_turn` places instead),
+// so the two dots of the tile interleave.
+constexpr Matrix16 WithTurnedLowerHalf(const HalfTile& top, std::size_t odd_row = kBayerSize,
+                                       std::size_t odd_turn = 0) {
   constexpr std::size_t kHalf = kBayerSize / 2;
   Matrix16 m{};
   for (std::size_t r = 0; r < kHalf; ++r)
     for (std::size_t c = 0; c < kBayerSize; ++c) {
+      const std::size_t turn = r + kHalf == odd_row ? odd_turn : kHalf;
       m[r][c] = top[r][c];
-      m[r + kHalf][c] = top[r][(c + kHalf) % kBayerSize];
+      m[r + kHalf][c] = top[r][(c + turn) % kBayerSize];
     }
   return m;
 }
 
-constexpr Matrix16 kDispersed = {{
+constexpr Matrix16 kDispersed = WithTurnedLowerHalf({{
     {64, 7, 51, 41, 42, 52, 60, 61, 65, 70, 78, 88, 87, 77, 69, 68},
     {58, 34, 115, 20, 124, 13, 35, 53, 71, 3, 99, 17, 101, 57, 94, 76},
     {50, 27, 90, 117, 29, 6, 121, 30, 79, 102, 28, 116, 12, 113, 9, 84},
@@ -26,17 +31,9 @@ constexpr Matrix16 kDispersed = {{
     {49, 108, 59, 110, 89, 93, 31, 120, 44, 80, 38, 122, 16, 114, 98, 83},
     {100, 33, 25, 126, 23, 32, 36, 54, 72, 96, 11, 105, 106, 97, 15, 75},
     {63, 56, 48, 103, 37, 5, 55, 62, 18, 73, 81, 91, 92, 82, 4, 67},
-    {65, 70, 78, 88, 87, 77, 69, 68, 64, 7, 51, 41, 42, 52, 60, 61},
-    {71, 3, 99, 17, 101, 57, 94, 76, 58, 34, 115, 20, 124, 13, 35, 53},
-    {79, 102, 28, 116, 12, 113, 9, 84, 50, 27, 90, 117, 29, 6, 121, 30},
-    {14, 111, 19, 125, 24, 119, 26, 86, 40, 66, 47, 74, 95, 46, 21, 43},
-    {112, 8, 123, 127, 2, 118, 107, 85, 39, 109, 45, 1, 128, 22, 104, 10},
-    {80, 38, 122, 16, 114, 98, 83, 49, 108, 59, 110, 89, 93, 31, 120, 44},
-    {72, 96, 11, 105, 106, 97, 15, 75, 100, 33, 25, 126, 23, 32, 36, 54},
-    {18, 73, 81, 91, 92, 82, 4, 67, 63, 56, 48, 103, 37, 5, 55, 62},
-}};
+}}, 13, 9);
 
-constexpr Matrix16 kClustered = WithShiftedLowerHalf({{
+constexpr Matrix16 kClustered = WithTurnedLowerHalf({{
     {64, 59, 51, 41, 42, 52, 60, 61, 65, 70, 78, 88, 87, 77, 69, 68},
     {58, 34, 28, 19, 20, 29, 35, 53, 71, 95, 101, 110, 109, 100, 94, 76},
     {50, 27, 14, 12, 13, 16, 30, 45, 79, 102, 115, 117, 116, 113, 99, 84},
