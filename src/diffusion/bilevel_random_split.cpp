@@ -12,6 +12,7 @@ namespace halftone {
 namespace {
 
 using random_split::EndDraw;
+using random_split::kTwoThirdsDownAfterIgnoredDraw;
 using random_split::Outcome;
 using random_split::RowEndRule;
 using random_split::ScanTraits;
@@ -85,7 +86,6 @@ constexpr SplitTable kWholeErrorSinglePlane = {
 // ---- The pixel ending an inner row ---------------------------------------------------------
 
 constexpr RowEndRule kTwoThirdsDown = {EndDraw::kNone, {fraction::kTwoThirds, fraction::kTwoThirds}};
-constexpr RowEndRule kTwoThirdsDownAfterIgnoredDraw = {EndDraw::kIgnored, {fraction::kTwoThirds, fraction::kTwoThirds}};
 constexpr RowEndRule kTwoThirdsDownOrDropped = {EndDraw::kUsed, {fraction::kTwoThirds, fraction::kNone}};
 constexpr RowEndRule kDroppedOrAllDown = {EndDraw::kUsed, {fraction::kNone, fraction::kAll}};
 
@@ -188,11 +188,12 @@ int BilevelSinglePlane(Engine& engine, const std::uint8_t* src, std::uint8_t* ds
   if (w == 0 || h == 0) return kErrOutOfContract;
   constexpr std::uint32_t kOnePlane = 1u << 8;
   const Band band = Band::Make(src, dst, w, h, HalftoneFlags{kOnePlane}, 1);
-  // Private rows made per call; the job buffers of the other routines are left alone.
-  std::vector<std::int16_t> a(w), b(w);
+  // Private rows made per call, the carry row a scratch one (nothing is carried); the job
+  // buffers of the other routines are left alone.
+  std::vector<std::int16_t> a(w), b(w), carry(w);
   band.ClearOutput();
   engine.SeedFromClock();
-  random_split::ScanSinglePlane(BilevelPass<kSinglePlane>{}, engine, band, {a.data(), b.data(), nullptr});
+  random_split::ScanSinglePlane(BilevelPass<kSinglePlane>{}, engine, band, {a.data(), b.data(), carry.data()});
   return kOk;
 }
 

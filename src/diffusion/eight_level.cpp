@@ -10,6 +10,7 @@ namespace halftone {
 
 namespace {
 
+using random_split::DecisionTableOf;
 using random_split::Outcome;
 using random_split::RunPassBand;
 using random_split::ScanTraits;
@@ -58,12 +59,15 @@ struct LevelValuesPass {
     return pass;
   }
 
+  unsigned SampleBand(int s) const {
+    unsigned sb = 0;
+    while (sb < kSampleBands - 1 && s > L[sb + 1]) ++sb;
+    return sb;
+  }
   Outcome Decide(int v, int s) const {
     int vb = 0;
     while (vb < kLevels - 1 && v > M[vb]) ++vb;
-    int sb = 0;
-    while (sb < kSampleBands - 1 && s > L[sb + 1]) ++sb;
-    const int i = kLevelChoice[vb][sb];
+    const int i = kLevelChoice[vb][SampleBand(s)];
     return {kLargestCode - static_cast<unsigned>(i), v - L[i]};
   }
 #if HALFTONE_VECTOR_ROWS
@@ -72,15 +76,7 @@ struct LevelValuesPass {
 #endif
   // The same decision by table: the raw sample counts only through its band among L1..L6.
   random_split::ClampedDecisionTable<2> Fast() const {
-    random_split::ClampedDecisionTable<2> t;
-    t.Build(
-        [&](int s) {
-          unsigned sb = 0;
-          while (sb < kSampleBands - 1 && s > L[sb + 1]) ++sb;
-          return sb;
-        },
-        [&](int v, int s) { return Decide(v, s); });
-    return t;
+    return DecisionTableOf<2>(*this, [&](int s) { return SampleBand(s); });
   }
 };
 
@@ -98,11 +94,7 @@ struct FixedLevelsPass {
     while (i < kLevels - 1 && v > kFixedThresholds[i]) ++i;
     return {kLargestCode - static_cast<unsigned>(i), v - kFixedLevels[i]};
   }
-  random_split::ClampedDecisionTable<2> Fast() const {
-    random_split::ClampedDecisionTable<2> t;
-    t.Build([](int) { return 0u; }, [&](int v, int s) { return Decide(v, s); });
-    return t;
-  }
+  random_split::ClampedDecisionTable<2> Fast() const { return DecisionTableOf<2>(*this, [](int) { return 0u; }); }
 #if HALFTONE_VECTOR_ROWS
   using VectorDecide = halftone::FixedStepsDecide<kFixedThresholds, kFixedLevels, kLargestCode>;
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }

@@ -1,5 +1,5 @@
-// The four-level decision with the raw-sample vetoes on 16-bit vector lanes, for the vector
-// rows of the spine and the grouped routine.
+// The four-level decision with the raw-sample vetoes as the random-split passes of the spine and
+// the grouped routine take it: by value, as a window table and on 16-bit vector lanes.
 #pragma once
 
 #include <optional>
@@ -7,9 +7,9 @@
 #include "diffusion/four_level.h"
 #include "diffusion/random_split_vector.h"
 
-#if HALFTONE_VECTOR_ROWS
 namespace halftone {
 
+#if HALFTONE_VECTOR_ROWS
 // With the levels in order (L0 <= L1 <= L2 <= L3), the vetoes leave each sample one threshold
 // between two neighbouring levels: L0/L1 at M01 where r <= L1, L2/L3 at M23 where r > L2, and
 // L1/L2 at M12 between. Levels out of order keep the table (Of gives none).
@@ -51,6 +51,24 @@ struct FourLevelVector {
     return v + term + k.minus_lower - (upper & k.step);
   }
 };
+#endif
+
+// The decision of a pass over the four levels; its table holds each error's part err / kPartDen.
+// The raw sample counts only through its sides of L1 and L2.
+template <int kPartDen>
+struct FourLevelDecision {
+  FourLevels lv;
+  random_split::Outcome Decide(int v, int r) const {
+    const unsigned code = DecideFourLevel(lv, v, r);
+    return {code, v - lv.Level(code)};
+  }
+  random_split::ClampedDecisionTable<kPartDen> Fast() const {
+    return random_split::DecisionTableOf<kPartDen>(
+        *this, [&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; });
+  }
+#if HALFTONE_VECTOR_ROWS
+  std::optional<FourLevelVector> Vector() const { return FourLevelVector::Of(lv); }
+#endif
+};
 
 }  // namespace halftone
-#endif

@@ -14,6 +14,7 @@ namespace halftone {
 
 namespace {
 
+using random_split::DecisionTableOf;
 using random_split::kHalvesThenThirds;
 using random_split::kTwoThirdsDownAfterIgnoredDraw;
 using random_split::Outcome;
@@ -30,36 +31,19 @@ constexpr ScanTraits kGroupedScan = {
 
 // required: identical to the grouped scan except that the pixel ending a left-to-right last
 // row is decided on working row B.
-constexpr ScanTraits kSingleDotScan = {
-    .draw_bits = 2,
-    .curve_terms = true,
-    .splits = kHalvesThenThirds,
-    .inner_row_end = kTwoThirdsDownAfterIgnoredDraw,
-    .ltr_last_end_reads_b = true,
-};
+constexpr ScanTraits kSingleDotScan = [] {
+  ScanTraits scan = kGroupedScan;
+  scan.ltr_last_end_reads_b = true;
+  return scan;
+}();
 
 constexpr unsigned kTwoBits = 2;
 
 // Levels L0..L3 from the level values; the raw sample vetoes levels on the wrong side of it.
-struct LevelValuesPass {
+struct LevelValuesPass : FourLevelDecision<2> {
   static constexpr unsigned kBits = kTwoBits;
   static constexpr unsigned kLockstep = 2;  // faster than four lanes of the table and curves
   static constexpr const ScanTraits& kScan = kGroupedScan;
-  FourLevels lv;
-  Outcome Decide(int v, int s) const {
-    const unsigned code = DecideFourLevel(lv, v, s);
-    return {code, v - lv.Level(code)};
-  }
-  // The same decision by table: the raw sample counts only through its sides of L1 and L2.
-  random_split::ClampedDecisionTable<2> Fast() const {
-    random_split::ClampedDecisionTable<2> t;
-    t.Build([&](int s) { return unsigned{s <= lv.L1} | unsigned{s <= lv.L2} << 1; },
-            [&](int v, int s) { return Decide(v, s); });
-    return t;
-  }
-#if HALFTONE_VECTOR_ROWS
-  std::optional<FourLevelVector> Vector() const { return FourLevelVector::Of(lv); }
-#endif
 };
 
 // required: fixed thresholds that are not the midpoints of the fixed levels, so mid-tones lean
@@ -78,11 +62,7 @@ struct FixedLevelsPass {
     return {kCodeL0 - i, v - kFixedLevels[i]};
   }
   // The same decision by table (one sample class), which also hands over the error's half.
-  random_split::ClampedDecisionTable<2> Fast() const {
-    random_split::ClampedDecisionTable<2> t;
-    t.Build([](int) { return 0u; }, [&](int v, int s) { return Decide(v, s); });
-    return t;
-  }
+  random_split::ClampedDecisionTable<2> Fast() const { return DecisionTableOf<2>(*this, [](int) { return 0u; }); }
 #if HALFTONE_VECTOR_ROWS
   using VectorDecide = halftone::FixedStepsDecide<kFixedThresholds, kFixedLevels, kCodeL0>;
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
@@ -133,7 +113,7 @@ int GroupedFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst,
                      HalftoneFlags flags, GroupedMethod method) {
   const Band band = Band::Make(src, dst, w, h, flags, kTwoBits);
   switch (method) {
-    case GroupedMethod::kLevelValues: return RunPassBand(engine, band, LevelValuesPass{FourLevels::From(engine.levels)});
+    case GroupedMethod::kLevelValues: return RunPassBand(engine, band, LevelValuesPass{{FourLevels::From(engine.levels)}});
     case GroupedMethod::kFixedLevels: return RunPassBand(engine, band, FixedLevelsPass{});
     case GroupedMethod::kSmallDotOnly: return RunPassBand(engine, band, SingleDotPass<kCodeL2>{});
     case GroupedMethod::kMediumDotOnly: return RunPassBand(engine, band, SingleDotPass<kCodeL1>{});

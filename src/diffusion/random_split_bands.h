@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <optional>
 #include <type_traits>
-#include <vector>
 
 #include "diffusion/random_split_fast.h"
 #include "diffusion/random_split_vector.h"
@@ -69,8 +68,9 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   if (ForceScalar()) {
     for (unsigned p = 0; p < planes; ++p)
-      ScanPlane(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
-                engine.curves);
+      PlaneScan(pass, band, p, {engine.rows.a(), engine.rows.b(), engine.rows.carry(p, band.w)}, engine.random,
+                engine.curves)
+          .Run();
     return;
   }
   const std::size_t per_plane = PlaneScan<Pass>::DrawsPerPlane(band.w, band.h);
@@ -81,8 +81,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
     const std::size_t end = band.w - 1;
     for (unsigned p = 0; p + 1 < planes; ++p) LaneRowB(engine.rows, p, planes)[end] = engine.rows.b()[end];
   }
-  const auto decider = FastDecider(pass, engine);
-  const auto& decide = Unwrapped(decider);
+  const auto& decide = FastDecider(pass, engine);
   const SplitKernel<Pass, std::decay_t<decltype(decide)>> kernel(decide, engine.curves, starts, 0, words, row_room);
   const auto lanes_of = [&](unsigned first, unsigned n, row_engine::Lane* lanes) {
     for (unsigned l = 0; l < n; ++l) {
@@ -126,21 +125,17 @@ int RunPassBand(Engine& engine, const Band& band, const Pass& pass, Reseed resee
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] { ScanBandPlanes(pass, engine, band); });
 }
 
-// One plane on private rows with nothing carried (the single-plane form), fast unless the
-// reference is forced.
+// One plane on private rows (the single-plane form), fast unless the reference is forced.
 template <class Pass>
 void ScanSinglePlane(const Pass& pass, Engine& engine, const Band& band, PlaneRows rows) {
   if (ForceScalar()) {
-    ScanPlane(pass, band, 0, rows, engine.random, engine.curves);
+    PlaneScan(pass, band, 0, rows, engine.random, engine.curves).Run();
     return;
   }
   std::uint32_t* words = engine.draws.Reserve(band.w + 1);
-  const auto decider = FastDecider(pass, engine);
-  const auto& decide = Unwrapped(decider);
+  const auto& decide = FastDecider(pass, engine);
   const SplitKernel<Pass, std::decay_t<decltype(decide)>> kernel(decide, engine.curves, &engine.random, 0, words, 0);
-  // The last row's down shares have nowhere to go: a scratch carry row takes them.
-  std::vector<std::int16_t> carry(rows.carry ? 0 : band.w);
-  const row_engine::Lane lane{rows.a, rows.b, rows.carry ? rows.carry : carry.data(), nullptr, 0};
+  const row_engine::Lane lane{rows.a, rows.b, rows.carry, nullptr, 0};
   RunSplitGroup(kernel, band, &lane, 1);
 }
 

@@ -16,8 +16,8 @@
 #include <cstdint>
 
 #include "frame/band.h"
-#include "frame/dispatch.h"
 #include "frame/engine.h"
+#include "frame/job.h"
 #include "frame/random_bits.h"
 #include "frame/share_arithmetic.h"
 #include "tone/tone.h"
@@ -92,8 +92,8 @@ inline void PutCode(std::uint8_t* row, std::size_t x, unsigned code) {
   }
 }
 
-// The rows one plane's scan works on. `carry` is the plane's band-carry entries, or null for
-// the single-plane form, whose last-row downward shares have nowhere to go.
+// The rows one plane's scan works on. `carry` is the plane's band-carry entries (the
+// single-plane form's a scratch row: its last-row downward shares have nowhere to go).
 struct PlaneRows {
   std::int16_t* a;
   std::int16_t* b;
@@ -122,11 +122,7 @@ class PlaneScan {
   // Halftones the plane; w and h are at least 1 (the callers refuse zero sizes).
   void Run() {
     const std::size_t w = band_.w, h = band_.h;
-    const std::uint8_t* row0 = band_.In(0, p_);
-    for (std::size_t x = 0; x < w; ++x) {
-      rows_.a[x] = Store16(row0[x] + (rows_.carry ? rows_.carry[x] : 0));
-      if (rows_.carry) rows_.carry[x] = 0;
-    }
+    LoadFirstRow(rows_.a, rows_.carry, band_.In(0, p_), w);
     // Row 0 of every plane runs left to right; the last row continues the alternation.
     for (std::size_t y = 0; y + 1 < h; ++y) {
       if ((y & 1) == 0)
@@ -237,7 +233,7 @@ class PlaneScan {
 
   template <bool kLtr>
   void Carry(std::size_t x, int share) {
-    if (rows_.carry && (!kLtr || kScan.ltr_last_carries)) rows_.carry[x] = Store16(share);
+    if (!kLtr || kScan.ltr_last_carries) rows_.carry[x] = Store16(share);
   }
 
   const Pass& pass_;
@@ -248,12 +244,6 @@ class PlaneScan {
   const ToneCurve& curve_a_;
   const ToneCurve& curve_b_;
 };
-
-template <class Pass>
-void ScanPlane(const Pass& pass, const Band& band, unsigned p, PlaneRows rows, RandomBitSource& random,
-               const ToneCurveSet& curves) {
-  PlaneScan<Pass>(pass, band, p, rows, random, curves).Run();
-}
 
 // Halves within the band, thirds into the next band: the split of the grouped four-level,
 // single-dot-size and eight-level routines. In inner rows codes 0 and 2 both split evenly, so

@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 
 #include "diffusion/random_split_splits.h"
 #include "frame/engine.h"
@@ -15,29 +14,16 @@ namespace halftone::random_split {
 // Deciders this large or larger are tables worth keeping across band calls.
 inline constexpr std::size_t kCachedDeciderBytes = 4096;
 
-// The decision a fast scan uses: the pass's own `Fast()` decider where it has one, else the
-// pass itself. A decider that is a table is kept in the engine's cache, keyed by the pass (its
-// level values), so a run of band calls with the same levels builds it once.
+// The decision a fast scan uses: the pass's own `Fast()` decider. A decider that is a table is
+// kept in the engine's cache, keyed by the pass (its level values), so a run of band calls with
+// the same levels builds it once, and the scan refers to the cached one.
 template <class Pass>
-auto FastDecider(const Pass& pass, Engine& engine) {
-  if constexpr (requires { pass.Fast(); }) {
-    using Decider = decltype(pass.Fast());
-    if constexpr (sizeof(Decider) >= kCachedDeciderBytes)
-      return std::cref(engine.fast_tables.Get<Decider>(pass, [&] { return pass.Fast(); }));
-    else
-      return pass.Fast();
-  } else {
-    return pass;
-  }
-}
-// The decider FastDecider gave, whether it holds it or refers to the cached one.
-template <class Decider>
-const Decider& Unwrapped(const Decider& d) {
-  return d;
-}
-template <class Decider>
-const Decider& Unwrapped(const std::reference_wrapper<Decider>& d) {
-  return d.get();
+decltype(auto) FastDecider(const Pass& pass, Engine& engine) {
+  using Decider = decltype(pass.Fast());
+  if constexpr (sizeof(Decider) >= kCachedDeciderBytes)
+    return engine.fast_tables.Get<Decider>(pass, [&] { return pass.Fast(); });
+  else
+    return pass.Fast();
 }
 
 // An outcome with the part of the error an inner row's split is formed from: the error
@@ -94,32 +80,19 @@ struct ClampedDecisionTable {
     }
     for (unsigned c = 0; c < kMaxClasses; ++c) {
       if (representative[c] < 0) continue;  // no sample indexes this column
-      std::int16_t* column = cells + std::size_t{c} * kWindowRows * kFields;
-      const auto put = [&](int v, unsigned code, int level) {
-        const int err = v - level;
+      std::int16_t* en = cells + std::size_t{c} * kWindowRows * kFields;
+      // The decision is asked for -1..256 only; beyond, each row repeats its end's code and
+      // level.
+      for (int v = kWindowLo; v <= kWindowHi; ++v, en += kFields) {
+        const int clamped = v < kLo ? kLo : v > kHi ? kHi : v;
+        const Outcome o = decide(clamped, representative[c]);
+        const int err = v - (clamped - o.err);
         const int part = DivTrunc<kPartDen>(err);
-        std::int16_t* en = column + static_cast<std::size_t>(v - kWindowLo) * kFields;
         en[kErr] = static_cast<std::int16_t>(err);
         en[kPart] = static_cast<std::int16_t>(part);
-        en[kCode] = static_cast<std::int16_t>(code);
+        en[kCode] = static_cast<std::int16_t>(o.code);
         en[kRest] = static_cast<std::int16_t>(err - part);
-      };
-      const auto level_at = [&](int v) {
-        return v - column[static_cast<std::size_t>(v - kWindowLo) * kFields + kErr];
-      };
-      const auto code_at = [&](int v) {
-        return static_cast<unsigned>(column[static_cast<std::size_t>(v - kWindowLo) * kFields + kCode]);
-      };
-      // The decision is asked for -1..256 only; beyond, each row repeats its end's code and
-      // level (a band's table is built per call, so this stays cheap).
-      for (int v = kLo; v <= kHi; ++v) {
-        const Outcome o = decide(v, representative[c]);
-        put(v, o.code, v - o.err);
       }
-      const int lo_level = level_at(kLo), hi_level = level_at(kHi);
-      const unsigned lo_code = code_at(kLo), hi_code = code_at(kHi);
-      for (int v = kWindowLo; v < kLo; ++v) put(v, lo_code, lo_level);
-      for (int v = kHi + 1; v <= kWindowHi; ++v) put(v, hi_code, hi_level);
     }
   }
   // Whether v (a value not yet held to 16 bits) has its own entry. The test by the shift, not
@@ -155,6 +128,14 @@ struct ClampedDecisionTable {
     return {static_cast<unsigned>(en[kCode]), err, DivTrunc<kPartDen>(err)};
   }
 };
+
+// A pass's decision as a window table; `classify(s)` is the class of sample s.
+template <int kPartDen, class Pass, class Classify>
+ClampedDecisionTable<kPartDen> DecisionTableOf(const Pass& pass, Classify&& classify) {
+  ClampedDecisionTable<kPartDen> t;
+  t.Build(classify, [&](int v, int s) { return pass.Decide(v, s); });
+  return t;
+}
 
 // The divisor of a table decider's parts, 0 for a decider without them.
 template <class Decider>

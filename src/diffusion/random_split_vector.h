@@ -102,8 +102,8 @@ class VectorRows {
   // A group of n <= kVectorLanes planes: lane l draws from starts[l] into words + room * l.
   VectorRows(const VectorDecider& vdecide, const Decider& decide, const Band& band, const RandomBitSource* starts,
              std::uint32_t* words, std::size_t room, unsigned n, const ToneCurveSet& curves, VectorRowsMemory mem)
-      : vdecide_(vdecide), decide_(decide), band_(band), n_(n), curve_a_(curves.a().data()),
-        curve_b_(curves.b().data()) {
+      : vdecide_(vdecide), scalar_(decide, curves, nullptr, 0, nullptr, 0), band_(band), n_(n),
+        curve_a_(curves.a().data()), curve_b_(curves.b().data()) {
     for (unsigned l = 0; l < kVectorLanes; ++l) {
       random_[l] = starts[l < n ? l : 0];
       words_[l] = words + room * (l < n ? l : 0);
@@ -120,6 +120,7 @@ class VectorRows {
   static constexpr unsigned kCodeMask = kScan.draw_bits == 2 ? 3u : 1u;
   static constexpr unsigned kCodes = kScan.draw_bits == 2 ? 4 : 2;
   static constexpr std::size_t kRowEndDraws = kScan.inner_row_end.draw == EndDraw::kNone ? 0 : 1;
+  using Scalar = SplitKernel<Pass, Decider>;
 
   // The share a column takes for split code c in a row of one direction.
   template <bool kLtr, bool kBelow>
@@ -172,20 +173,14 @@ class VectorRows {
       const vec::V16 code = vec::Load8(codes + kVectorLanes * i);
       return {ShareFor<kLtr, false>(code, e), ShareFor<kLtr, true>(code, e), dot};
     }
-    // The pixel ending an inner row: part of its error goes down, the rest is lost.
+    // The pixel ending an inner row (part of its error goes down, the rest is lost), as the
+    // row engine's kernel does it.
     VectorEnd End(unsigned l, int held, std::size_t at) const {
       const std::size_t w = rows->band_.w;
-      const std::size_t x = kLtr ? w - 1 : 0;
-      const std::uint8_t s = samples[at];
-      const Outcome o = rows->decide_.Decide(held, s);
-      int term = 0;
-      if constexpr (kScan.curve_terms) {
-        if (kLtr ? (x & 1) != 0 : (x & 1) == 0) term = kLtr ? rows->curve_a_[s] : rows->curve_b_[s];
-      }
-      const int e = Store16(o.err + term);
-      unsigned bit = 0;
-      if constexpr (kScan.inner_row_end.draw == EndDraw::kUsed) bit = (rows->words_[l][w - 1] >> 1) & 1u;
-      return {ShareOf(kScan.inner_row_end.below[bit], e), o.code};
+      typename Scalar::LaneState st{};
+      st.end_bit = (rows->words_[l][w - 1] >> 1) & 1u;
+      const auto o = rows->scalar_.template Step<kLtr, false, true, 1>(st, samples[at], held, kLtr ? w - 1 : 0, 0, 0);
+      return {static_cast<int>(o.down), o.code};
     }
   };
 
@@ -213,7 +208,7 @@ class VectorRows {
 
  private:
   const VectorDecider& vdecide_;
-  const Decider& decide_;
+  const Scalar scalar_;  // the row ends
   const Band& band_;
   unsigned n_;
   const std::uint8_t* curve_a_;

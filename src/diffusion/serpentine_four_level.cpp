@@ -114,25 +114,9 @@ constexpr random_split::ScanTraits kSpineScan = {
     .ltr_last_carries = false,
 };
 
-struct SpinePass {
+struct SpinePass : FourLevelDecision<kSplitDivisor> {
   static constexpr unsigned kBits = 2;
   static constexpr const random_split::ScanTraits& kScan = kSpineScan;
-  FourLevels lv;
-  random_split::Outcome Decide(int v, int r) const {
-    const unsigned code = DecideFourLevel(lv, v, r);
-    return {code, v - lv.Level(code)};
-  }
-  // The same decision by table, with the third of each error: the raw sample counts only
-  // through its sides of L1 and L2.
-  random_split::ClampedDecisionTable<kSplitDivisor> Fast() const {
-    random_split::ClampedDecisionTable<kSplitDivisor> t;
-    t.Build([&](int r) { return unsigned{r <= lv.L1} | unsigned{r <= lv.L2} << 1; },
-            [&](int v, int r) { return Decide(v, r); });
-    return t;
-  }
-#if HALFTONE_VECTOR_ROWS
-  std::optional<FourLevelVector> Vector() const { return FourLevelVector::Of(lv); }
-#endif
 };
 
 }  // namespace
@@ -147,7 +131,7 @@ int SerpentineFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* d
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane(engine, band, p, lv);
       return;
     }
-    random_split::ScanBandPlanes(SpinePass{lv}, engine, band);
+    random_split::ScanBandPlanes(SpinePass{{lv}}, engine, band);
   });
 }
 
