@@ -1,9 +1,9 @@
 // Bilevel random-split diffusion: one dot size, the error of each pixel sent to the next pixel
 // along the scan and to the pixel below in a proportion a fresh draw picks. The members are one
 // design; the table of members below holds everything in which they differ.
-#include <optional>
 #include <vector>
 
+#include "diffusion/one_drop.h"
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
 
@@ -12,21 +12,13 @@ namespace halftone {
 namespace {
 
 using random_split::EndDraw;
+using random_split::Guard;
 using random_split::kTwoThirdsDownAfterIgnoredDraw;
 using random_split::Outcome;
 using random_split::RowEndRule;
 using random_split::ScanTraits;
+using random_split::Sense;
 using random_split::SplitTable;
-
-// Lightness sense: 255 is paper and a dot is set at or below the threshold. Ink sense: 255 is
-// full coverage and a dot is set above it. The error is the same in both senses.
-enum class Sense { kLightness, kInk };
-// White guard: a sample of 255 never gets a dot. Full guard: a sample of 255 always gets one.
-// A guard changes the dot, never the error.
-enum class Guard { kNone, kWhite, kFull };
-
-constexpr int kThreshold = 128;
-constexpr int kFullSample = 255;
 
 struct BilevelMember {
   Sense sense;
@@ -114,53 +106,9 @@ constexpr BilevelMember kSinglePlane = {
     Reseed::kEveryCall};
 
 template <const BilevelMember& kMember>
-struct BilevelPass {
+struct BilevelPass : random_split::OneDropDecision<kMember.sense, kMember.guard, 1> {
   static constexpr unsigned kBits = 1;
   static constexpr const ScanTraits& kScan = kMember.scan;
-  // The error is the value less 0 or 255 by the value alone (a guard changes only the dot), so
-  // inner rows may read their along share from a table over the value where no curve term falls.
-  static constexpr bool kAlongShareRows = true;
-
-  Outcome Decide(int v, int s) const {
-    const bool above = v > kThreshold;
-    bool dot = kMember.sense == Sense::kLightness ? !above : above;
-    if (kMember.guard == Guard::kWhite && s == kFullSample) dot = false;
-    if (kMember.guard == Guard::kFull && s == kFullSample) dot = true;
-    return {dot ? 1u : 0u, above ? v - kFullSample : v};
-  }
-
-  // The same decision without a branch on v: `above` as a mask (v is a 16-bit value, so the
-  // difference cannot overflow).
-  struct FastDecide {
-    Outcome Decide(int v, int s) const {
-      const int above = (kThreshold - v) >> 31;  // -1 when v > kThreshold, else 0
-      unsigned dot = kMember.sense == Sense::kLightness ? static_cast<unsigned>(above + 1) : static_cast<unsigned>(-above);
-      if constexpr (kMember.guard == Guard::kWhite) dot &= unsigned{s != kFullSample};
-      if constexpr (kMember.guard == Guard::kFull) dot |= unsigned{s == kFullSample};
-      return {dot, v - (kFullSample & above)};
-    }
-  };
-  FastDecide Fast() const { return {}; }
-#if HALFTONE_VECTOR_ROWS
-  // The same decision on 16-bit lanes; a guard reads the sample only through s == 255.
-  struct VectorDecide {
-    struct Sample {
-      vec::V16 full;
-    };
-    HALFTONE_FORCE_INLINE Sample Prepare(vec::V16 s) const { return {vec::Equal(s, vec::Splat(kFullSample))}; }
-    HALFTONE_FORCE_INLINE vec::V16 Error(vec::V16 v, Sample k, vec::V16 term, vec::V16& code) const {
-      using vec::Splat;
-      const vec::V16 above = vec::Greater(v, Splat(kThreshold));
-      const vec::V16 one = Splat(1);
-      vec::V16 dot = kMember.sense == Sense::kLightness ? ~above & one : above & one;
-      if constexpr (kMember.guard == Guard::kWhite) dot &= ~k.full;
-      if constexpr (kMember.guard == Guard::kFull) dot |= k.full & one;
-      code = dot;
-      return v + term - (above & Splat(kFullSample));
-    }
-  };
-  std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
-#endif
 };
 
 template <const BilevelMember& kMember>

@@ -7,6 +7,7 @@
 
 #include "diffusion/four_level.h"
 #include "diffusion/four_level_vector.h"
+#include "diffusion/one_drop.h"
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
 
@@ -70,41 +71,11 @@ struct FixedLevelsPass {
 };
 
 // One drop size: a dot (level 0) at or below the threshold, paper (255) above it.
-constexpr int kSingleDotThreshold = 128;
-constexpr int kPaper = 255;
-
 template <unsigned kDotCode>
-struct SingleDotPass {
+struct SingleDotPass
+    : random_split::OneDropDecision<random_split::Sense::kLightness, random_split::Guard::kNone, kDotCode> {
   static constexpr unsigned kBits = kTwoBits;
   static constexpr const ScanTraits& kScan = kSingleDotScan;
-  // The error is the value less 0 or 255 by the value alone: inner rows may read their along
-  // share from a table over the value where no curve term falls.
-  static constexpr bool kAlongShareRows = true;
-  Outcome Decide(int v, int) const {
-    if (v <= kSingleDotThreshold) return {kDotCode, v};
-    return {0, v - kPaper};
-  }
-  // The same decision without a branch on v (a 16-bit value: the difference cannot overflow).
-  struct FastDecide {
-    Outcome Decide(int v, int) const {
-      const int above = (kSingleDotThreshold - v) >> 31;  // -1 when v > the threshold, else 0
-      return {kDotCode & ~static_cast<unsigned>(above), v - (kPaper & above)};
-    }
-  };
-  FastDecide Fast() const { return {}; }
-#if HALFTONE_VECTOR_ROWS
-  struct VectorDecide {
-    struct Sample {};
-    HALFTONE_FORCE_INLINE Sample Prepare(vec::V16) const { return {}; }
-    HALFTONE_FORCE_INLINE vec::V16 Error(vec::V16 v, Sample, vec::V16 term, vec::V16& code) const {
-      using vec::Splat;
-      const vec::V16 above = vec::Greater(v, Splat(kSingleDotThreshold));
-      code = ~above & Splat(kDotCode);
-      return v + term - (above & Splat(kPaper));
-    }
-  };
-  std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
-#endif
 };
 
 }  // namespace
@@ -113,7 +84,8 @@ int GroupedFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* dst,
                      HalftoneFlags flags, GroupedMethod method) {
   const Band band = Band::Make(src, dst, w, h, flags, kTwoBits);
   switch (method) {
-    case GroupedMethod::kLevelValues: return RunPassBand(engine, band, LevelValuesPass{{FourLevels::From(engine.levels)}});
+    case GroupedMethod::kLevelValues:
+      return RunPassBand(engine, band, LevelValuesPass{{FourLevels::From(engine.levels)}});
     case GroupedMethod::kFixedLevels: return RunPassBand(engine, band, FixedLevelsPass{});
     case GroupedMethod::kSmallDotOnly: return RunPassBand(engine, band, SingleDotPass<kCodeL2>{});
     case GroupedMethod::kMediumDotOnly: return RunPassBand(engine, band, SingleDotPass<kCodeL1>{});
