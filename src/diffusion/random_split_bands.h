@@ -30,22 +30,10 @@ inline RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::
 // A pass's vector decision: its own (`Vector()`, engaged where its quantiser allows), or
 // lookups in its scalar table where it asks for them (`kVectorTable`).
 template <class Pass>
-constexpr bool HasVectorDecision() {
-  return (requires(const Pass& p) { p.Vector(); } || requires { Pass::kVectorTable; }) && VectorSplits<Pass>();
-}
-// Table lookups gain less as lanes (1.4 times a scalar group of four, 1.17 times one of three)
-// than planes spread over two threads do (1.7 times), so a table pass takes vector groups of
-// four planes only, and only where every thread's share of the band fills one.
+constexpr bool kTableLanes = requires { Pass::kVectorTable; };
 template <class Pass>
-constexpr unsigned VectorMinLanesOf() {
-  return requires { Pass::kVectorTable; } ? kVectorLanes : kVectorMinLanes;
-}
-template <class Pass>
-bool TakesVectorGroups(const Engine& engine, const Band& band) {
-  if (band.h < 2 || band.planes < VectorMinLanesOf<Pass>()) return false;
-  if constexpr (requires { Pass::kVectorTable; }) return FillsVectorGroups(engine, band.planes);
-  return true;
-}
+constexpr bool kHasVectorDecision =
+    (requires(const Pass& p) { p.Vector(); } || kTableLanes<Pass>) && VectorSplits<Pass>();
 template <class Pass, class Decider>
 auto VectorDecision(const Pass& pass, const Decider& decide) {
   if constexpr (requires { pass.Vector(); })
@@ -91,11 +79,15 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
     }
   };
 #if HALFTONE_VECTOR_ROWS
-  // Vector groups take bands of two rows or more, and groups of kMinLanes planes or more.
-  if constexpr (HasVectorDecision<Pass>()) {
-    constexpr unsigned kMinLanes = VectorMinLanesOf<Pass>();
+  // Vector groups take bands of two rows or more, and groups of kMinLanes planes or more. Table
+  // lookups gain less as lanes (1.4 times a scalar group of four, 1.17 times one of three) than
+  // planes spread over two threads do (1.7 times), so a table pass takes vector groups of four
+  // planes only, and only where every thread's share of the band fills one.
+  if constexpr (kHasVectorDecision<Pass>) {
+    constexpr unsigned kMinLanes = kTableLanes<Pass> ? kVectorLanes : kVectorMinLanes;
     const auto vdecide = VectorDecision(pass, decide);
-    if (vdecide && VectorRowsOn() && TakesVectorGroups<Pass>(engine, band)) {
+    if (vdecide && VectorRowsOn() && band.h >= 2 && planes >= kMinLanes &&
+        (!kTableLanes<Pass> || FillsVectorGroups(engine, planes))) {
       const auto group = [&](unsigned first, unsigned n, VectorRowsMemory mem) {
         row_engine::Lane lanes[kVectorLanes];
         lanes_of(first, n, lanes);

@@ -188,12 +188,8 @@ class VectorRows {
   template <bool kLtr>
   RowKernel<kLtr> Row(std::size_t, const VectorRowsMemory& mem) {
     const std::size_t w = band_.w;
-    const std::uint32_t* words[kVectorLanes];
-    for (unsigned l = 0; l < kVectorLanes; ++l) {
-      if (l < n_) random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
-      words[l] = words_[l < n_ ? l : 0];
-    }
-    InterleaveCodes(words, w - 1, kCodeMask, mem.codes);
+    for (unsigned l = 0; l < n_; ++l) random_[l].DrawWords(words_[l], w - 1 + kRowEndDraws);
+    InterleaveCodes(words_, w - 1, kCodeMask, mem.codes);
     std::int16_t* terms = mem.terms[kLtr ? 0 : 1];
     if constexpr (kScan.curve_terms) {
       // Terms fall on odd columns left to right and even ones right to left; the other
@@ -214,7 +210,7 @@ class VectorRows {
   const std::uint8_t* curve_a_;
   const std::uint8_t* curve_b_;
   RandomBitSource random_[kVectorLanes];
-  std::uint32_t* words_[kVectorLanes];
+  std::uint32_t* words_[kVectorLanes];  // a missing lane's are lane 0's
 };
 
 // A group of up to kVectorLanes planes: the inner rows as vectors, then each plane's last row on
