@@ -3,9 +3,9 @@
 // design; the table of members below holds everything in which they differ.
 #include <vector>
 
-#include "diffusion/one_drop.h"
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
+#include "diffusion/random_split_decisions.h"
 
 namespace halftone {
 
@@ -14,7 +14,6 @@ namespace {
 using random_split::EndDraw;
 using random_split::Guard;
 using random_split::kTwoThirdsDownAfterIgnoredDraw;
-using random_split::Outcome;
 using random_split::RowEndRule;
 using random_split::ScanTraits;
 using random_split::Sense;

@@ -1,10 +1,9 @@
 // Eight-level random-split diffusion: four bits a pixel, drop codes 0 (none) to 7 (largest).
 // The scan is the grouped one (halves within the band, thirds into the next) without tone-curve
 // terms; the two members differ only in the quantiser.
-#include <optional>
-
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
+#include "diffusion/random_split_decisions.h"
 
 namespace halftone {
 
@@ -85,20 +84,9 @@ struct LevelValuesPass {
 constexpr int kFixedThresholds[kLevels - 1] = {32, 64, 96, 128, 160, 192, 224};
 constexpr int kFixedLevels[kLevels] = {0, 36, 72, 109, 145, 182, 218, 255};
 
-struct FixedLevelsPass {
+struct FixedLevelsPass : random_split::FixedLevelsDecision<kFixedThresholds, kFixedLevels, kLargestCode> {
   static constexpr unsigned kBits = kFourBits;
   static constexpr const ScanTraits& kScan = kEightLevelScan;
-
-  Outcome Decide(int v, int) const {
-    int i = 0;
-    while (i < kLevels - 1 && v > kFixedThresholds[i]) ++i;
-    return {kLargestCode - static_cast<unsigned>(i), v - kFixedLevels[i]};
-  }
-  random_split::ClampedDecisionTable<2> Fast() const { return DecisionTableOf<2>(*this, [](int) { return 0u; }); }
-#if HALFTONE_VECTOR_ROWS
-  using VectorDecide = halftone::FixedStepsDecide<kFixedThresholds, kFixedLevels, kLargestCode>;
-  std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
-#endif
 };
 
 }  // namespace

@@ -23,12 +23,8 @@ struct FourLevels {
     return {l0, l1, l2, l3, (l0 + l1) >> 1, (l1 + l2) >> 1, (l2 + l3) >> 1};
   }
   int Level(unsigned code) const {
-    switch (code) {
-      case kCodeL0: return L0;
-      case kCodeL1: return L1;
-      case kCodeL2: return L2;
-      default: return L3;
-    }
+    const int by_code[] = {L3, L2, L1, L0};
+    return by_code[code];
   }
 };
 

@@ -3,22 +3,18 @@
 // thirds into the band-carry row whatever its direction, so every band hands error to the next.
 // The members differ only in the decision: four levels from the level values with raw-sample
 // vetoes, four fixed levels, or one drop size against a fixed threshold.
-#include <optional>
-
 #include "diffusion/four_level.h"
 #include "diffusion/four_level_vector.h"
-#include "diffusion/one_drop.h"
 #include "diffusion/random_split.h"
 #include "diffusion/random_split_bands.h"
+#include "diffusion/random_split_decisions.h"
 
 namespace halftone {
 
 namespace {
 
-using random_split::DecisionTableOf;
 using random_split::kHalvesThenThirds;
 using random_split::kTwoThirdsDownAfterIgnoredDraw;
-using random_split::Outcome;
 using random_split::RunPassBand;
 using random_split::ScanTraits;
 
@@ -53,21 +49,10 @@ constexpr int kFixedThresholds[] = {64, 128, 192};
 constexpr int kFixedLevels[] = {0, 85, 170, 255};  // level of code 3, 2, 1, 0
 static_assert(kFixedThresholds[0] < kFixedThresholds[1] && kFixedThresholds[1] < kFixedThresholds[2]);
 
-struct FixedLevelsPass {
+struct FixedLevelsPass : random_split::FixedLevelsDecision<kFixedThresholds, kFixedLevels, kCodeL0> {
   static constexpr unsigned kBits = kTwoBits;
   static constexpr unsigned kLockstep = 2;  // measured faster than four lanes
   static constexpr const ScanTraits& kScan = kGroupedScan;
-  Outcome Decide(int v, int) const {
-    unsigned i = 0;
-    while (i < 3 && v > kFixedThresholds[i]) ++i;
-    return {kCodeL0 - i, v - kFixedLevels[i]};
-  }
-  // The same decision by table (one sample class), which also hands over the error's half.
-  random_split::ClampedDecisionTable<2> Fast() const { return DecisionTableOf<2>(*this, [](int) { return 0u; }); }
-#if HALFTONE_VECTOR_ROWS
-  using VectorDecide = halftone::FixedStepsDecide<kFixedThresholds, kFixedLevels, kCodeL0>;
-  std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
-#endif
 };
 
 // One drop size: a dot (level 0) at or below the threshold, paper (255) above it.

@@ -1,7 +1,8 @@
-// The decision of the one-drop random-split passes (the bilevel family and the single-dot-size
-// routines): a dot or none by a compare of the corrected value with the threshold.
+// Decisions shared by random-split passes of several routines: one drop or none (the bilevel
+// family and the single-dot-size routines), and fixed levels (grouped and eight-level).
 #pragma once
 
+#include <iterator>
 #include <optional>
 
 #include "diffusion/random_split_vector.h"
@@ -65,6 +66,23 @@ struct OneDropDecision {
       return v + term - (above & Splat(kFullSample));
     }
   };
+  std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
+#endif
+};
+
+// Fixed ascending thresholds on the corrected value alone: after i thresholds passed, level
+// kLevels[i] and code kTopCode - i. The raw sample plays no part.
+template <const auto& kThresholds, const auto& kLevels, unsigned kTopCode>
+struct FixedLevelsDecision {
+  Outcome Decide(int v, int) const {
+    unsigned i = 0;
+    while (i < std::size(kThresholds) && v > kThresholds[i]) ++i;
+    return {kTopCode - i, v - kLevels[i]};
+  }
+  // The same decision by table (one sample class), which also hands over the error's half.
+  ClampedDecisionTable<2> Fast() const { return DecisionTableOf<2>(*this, [](int) { return 0u; }); }
+#if HALFTONE_VECTOR_ROWS
+  using VectorDecide = FixedStepsDecide<kThresholds, kLevels, kTopCode>;
   std::optional<VectorDecide> Vector() const { return VectorDecide{}; }
 #endif
 };
