@@ -14,18 +14,6 @@
 
 namespace halftone::random_split {
 
-// Where each plane's slice of a band's random stream starts: plane p's generator is the
-// engine's jumped p slices on. The engine's generator is left after all planes' slices, as the
-// sequential scan leaves it. Returns the planes' starting generators.
-inline RandomBitSource* PlaneStreamStarts(Engine& engine, unsigned planes, std::size_t per_plane) {
-  if (planes == 0) return nullptr;  // no plane draws; the generator stays where it is
-  RandomBitSource* starts = SliceStarts(engine, planes, per_plane);
-  if (planes == 1) return starts;  // the single lane hands its generator back itself
-  engine.random = starts[planes - 1];
-  engine.random.Skip(engine.draws.Jump(per_plane));
-  return starts;
-}
-
 #if HALFTONE_VECTOR_ROWS
 // A pass's vector decision: its own (`Vector()`, engaged where its quantiser allows), or
 // lookups in its scalar table where it asks for them (`kVectorTable`).
@@ -64,7 +52,13 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
   const std::size_t per_plane = PlaneScan<Pass>::DrawsPerPlane(band.w, band.h);
   const std::size_t row_room = band.w + 1;
   std::uint32_t* words = engine.draws.Reserve(row_room * planes);
-  RandomBitSource* starts = PlaneStreamStarts(engine, planes, per_plane);
+  // Plane p's generator is the engine's jumped p slices on; the engine's is left after all
+  // planes' slices, as the sequential scan leaves it (a lone lane hands its own back itself).
+  RandomBitSource* starts = planes == 0 ? nullptr : SliceStarts(engine, planes, per_plane);
+  if (planes > 1) {
+    engine.random = starts[planes - 1];
+    engine.random.Skip(engine.draws.Jump(per_plane));
+  }
   if (Pass::kScan.ltr_last_end_reads_b && band.h == 1) {
     const std::size_t end = band.w - 1;
     for (unsigned p = 0; p + 1 < planes; ++p) LaneRowB(engine.rows, p, planes)[end] = engine.rows.b()[end];
