@@ -12,6 +12,7 @@ namespace halftone {
 
 // Output codes of the four-level dot plane: code 3 is level L0 (largest drop), 0 is L3 (none).
 inline constexpr unsigned kCodeL0 = 3, kCodeL1 = 2, kCodeL2 = 1, kCodeL3 = 0;
+static_assert(kCodeL3 == 0 && kCodeL2 == 1 && kCodeL1 == 2 && kCodeL0 == 3, "FourLevels::Level indexes by code");
 
 // Levels L0..L3 and the floored midpoints between them, read once per call.
 struct FourLevels {
