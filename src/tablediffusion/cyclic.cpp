@@ -17,21 +17,10 @@ constexpr std::int32_t kCycleLast = 12;   // the counter runs 1, 2, ..., 12, 0, 
 constexpr std::int32_t kLastDown = 6;     // inner pixels: c <= 6 sends the error down
 constexpr std::int32_t kRowEndDown = 5;   // row ends: c <= 5 sends it down, else it is dropped
 constexpr std::int32_t kLastRowAhead = 6; // last row of a band: c >= 6 sends it ahead
-constexpr int kThreshold = 128;
-constexpr int kWhite = 255;
 
 inline std::int32_t Step(std::int32_t& counter) {
   if (++counter > kCycleLast) counter = 0;
   return counter;
-}
-
-// Quantises s (no guard for white), returns the error.
-inline int Quantise(int s, std::uint8_t* out, std::size_t x) {
-  if (s <= kThreshold) {
-    PutDot(out, x);
-    return s;
-  }
-  return s - kWhite;
 }
 
 // Working rows hold the value to quantise: the input level plus the error that reached it.
@@ -52,7 +41,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
     if (counter > kCycleLast) counter = 0;
     if (backward == 0) {
       for (std::size_t x = 0; x + 1 < w; ++x) {
-        const int e = Quantise(a[x], out, x);
+        const int e = QuantiseBilevel(a[x], out, x);
         b[x] = below[x];
         if (Step(counter) <= kLastDown)
           b[x] = Store16(b[x] + e);
@@ -60,19 +49,19 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
           a[x + 1] = Store16(a[x + 1] + e);
       }
       const std::size_t x = w - 1;
-      const int e = Quantise(a[x], out, x);
+      const int e = QuantiseBilevel(a[x], out, x);
       b[x] = below[x];
       if (Step(counter) <= kRowEndDown) b[x] = Store16(b[x] + e);
     } else {
       for (std::size_t x = w - 1; x > 0; --x) {
-        const int e = Quantise(b[x], out, x);
+        const int e = QuantiseBilevel(b[x], out, x);
         a[x] = below[x];
         if (Step(counter) <= kLastDown)
           a[x] = Store16(a[x] + e);
         else
           b[x - 1] = Store16(b[x - 1] + e);
       }
-      const int e = Quantise(b[0], out, 0);
+      const int e = QuantiseBilevel(b[0], out, 0);
       a[0] = below[0];
       if (Step(counter) <= kRowEndDown) a[0] = Store16(a[0] + e);
     }
@@ -84,7 +73,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
   if (counter > kCycleLast) counter = 0;
   if (backward == 0) {
     for (std::size_t x = 0; x + 1 < w; ++x) {
-      const int e = Quantise(a[x], out, x);
+      const int e = QuantiseBilevel(a[x], out, x);
       // required: the last row sends ahead from c >= 6, one step earlier than other rows.
       if (Step(counter) >= kLastRowAhead)
         a[x + 1] = Store16(a[x + 1] + e);
@@ -92,16 +81,16 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
         carry[x] = Store16(e);
     }
     // required: the row end only sets its dot; no counter step, its error is lost.
-    if (a[w - 1] <= kThreshold) PutDot(out, w - 1);
+    if (a[w - 1] <= kBilevelCut) PutDot(out, w - 1);
   } else {
     for (std::size_t x = w - 1; x > 0; --x) {
-      const int e = Quantise(b[x], out, x);
+      const int e = QuantiseBilevel(b[x], out, x);
       if (Step(counter) >= kLastRowAhead)
         b[x - 1] = Store16(b[x - 1] + e);
       else
         carry[x] = Store16(e);
     }
-    if (b[0] <= kThreshold) PutDot(out, 0);
+    if (b[0] <= kBilevelCut) PutDot(out, 0);
   }
   backward = !backward;
 }
@@ -203,8 +192,8 @@ struct CycleKernel {
   template <bool kLtr, bool kLast, bool kEnd>
   HALFTONE_FORCE_INLINE row_engine::PixelOut Step(LaneState& s, int, int v, std::size_t x, unsigned,
                                                             unsigned) const {
-    const bool dot = v <= kThreshold;
-    const int e = SelectUnpredictable(dot, v, v - kWhite);
+    const bool dot = v <= kBilevelCut;
+    const int e = SelectUnpredictable(dot, v, v - kBilevelWhite);
     if constexpr (kEnd) {
       s.counter = static_cast<std::int32_t>((s.counter + s.w - (kLast ? 1 : 0)) % kCycleLength);
       if constexpr (kLast) *s.home = s.counter;
@@ -241,12 +230,11 @@ int CyclicDiffusion(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, 
   // exist for four planes only.
   const JobSpec spec{.bits = 1, .reseed = Reseed::kEveryCall, .needs_pixels = true,
                      .max_planes = Engine::kCyclePlanes};
-  if (int rc = CheckJobBand(engine.rows, band, spec); rc != kOk) return rc;
-  if (band.starts_job()) {
-    engine.cycle_counter.fill(0);
-    engine.cycle_direction.fill(0);
-  }
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
+    if (band.starts_job()) {
+      engine.cycle_counter.fill(0);
+      engine.cycle_direction.fill(0);
+    }
     if (ForceScalar()) {
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane(engine, band, p);
       return;

@@ -1,6 +1,7 @@
 // Table-driven error diffusion on the 16-bit error rows: the engine-level entry points behind
-// the exports. Every routine takes the band as the host hands it over and returns 0, or
-// kErrOutOfContract for a band outside the job contract (nothing touched then).
+// the exports, and the bilevel decision the routines share. Every routine takes the band as the
+// host hands it over and returns 0, or kErrOutOfContract for a band outside the job contract
+// (nothing touched then).
 #pragma once
 
 #include <array>
@@ -11,6 +12,19 @@
 #include "frame/engine.h"
 
 namespace halftone {
+
+// The bilevel decision: a dot where the value s is at or below kBilevelCut; paper above it,
+// which takes kBilevelWhite off the error. No guard for white: negative error arriving at level
+// 255 can make a dot there.
+inline constexpr int kBilevelCut = 128, kBilevelWhite = 255;
+// Sets the dot of column x where s makes one and returns the error.
+inline int QuantiseBilevel(int s, std::uint8_t* out, std::size_t x) {
+  if (s <= kBilevelCut) {
+    PutDot(out, x);
+    return s;
+  }
+  return s - kBilevelWhite;
+}
 
 // Serpentine diffusion with a byte bias keyed by the input level, the row share chosen by
 // input-level bands; the carry row starts each job slightly dark.

@@ -43,9 +43,6 @@ constexpr LayerModulatedTraits kCurveBias{
       {141, {Selector::kTwoBits, {kThirdDown, kThirdAhead, kHalfDown, fraction::kAll}}},
       {0, {Selector::kTwoBits, {kThirdDown, fraction::kNone, kThirdDown, fraction::kAll}}}}}};
 
-constexpr int kThreshold = 128;
-constexpr int kWhite = 255;
-
 // The split band of input level v: the lightest whose lowest level v reaches.
 template <const LayerModulatedTraits& M>
 constexpr std::size_t SplitBandOf(int v) {
@@ -72,14 +69,6 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
       s += layers[static_cast<std::size_t>(v)][y % kLayerTile][x % kLayerTile];
     return s;
   };
-  // No guard for white: a strongly negative term can put a dot on level 255.
-  auto quantise = [](int s, std::uint8_t* out, std::size_t x) {
-    if (s <= kThreshold) {
-      PutDot(out, x);
-      return s;
-    }
-    return s - kWhite;
-  };
 
   for (std::size_t y = 0; y < h; ++y) {
     const std::uint8_t* in = band.In(y, p);
@@ -89,7 +78,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
     if ((y & 1) == 0) {
       for (std::size_t x = 0; x < w; ++x) {
         const int v = in[x];
-        int e = quantise(value(v, a[x], y, x), out, x);
+        int e = QuantiseBilevel(value(v, a[x], y, x), out, x);
         e += CurveBias<M.ltr>(engine, v, x);
         const Shares s = Apply(Pick(M.bands[SplitBandOf<M>(v)].choice, x, random), e);
         if (x + 1 < w) a[x + 1] = Store16(a[x + 1] + s.ahead);
@@ -99,7 +88,7 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p) {
     } else {
       for (std::size_t x = w; x-- > 0;) {
         const int v = in[x];
-        int e = quantise(value(v, b[x], y, x), out, x);
+        int e = QuantiseBilevel(value(v, b[x], y, x), out, x);
         e += CurveBias<M.rtl>(engine, v, x);
         const Shares s = Apply(Pick(M.bands[SplitBandOf<M>(v)].choice, x, random), e);
         if (x > 0) b[x - 1] = Store16(b[x - 1] + s.ahead);
@@ -171,8 +160,8 @@ struct LayerKernel {
     if constexpr (M.layer) start += (*layers)[level][tile_row][x & (kLayerTile - 1)];
     const int s = start + held;
     const int biased = s + CurveTermAt<kLtr ? M.ltr : M.rtl>(kLtr ? ltr : rtl, odd, level);
-    const bool dot = s <= kThreshold;
-    const int e = dot ? biased : biased - kWhite;
+    const bool dot = s <= kBilevelCut;
+    const int e = dot ? biased : biased - kBilevelWhite;
     int ahead;
     if constexpr (kDraws) {
       static constexpr std::array<AheadMasks, 3 * kDrawnCodes> kMasks = AheadMaskTable<M>();
@@ -207,14 +196,7 @@ void FastBand(Engine& engine, const Band& band) {
     BuildCurveTermTable<M.ltr>(engine, ltr);
     BuildCurveTermTable<M.rtl>(engine, rtl);
   }
-  const LayerKernel<M> kernel{ltr.data(), rtl.data(), &engine.tables.layers};
-#if HALFTONE_VECTOR_ROWS
-  if constexpr (LayerKernel<M>::kVectorRows) {
-    if (VectorRowsOn() && band.h >= 2 && band.planes >= halftone::kVectorLanes)
-      return row_engine::RunBandVector(kernel, engine, band);
-  }
-#endif
-  row_engine::RunBand(kernel, engine, band);
+  row_engine::RunTableBand(LayerKernel<M>{ltr.data(), rtl.data(), &engine.tables.layers}, engine, band);
 }
 
 template <const LayerModulatedTraits& M>

@@ -21,21 +21,14 @@ using namespace level_bias;
 // Quantises s into the dot row at x and returns the error.
 template <unsigned Bits>
 inline int Quantise(int s, std::uint8_t* out, std::size_t x) {
-  if constexpr (Bits == 1) {
-    if (s <= kBilevelThreshold) {
-      PutDot(out, x);
-      return s;
+  if constexpr (Bits == 1) return QuantiseBilevel(s, out, x);
+  for (unsigned i = 0; i < 3; ++i) {
+    if (s <= kFourThreshold[i]) {
+      PutCode2(out, x, 3 - i);
+      return s - kFourLevelValue[i];
     }
-    return s - kWhite;
-  } else {
-    for (unsigned i = 0; i < 3; ++i) {
-      if (s <= kFourThreshold[i]) {
-        PutCode2(out, x, 3 - i);
-        return s - kFourLevelValue[i];
-      }
-    }
-    return s - kFourLevelValue[3];
   }
+  return s - kFourLevelValue[3];
 }
 
 // The working rows hold bare error; the input level is added when a pixel is quantised.

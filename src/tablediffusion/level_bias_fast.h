@@ -118,14 +118,7 @@ void DiffuseBandFast(Engine& engine, const Band& band) {
   words[total] = 0;
   std::array<const std::uint8_t*, 256> first_word{};
   for (unsigned p = 0; p < planes; ++p) first_word[p] = words + start[p];
-  const LevelBiasKernel<M> kernel{&TablesOf<M>()};
-#if HALFTONE_VECTOR_ROWS
-  if constexpr (LevelBiasKernel<M>::kVectorRows) {
-    if (VectorRowsOn() && planes >= halftone::kVectorLanes && band.h >= 2)
-      return row_engine::RunBandVector(kernel, engine, band, first_word.data());
-  }
-#endif
-  row_engine::RunBand(kernel, engine, band, first_word.data());
+  row_engine::RunTableBand(LevelBiasKernel<M>{&TablesOf<M>()}, engine, band, first_word.data());
 }
 
 }  // namespace halftone::level_bias

@@ -79,7 +79,7 @@ inline constexpr std::uint8_t kPreparedMask = 1u << kSplitBit;
 
 template <const LevelBiasTraits& M>
 FastTables BuildTables() {
-  constexpr int kFirstThreshold = M.bits == 1 ? kBilevelThreshold : kFourThreshold[0];
+  constexpr int kFirstThreshold = M.bits == 1 ? kBilevelCut : kFourThreshold[0];
   FastTables t;
   Fraction seen[kMaxRulePairs][2];
   unsigned count = 0;
@@ -157,7 +157,7 @@ struct FastQuantiser {
   static constexpr int kStep = kFourLevelValue[1] - kFourLevelValue[0];
   static constexpr int kGap = kFourThreshold[1] - kFourThreshold[0];
   static_assert(kFourLevelValue[0] == 0 && kFourLevelValue[2] == 2 * kStep && kFourLevelValue[3] == 3 * kStep &&
-                kFourLevelValue[3] == kWhite && kFourThreshold[2] - kFourThreshold[1] == kGap);
+                kFourLevelValue[3] == kBilevelWhite && kFourThreshold[2] - kFourThreshold[1] == kGap);
   static constexpr int kMaxCode = kBits == 1 ? 1 : 3;
 
   // The output level and the dot code, less kMaxCode, of a value whose first-threshold room
@@ -170,7 +170,7 @@ struct FastQuantiser {
     constexpr int kSign = 63;
     if constexpr (kBits == 1) {
       const std::int64_t over = room >> kSign;
-      return {over & kWhite, over};
+      return {over & kBilevelWhite, over};
     } else {
       const std::int64_t over = (room >> kSign) + ((room + kGap) >> kSign) + ((room + 2 * kGap) >> kSign);
       return {-kStep * over, over};

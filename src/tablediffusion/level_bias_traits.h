@@ -71,7 +71,5 @@ inline constexpr LevelBiasTraits kBilevelHalving{1, 0, nullptr, false, false, 1,
 // Fixed four-level quantiser: thresholds 64/128/192 against levels 0/85/170/255, first match.
 inline constexpr int kFourThreshold[3] = {64, 128, 192};
 inline constexpr int kFourLevelValue[4] = {0, 85, 170, 255};
-inline constexpr int kBilevelThreshold = 128;
-inline constexpr int kWhite = 255;
 
 }  // namespace halftone::level_bias

@@ -49,8 +49,6 @@ constexpr LevelRestrictedTraits kRandomBilevel{1, 0, false, {Curve::kNone, 0}, {
                                                ByBit(kThreeQuartersDown, kThirdDown),
                                                ByBit(kQuarterAhead, kTwoThirdsAhead)};
 
-constexpr int kBilevelThreshold = 128;
-constexpr int kWhite = 255;
 constexpr int kTopLevel = 255;
 
 // Levels L0..L3 (codes 3..0) and the floored midpoints between them.
@@ -76,26 +74,14 @@ inline LevelPair PairFor(const Levels& lv, int v) {
   return {1, v == kTopLevel ? lv.t2 : lv.t3};
 }
 
-// Returns the error.
-inline int QuantiseRestricted(const Levels& lv, int v, int s, std::uint8_t* out, std::size_t x) {
+// Quantises s of a pixel of input level v and returns the error.
+template <unsigned Bits>
+inline int Quantise(const Levels& lv, int v, int s, std::uint8_t* out, std::size_t x) {
+  if constexpr (Bits == 1) return QuantiseBilevel(s, out, x);
   const LevelPair pair = PairFor(lv, v);
   const unsigned code = s <= pair.split ? pair.dark : pair.dark - 1;
   if (code != 0) PutCode2(out, x, code);
   return s - lv.level[code];
-}
-
-template <unsigned Bits>
-inline int Quantise(const Levels& lv, int v, int s, std::uint8_t* out, std::size_t x) {
-  if constexpr (Bits == 2) {
-    return QuantiseRestricted(lv, v, s, out, x);
-  } else {
-    // No guard for white: negative error arriving at 255 can make a dot there.
-    if (s <= kBilevelThreshold) {
-      PutDot(out, x);
-      return s;
-    }
-    return s - kWhite;
-  }
 }
 
 template <const LevelRestrictedTraits& M>
@@ -117,15 +103,10 @@ void DiffusePlane(Engine& engine, const Band& band, unsigned p, const Levels& lv
   };
   auto pixel_value = [](int v, int entry) { return M.rows_hold_input ? entry : v + entry; };
 
-  if (h == 0) {
-    // An empty band has no row 0 to load, but it still uses up the carried error.
-    std::fill(carry, carry + w, std::int16_t{0});
-    return;
-  }
-  for (std::size_t x = 0; x < w; ++x) {
-    a[x] = Store16(start_value(0, x) + carry[x]);
-    carry[x] = 0;
-  }
+  // An empty band has no row 0 to load, but it still uses up the carried error.
+  LoadCarry(a, carry, w);
+  if (h == 0) return;
+  for (std::size_t x = 0; x < w; ++x) a[x] = Store16(start_value(0, x) + a[x]);
 
   for (std::size_t y = 0; y < h; ++y) {
     const std::uint8_t* in = band.In(y, p);
@@ -258,8 +239,8 @@ struct BilevelKernel {
     constexpr ShareChoice kSplit = kLtr ? M.split_ltr : M.split_rtl;
     const int s = v + held;
     const int biased = s + CurveTermAt<kTerm>(kLtr ? ltr : rtl, odd, static_cast<std::size_t>(v));
-    const bool dot = s <= kBilevelThreshold;
-    const int e = dot ? biased : biased - kWhite;
+    const bool dot = s <= kBilevelCut;
+    const int e = dot ? biased : biased - kBilevelWhite;
     const int ahead = AheadShare<kSplit>(drawn & 1u, e);
     return {dot, ahead, e - ahead};
   }
@@ -290,14 +271,7 @@ void FastBand(Engine& engine, const Band& band, const Levels& lv) {
     CurveTermTable ltr, rtl;
     BuildCurveTermTable<M.ltr>(engine, ltr);
     BuildCurveTermTable<M.rtl>(engine, rtl);
-    const BilevelKernel<M> kernel{ltr.data(), rtl.data(), &engine.tables.bias};
-#if HALFTONE_VECTOR_ROWS
-    if constexpr (BilevelKernel<M>::kVectorRows) {
-      if (VectorRowsOn() && band.h >= 2 && band.planes >= halftone::kVectorLanes)
-        return row_engine::RunBandVector(kernel, engine, band);
-    }
-#endif
-    row_engine::RunBand(kernel, engine, band);
+    row_engine::RunTableBand(BilevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
   }
 }
 

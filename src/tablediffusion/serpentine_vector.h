@@ -19,12 +19,14 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/dispatch.h"
 #include "frame/row_engine.h"
 #include "frame/vector_lanes.h"
 #include "frame/vector_scan.h"
+#include "tablediffusion/integer_diffusion.h"
 
-#if HALFTONE_VECTOR_ROWS
 namespace halftone::row_engine {
+#if HALFTONE_VECTOR_ROWS
 
 // A pixel's split rule as flags in the top bits of a 16-bit entry, so each flag becomes a lane
 // mask with a shift left and an arithmetic shift right. The ahead share is
@@ -118,11 +120,8 @@ HALFTONE_FORCE_INLINE inline vec::V16 ColumnRecords(const std::uint32_t* column)
 // The upper four lanes moved down.
 HALFTONE_FORCE_INLINE inline vec::V16 UpperLanes(vec::V16 v) { return __builtin_shufflevector(v, v, 4, 5, 6, 7, 4, 5, 6, 7); }
 
-// The bilevel decision of the kernels here: a dot where s = level + value <= kCutThreshold;
-// the error is the biased value (s plus the record's term), less white without a dot.
-inline constexpr int kCutThreshold = 128, kCutWhite = 255;
-
-// A kernel on this path provides, besides the scalar Step (whose decision is the one above):
+// A kernel on this path provides, besides the scalar Step (the bilevel decision on s = level +
+// value, kBilevelCut and kBilevelWhite, the error s plus the term, as TableRows decides):
 //   kVectorRows                 true;
 //   Rule<kLtr>(level, odd, code)  static constexpr: the pixel's rule flags (RuleFlags), by
 //                               column parity and the draw's two low bits;
@@ -159,8 +158,8 @@ class TableRows {
       const vec::V16 s = vec::Load8(levels + at) + held;
       // Paper where s is above the threshold: one signed compare on the chain (the dot's
       // compare, s <= threshold, costs SSE2 a min and an equal).
-      const vec::V16 paper = vec::Greater(s, Splat(kCutThreshold));
-      const vec::V16 e = s + rec - (paper & Splat(kCutWhite));
+      const vec::V16 paper = vec::Greater(s, Splat(kBilevelCut));
+      const vec::V16 e = s + rec - (paper & Splat(kBilevelWhite));
       const vec::V16 ahead = AheadOf<kLtr>(e, UpperLanes(rec));
       return {ahead, e - ahead, ~paper & Splat(1)};
     }
@@ -194,8 +193,8 @@ class TableRows {
   };
   static IntPixel PixelOf(int level, int held, std::uint32_t record) {
     const int s = level + held;
-    const bool dot = s <= kCutThreshold;
-    const int e = s - (dot ? 0 : kCutWhite) + static_cast<std::int16_t>(record & 0xFFFF);
+    const bool dot = s <= kBilevelCut;
+    const int e = s - (dot ? 0 : kBilevelWhite) + static_cast<std::int16_t>(record & 0xFFFF);
     return {e, AheadByFlags(e, static_cast<std::uint16_t>(record >> 16)), dot ? 1u : 0u};
   }
 
@@ -315,6 +314,20 @@ void RunBandVector(const Kernel& kernel, Engine& engine, const Band& band,
     }
   });
 }
+#endif
+
+// Every plane of a band (w, h >= 1) for a table-driven kernel: on the vector rows where the
+// kernel has them and the band has a full group of planes and two rows, else on the row engine.
+template <class Kernel>
+void RunTableBand(const Kernel& kernel, Engine& engine, const Band& band,
+                  const std::uint8_t* const* plane_draws = nullptr) {
+#if HALFTONE_VECTOR_ROWS
+  if constexpr (Kernel::kVectorRows) {
+    if (VectorRowsOn() && band.h >= 2 && band.planes >= kVectorLanes)
+      return RunBandVector(kernel, engine, band, plane_draws);
+  }
+#endif
+  RunBand(kernel, engine, band, plane_draws);
+}
 
 }  // namespace halftone::row_engine
-#endif
