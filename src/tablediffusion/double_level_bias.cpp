@@ -24,7 +24,7 @@ struct QuarterColumnTraits : PlainRowTraits {
   static constexpr int kHighlightFrom = 241; // levels from here: the highlight band
   static constexpr double kEven = 0.5, kOdd = 0.67, kLightOdd = 0.75;
 
-  bool BiasAt(std::size_t x, bool forward) const { return x % kPeriod == (forward ? kForwardPhase : kBackwardPhase); }
+  static bool BiasAt(std::size_t x, bool forward) { return x % kPeriod == (forward ? kForwardPhase : kBackwardPhase); }
   double Bias(int v) const { return kQuarterColumnBias[v]; }
   static constexpr double Weight(int v, std::size_t x) {
     const bool odd = (x & 1) != 0;
@@ -44,7 +44,7 @@ struct HalfColumnTraits : PlainRowTraits {
   static constexpr int kLightFrom = 246, kDarkBelow = 141, kDeadBranchFrom = 206;
   static constexpr double kLight = 0.75, kDark = 0.45, kMid = 0.67, kDeadBranch = 0.5;
 
-  bool BiasAt(std::size_t x, bool forward) const { return ((x & 1) == 0) == forward; }
+  static bool BiasAt(std::size_t x, bool forward) { return ((x & 1) == 0) == forward; }
   double Bias(int v) const { return kHalfColumnBias[v]; }
   static constexpr double Weight(int v) {
     if (v >= kLightFrom) return kLight;
@@ -63,7 +63,7 @@ struct EveryColumnTraits : PlainRowTraits {
   static constexpr bool kQuarterAtRowEnd = true;
   static constexpr double kThirds = 3.0;
 
-  bool BiasAt(std::size_t, bool) const { return true; }
+  static bool BiasAt(std::size_t, bool) { return true; }
   double Bias(int v) const { return kEveryColumnBias[v]; }
   double Ahead(double e, int, std::size_t, bool) const { return (e + e) / kThirds; }
 };
@@ -85,35 +85,17 @@ struct ModulatedTraits : PlainRowTraits {
 
 // Fast forms of the members (double_serpentine_fast.h): the same steps, the level-keyed row
 // shares read from tables built from the reference's own choice.
-using WeightsByLevel = std::array<double, kLevels>;
-
-constexpr std::array<WeightsByLevel, 2> QuarterColumnWeights() {
-  std::array<WeightsByLevel, 2> t{};
-  for (std::size_t parity = 0; parity < 2; ++parity)
-    for (int v = 0; v < kLevels; ++v) t[parity][v] = QuarterColumnTraits::Weight(v, parity);
-  return t;
-}
-constexpr WeightsByLevel HalfColumnWeights() {
-  WeightsByLevel t{};
+constexpr double_fast::WeightsByParity kQuarterColumnWeights =
+    double_fast::TabulateWeights(QuarterColumnTraits::Weight);
+constexpr std::array<double, kLevels> kHalfColumnWeights = [] {
+  std::array<double, kLevels> t{};
   for (int v = 0; v < kLevels; ++v) t[v] = HalfColumnTraits::Weight(v);
   return t;
-}
-constexpr std::array<WeightsByLevel, 2> kQuarterColumnWeights = QuarterColumnWeights();
-constexpr WeightsByLevel kHalfColumnWeights = HalfColumnWeights();
+}();
 
 using double_fast::Real;
 
-template <class Traits>
-struct LevelBiasFast : double_fast::PlainFast {
-  static constexpr bool kWhiteGuard = Traits::kWhiteGuard;
-  static constexpr bool kReversedEndTest = Traits::kReversedEndTest;
-  static constexpr bool kQuarterAtRowEnd = Traits::kQuarterAtRowEnd;
-  static constexpr bool kDrawsPerPixel = false;
-  Traits traits;
-  bool BiasAt(std::size_t x, bool forward) const { return traits.BiasAt(x, forward); }
-};
-
-struct QuarterColumnFast : LevelBiasFast<QuarterColumnTraits> {
+struct QuarterColumnFast : double_fast::FastOf<QuarterColumnTraits> {
   static constexpr unsigned kLockstep = 2;  // four lanes ran slower (suiruiskao5/4planes)
   static Real Bias(int v) { return Real::Load(&kQuarterColumnBias[v]); }
   static Real Scale(Real e, const double_fast::Px& px) {
@@ -121,14 +103,14 @@ struct QuarterColumnFast : LevelBiasFast<QuarterColumnTraits> {
   }
 };
 
-struct HalfColumnFast : LevelBiasFast<HalfColumnTraits> {
+struct HalfColumnFast : double_fast::FastOf<HalfColumnTraits> {
   static Real Bias(int v) { return Real::Load(&kHalfColumnBias[v]); }
   static Real Scale(Real e, const double_fast::Px& px) { return e * Real::Load(&kHalfColumnWeights[px.v]); }
 };
 
 // (e + e) / 3.0 as e / 1.5, bit for bit: e + e is exact (an error is far from overflowing) and
 // both divisions round the same real number 2e/3 once; the sum leaves the pixel chain.
-struct EveryColumnFast : LevelBiasFast<EveryColumnTraits> {
+struct EveryColumnFast : double_fast::FastOf<EveryColumnTraits> {
   static constexpr double kHalvedThirds = EveryColumnTraits::kThirds / 2.0;
   static_assert(kHalvedThirds == 1.5 && kHalvedThirds + kHalvedThirds == EveryColumnTraits::kThirds);
   static Real Bias(int v) { return Real::Load(&kEveryColumnBias[v]); }
@@ -136,11 +118,11 @@ struct EveryColumnFast : LevelBiasFast<EveryColumnTraits> {
   static Real Finish(Real n, const double_fast::Px&) { return n / Real::Of(kHalvedThirds); }
 };
 
-struct ModulatedFast : LevelBiasFast<ModulatedTraits> {
+struct ModulatedFast : double_fast::FastOf<ModulatedTraits> {
+  const decltype(ScreeningTables::layers_double)& tiles;
   Real Sum(int v, Real c, std::size_t y, std::size_t x) const {
-    return Real::Level(v) + c + Real::Load(&traits.tiles[v][y % kLayerTile][x % kLayerTile]);
+    return Real::Level(v) + c + Real::Load(&tiles[v][y % kLayerTile][x % kLayerTile]);
   }
-  static Real Bias(int) { return Real::Of(0.0); }
   // Halving by multiplication: e / 2.0 and e * 0.5 are the same real number, so the same
   // rounded double for every e, and the multiply is several times quicker than the divide.
   static constexpr double kTimesHalf = 0.5;
@@ -174,8 +156,8 @@ int EveryColumnBias(Engine& engine, const Band& band) {
 }
 
 int Modulated(Engine& engine, const Band& band) {
-  const ModulatedTraits traits{{}, engine.tables.layers_double};
-  return RunAheadDown(engine, band, Reseed::kStartOfJob, traits, ModulatedFast{{{}, traits}});
+  const auto& tiles = engine.tables.layers_double;
+  return RunAheadDown(engine, band, Reseed::kStartOfJob, ModulatedTraits{{}, tiles}, ModulatedFast{{}, tiles});
 }
 
 }  // namespace halftone

@@ -62,16 +62,10 @@ struct RandomSplitTraits : PlainRowTraits {
 // and the split as one division by a divisor the bit picks: (e * 2.0) / 3.0 is e / 1.5 bit for
 // bit, as e * 2.0 is exact (an error is far from overflowing) and both divisions round the same
 // real number 2e/3 once; the multiply leaves the pixel chain.
-struct RandomSplitFast : double_fast::PlainFast {
-  using Traits = RandomSplitTraits<Dump::kNone>;
-  static constexpr bool kWhiteGuard = Traits::kWhiteGuard;
-  static constexpr bool kReversedEndTest = Traits::kReversedEndTest;
-  static constexpr bool kQuarterAtRowEnd = Traits::kQuarterAtRowEnd;
+struct RandomSplitFast : double_fast::FastOf<RandomSplitTraits<Dump::kNone>> {
   static constexpr bool kDrawsPerPixel = true;
   static constexpr double kDivisor[2] = {kThirds, kThirds / kTwo};
   static_assert(kDivisor[1] == 1.5 && kDivisor[1] * kTwo == kThirds, "the halved divisor is exact");
-  static bool BiasAt(std::size_t, bool) { return false; }
-  static double_fast::Real Bias(int) { return double_fast::Real::Of(0.0); }
   static double_fast::Real Scale(double_fast::Real e, const double_fast::Px&) { return e; }
   static double_fast::Real Finish(double_fast::Real n, const double_fast::Px& px) {
     return n / double_fast::Real::Load(&kDivisor[px.split]);

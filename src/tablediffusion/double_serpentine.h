@@ -101,7 +101,7 @@ void DiffuseAheadDownPlane(Traits& t, DoubleJobBuffers& rows, const Band& band, 
 struct PlainRowTraits {
   void StartRow(const DoubleRow&) {}
   double Sum(int v, double err, std::size_t, std::size_t) const { return v + err; }
-  bool BiasAt(std::size_t, bool) const { return false; }
+  static bool BiasAt(std::size_t, bool) { return false; }
   double Bias(int) const { return 0.0; }
 };
 

@@ -11,12 +11,14 @@
 // The readable pass stays the reference; mirror any change to it here.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
 #include "frame/lockstep.h"
 #include "frame/row_engine.h"
 #include "tablediffusion/double_serpentine.h"
+#include "tablediffusion/double_tables.h"
 
 namespace halftone::double_fast {
 
@@ -35,13 +37,6 @@ struct Px {
   std::size_t w;
 };
 
-// The common sum, the level plus the error that arrived (the reference's v + err), and no
-// operation after the share.
-struct PlainFast {
-  Real Sum(int v, Real c, std::size_t, std::size_t) const { return Real::Level(v) + c; }
-  static Real Finish(Real n, const Px&) { return n; }
-};
-
 // A member's fast traits:
 //   kWhiteGuard, kReversedEndTest, kQuarterAtRowEnd  as the reference traits
 //   kDrawsPerPixel                   true when every pixel but the row end takes one drawn word
@@ -52,6 +47,9 @@ struct PlainFast {
 //   Real Finish(n, px)               and that operation (a division, or nothing): the scan
 //                                    selects between the dark and the paper outcome before it,
 //                                    so a division is done once
+// FastOf<Traits> gives a member the ones it takes as they are: the reference traits' flags and
+// bias columns, no draws, no level bias, the common sum (the level plus the error that arrived,
+// the reference's v + err) and no operation after the share.
 //
 // Both outcomes of the threshold are carried to the share and the one the compare picks is
 // kept: the compare then runs beside the arithmetic instead of ahead of it. For the dark
@@ -111,6 +109,29 @@ struct AheadDownKernel {
     }
   }
 };
+
+template <class Traits>
+struct FastOf {
+  static constexpr bool kWhiteGuard = Traits::kWhiteGuard;
+  static constexpr bool kReversedEndTest = Traits::kReversedEndTest;
+  static constexpr bool kQuarterAtRowEnd = Traits::kQuarterAtRowEnd;
+  static constexpr bool kDrawsPerPixel = false;
+  static bool BiasAt(std::size_t x, bool forward) { return Traits::BiasAt(x, forward); }
+  static Real Bias(int) { return Real::Of(0.0); }
+  static Real Sum(int v, Real c, std::size_t, std::size_t) { return Real::Level(v) + c; }
+  static Real Finish(Real n, const Px&) { return n; }
+};
+
+// A share's weight by column parity and level (0..255), [x & 1][level], tabulated from the
+// reference's rule weight(level, x) when the member is compiled.
+using WeightsByParity = std::array<std::array<double, kLevels>, 2>;
+template <class Rule>
+constexpr WeightsByParity TabulateWeights(Rule weight) {
+  WeightsByParity t{};
+  for (std::size_t parity = 0; parity < 2; ++parity)
+    for (int v = 0; v < kLevels; ++v) t[parity][v] = weight(v, parity);
+  return t;
+}
 
 // Every plane of a band, in lockstep groups on the engine's threads; the band's draws are made
 // ahead where the member draws (plane p's slice at p * h * (w - 1), the order the sequential

@@ -51,30 +51,14 @@ struct ToneWeightTraits : PlainRowTraits {
 // The fast form (double_serpentine_fast.h): each plane's weights formed pixel by pixel from the
 // same three levels, by a table of the reference's weights instead of comparisons, rather than
 // in the one shared fourth row.
-constexpr int kMeans = 256;
-struct ToneWeights {
-  double w[2][kMeans];  // [column parity][mean level]
-};
-constexpr ToneWeights MakeToneWeights() {
-  ToneWeights t{};
-  for (std::size_t parity = 0; parity < 2; ++parity)
-    for (int mean = 0; mean < kMeans; ++mean) t.w[parity][mean] = ToneWeightTraits::Weight(mean, parity);
-  return t;
-}
-constexpr ToneWeights kToneWeights = MakeToneWeights();
+constexpr double_fast::WeightsByParity kToneWeights = double_fast::TabulateWeights(ToneWeightTraits::Weight);
 
-struct ToneWeightFast : double_fast::PlainFast {
-  static constexpr bool kWhiteGuard = ToneWeightTraits::kWhiteGuard;
-  static constexpr bool kReversedEndTest = ToneWeightTraits::kReversedEndTest;
-  static constexpr bool kQuarterAtRowEnd = ToneWeightTraits::kQuarterAtRowEnd;
-  static constexpr bool kDrawsPerPixel = false;
+struct ToneWeightFast : double_fast::FastOf<ToneWeightTraits> {
   static constexpr unsigned kLockstep = 2;  // four lanes ran slower (suiruiskao6/4planes)
-  static bool BiasAt(std::size_t, bool) { return false; }
-  static double_fast::Real Bias(int) { return double_fast::Real::Of(0.0); }
   // Forced inline: called for both outcomes of a pixel, whose local tone it then forms once.
   HALFTONE_FORCE_INLINE static double_fast::Real Scale(double_fast::Real e, const double_fast::Px& px) {
     const int mean = ToneWeightTraits::Tone(px.in, px.w, px.x, px.v);
-    return e * double_fast::Real::Load(&kToneWeights.w[px.x & 1][mean]);
+    return e * double_fast::Real::Load(&kToneWeights[px.x & 1][mean]);
   }
 };
 
