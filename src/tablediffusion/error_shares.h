@@ -36,6 +36,10 @@ struct ShareChoice {
 
 // A choice that is the same at every pixel and draws nothing.
 constexpr ShareChoice Always(const Fraction& rule) { return {Selector::kParity, {rule, rule, rule, rule}}; }
+// A choice by one drawn bit.
+constexpr ShareChoice ByBit(const Fraction& bit0, const Fraction& bit1) {
+  return {Selector::kOneBit, {bit0, bit1, bit0, bit1}};
+}
 
 inline const Fraction& Pick(const ShareChoice& choice, std::size_t x, RandomBitSource& random) {
   switch (choice.by) {

@@ -39,7 +39,7 @@ constexpr LayerModulatedTraits kLayerTiles{true, {}, {}, 1, {{{0, Always(kHalfAh
 // Two-bit choices are indexed by the drawn value 0..3.
 constexpr LayerModulatedTraits kCurveBias{
     false, {Curve::kB, 0}, {Curve::kA, 1}, 3,
-    {{{176, {Selector::kOneBit, {kThirdAhead, kThirdDown, kThirdAhead, kThirdDown}}},
+    {{{176, ByBit(kThirdAhead, kThirdDown)},
       {141, {Selector::kTwoBits, {kThirdDown, kThirdAhead, kHalfDown, fraction::kAll}}},
       {0, {Selector::kTwoBits, {kThirdDown, fraction::kNone, kThirdDown, fraction::kAll}}}}}};
 
@@ -190,16 +190,6 @@ struct LayerKernel {
 };
 
 template <const LayerModulatedTraits& M>
-void FastBand(Engine& engine, const Band& band) {
-  CurveTermTable ltr, rtl;
-  if constexpr (LayerKernel<M>::kCurves) {
-    BuildCurveTermTable<M.ltr>(engine, ltr);
-    BuildCurveTermTable<M.rtl>(engine, rtl);
-  }
-  row_engine::RunTableBand(LayerKernel<M>{ltr.data(), rtl.data(), &engine.tables.layers}, engine, band);
-}
-
-template <const LayerModulatedTraits& M>
 int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
         HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, 1);
@@ -209,7 +199,12 @@ int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t 
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane<M>(engine, band, p);
       return;
     }
-    FastBand<M>(engine, band);
+    CurveTermTable ltr, rtl;
+    if constexpr (LayerKernel<M>::kCurves) {
+      BuildCurveTermTable<M.ltr>(engine, ltr);
+      BuildCurveTermTable<M.rtl>(engine, rtl);
+    }
+    row_engine::RunTableBand(LayerKernel<M>{ltr.data(), rtl.data(), &engine.tables.layers}, engine, band);
   });
 }
 

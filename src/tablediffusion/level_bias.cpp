@@ -5,8 +5,6 @@
 // pick between all-ahead and halves, which clusters the few white gaps less. A bias byte from
 // a built-in table, keyed by the input level, is added to the error at every second column,
 // and the carry row starts each job slightly negative so the first rows print a little dark.
-#include <array>
-
 #include "frame/dispatch.h"
 #include "frame/job.h"
 #include "tablediffusion/error_shares.h"

@@ -13,8 +13,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <utility>
 
 #include "frame/band.h"
 #include "frame/band_draws.h"

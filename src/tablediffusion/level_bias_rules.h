@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <cstring>
 
-
 #include "frame/vector_lanes.h"
 #include "tablediffusion/level_bias_traits.h"
 
@@ -75,7 +74,6 @@ inline constexpr unsigned kSplitBit = 1;
 static_assert(kRuleWords == 1u << kSplitBit, "the split bit in place is its rule's offset");
 inline constexpr unsigned kPreparedShift = 0;
 inline constexpr std::uint8_t kPreparedMask = 1u << kSplitBit;
-
 
 template <const LevelBiasTraits& M>
 FastTables BuildTables() {

@@ -36,21 +36,14 @@ inline constexpr Fraction kHalfFloor{1, 2, false, Rounding::kFloor};
 inline constexpr Fraction kHalfTrunc{1, 2};
 
 constexpr ShareChoice ByParity(Fraction even, Fraction odd) { return {Selector::kParity, {even, odd, even, odd}}; }
-constexpr ShareChoice ByBit(Fraction bit0, Fraction bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
 
-// required: the band limits differ between the two scan directions (216/166 forward against
-// 213/185 or 213/179 backward).
-inline constexpr LevelBiasTraits kFourLevel{
-    2, -13, &kFourLevelBias, true, true, 3,
-    {{{216, 213, ByParity(kTwoThirds, kThreeQuartersFloor)},
-      {166, 185, ByBit(kTwoThirds, kThreeQuartersFloor)},
-      {0, 0, ByBit(kHalfFloor, fraction::kAll)}}}};
-
-inline constexpr LevelBiasTraits kBilevelWide{
-    1, -25, &kBilevelWideBias, true, true, 3,
-    {{{216, 213, ByParity(kTwoThirds, kThreeQuartersFloor)},
-      {166, 185, ByBit(kTwoThirds, kThreeQuartersFloor)},
-      {0, 0, ByBit(kHalfFloor, fraction::kAll)}}}};
+// The four-level and the wide bilevel member split alike. required: the band limits differ
+// between the two scan directions (216/166 forward against 213/185 or 213/179 backward).
+inline constexpr std::array<LevelBand, 4> kThreeQuarterBands{{{216, 213, ByParity(kTwoThirds, kThreeQuartersFloor)},
+                                                              {166, 185, ByBit(kTwoThirds, kThreeQuartersFloor)},
+                                                              {0, 0, ByBit(kHalfFloor, fraction::kAll)}}};
+inline constexpr LevelBiasTraits kFourLevel{2, -13, &kFourLevelBias, true, true, 3, kThreeQuarterBands};
+inline constexpr LevelBiasTraits kBilevelWide{1, -25, &kBilevelWideBias, true, true, 3, kThreeQuarterBands};
 
 // required: forward rows never add this member's bias.
 inline constexpr LevelBiasTraits kBilevelHalves{

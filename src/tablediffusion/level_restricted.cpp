@@ -33,8 +33,6 @@ constexpr Fraction kTwoThirdsAhead{2, 3};
 constexpr Fraction kQuarterAhead{1, 4};
 constexpr Fraction kThreeQuartersDown{3, 4, true};
 
-constexpr ShareChoice ByBit(Fraction bit0, Fraction bit1) { return {Selector::kOneBit, {bit0, bit1, bit0, bit1}}; }
-
 constexpr std::size_t kWidePeriod = 256;
 constexpr std::size_t kNarrowPeriod = 240;
 
@@ -170,22 +168,27 @@ void BuildRestrictedTable(const Engine& engine, const Levels& lv, RestrictedTabl
 
 using BiasMatrix = decltype(ScreeningTables::bias);
 
-// A row's entries before error arrives (the reference's start_value), tile by tile of the
-// matrix so no column needs a modulo.
+// What the kernels below start a row from: its entries before error arrives (the reference's
+// start_value), laid in tile by tile of the matrix so no column needs a modulo.
 template <const LevelRestrictedTraits& M>
-void FillStartRow(const BiasMatrix& matrix, std::int16_t* row, const std::uint8_t* in, std::size_t y, std::size_t w) {
-  if constexpr (M.period == 0) {
-    static_assert(M.rows_hold_input, "a member without matrix or input in its rows starts from bare error");
-    for (std::size_t x = 0; x < w; ++x) row[x] = in[x];
-  } else {
-    const std::int16_t* noise = matrix[y % M.period].data();
-    for (std::size_t x0 = 0; x0 < w; x0 += M.period) {
-      const std::size_t n = std::min(M.period, w - x0);
-      for (std::size_t j = 0; j < n; ++j)
-        row[x0 + j] = Store16((M.rows_hold_input ? in[x0 + j] : 0) + noise[j]);
+struct MatrixStart {
+  const BiasMatrix* matrix;
+
+  static void SetRow(std::size_t) {}
+  void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t y, std::size_t w) const {
+    if constexpr (M.period == 0) {
+      static_assert(M.rows_hold_input, "a member without matrix or input in its rows starts from bare error");
+      for (std::size_t x = 0; x < w; ++x) row[x] = in[x];
+    } else {
+      const std::int16_t* noise = (*matrix)[y % M.period].data();
+      for (std::size_t x0 = 0; x0 < w; x0 += M.period) {
+        const std::size_t n = std::min(M.period, w - x0);
+        for (std::size_t j = 0; j < n; ++j)
+          row[x0 + j] = Store16((M.rows_hold_input ? in[x0 + j] : 0) + noise[j]);
+      }
     }
   }
-}
+};
 
 constexpr bool DrawsSplitBits(const LevelRestrictedTraits& m) {
   return m.split_ltr.by == Selector::kOneBit || m.split_rtl.by == Selector::kOneBit;
@@ -193,19 +196,14 @@ constexpr bool DrawsSplitBits(const LevelRestrictedTraits& m) {
 
 // Kaocosyx13 and Kaocosyx14: rows hold input, noise and error; the level pair by table.
 template <const LevelRestrictedTraits& M>
-struct FourLevelKernel {
+struct FourLevelKernel : MatrixStart<M> {
   static_assert(M.bits == 2 && M.rows_hold_input);
   static constexpr unsigned kBits = 2;
   static constexpr bool kStarts = true;
   static constexpr bool kDraws = DrawsSplitBits(M);
   const RestrictedEntry* ltr;
   const RestrictedEntry* rtl;
-  const BiasMatrix* matrix;
 
-  void SetRow(std::size_t) {}
-  void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t y, std::size_t w) const {
-    FillStartRow<M>(*matrix, row, in, y, w);
-  }
   template <bool kLtr>
   HALFTONE_FORCE_INLINE row_engine::PixelOut Step(int v, int held, std::size_t, unsigned odd,
                                                             unsigned drawn) const {
@@ -219,19 +217,14 @@ struct FourLevelKernel {
 
 // Kaocosyx1 and Kaocosyx10: rows hold noise and error, the input level is added at the pixel.
 template <const LevelRestrictedTraits& M>
-struct BilevelKernel {
+struct BilevelKernel : MatrixStart<M> {
   static_assert(M.bits == 1 && !M.rows_hold_input);
   static constexpr unsigned kBits = 1;
   static constexpr bool kStarts = M.period != 0;
   static constexpr bool kDraws = DrawsSplitBits(M);
   const std::int16_t* ltr;  // curve terms
   const std::int16_t* rtl;
-  const BiasMatrix* matrix;
 
-  void SetRow(std::size_t) {}
-  void FillStart(std::int16_t* row, const std::uint8_t* in, std::size_t y, std::size_t w) const {
-    FillStartRow<M>(*matrix, row, in, y, w);
-  }
   template <bool kLtr>
   HALFTONE_FORCE_INLINE row_engine::PixelOut Step(int v, int held, std::size_t, unsigned odd,
                                                             unsigned drawn) const {
@@ -261,21 +254,6 @@ struct BilevelKernel {
 };
 
 template <const LevelRestrictedTraits& M>
-void FastBand(Engine& engine, const Band& band, const Levels& lv) {
-  if constexpr (M.bits == 2) {
-    RestrictedTable ltr, rtl;
-    BuildRestrictedTable<M.ltr>(engine, lv, ltr);
-    BuildRestrictedTable<M.rtl>(engine, lv, rtl);
-    row_engine::RunBand(FourLevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
-  } else {
-    CurveTermTable ltr, rtl;
-    BuildCurveTermTable<M.ltr>(engine, ltr);
-    BuildCurveTermTable<M.rtl>(engine, rtl);
-    row_engine::RunTableBand(BilevelKernel<M>{ltr.data(), rtl.data(), &engine.tables.bias}, engine, band);
-  }
-}
-
-template <const LevelRestrictedTraits& M>
 int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
         HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, M.bits);
@@ -284,9 +262,17 @@ int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t 
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
     if (ForceScalar() || band.w == 0 || band.h == 0) {
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane<M>(engine, band, p, lv);
-      return;
+    } else if constexpr (M.bits == 2) {
+      RestrictedTable ltr, rtl;
+      BuildRestrictedTable<M.ltr>(engine, lv, ltr);
+      BuildRestrictedTable<M.rtl>(engine, lv, rtl);
+      row_engine::RunBand(FourLevelKernel<M>{{&engine.tables.bias}, ltr.data(), rtl.data()}, engine, band);
+    } else {
+      CurveTermTable ltr, rtl;
+      BuildCurveTermTable<M.ltr>(engine, ltr);
+      BuildCurveTermTable<M.rtl>(engine, rtl);
+      row_engine::RunTableBand(BilevelKernel<M>{{&engine.tables.bias}, ltr.data(), rtl.data()}, engine, band);
     }
-    FastBand<M>(engine, band, lv);
   });
 }
 
