@@ -34,7 +34,6 @@ struct LevelBiasKernel {
   static constexpr unsigned kBits = M.bits;
   static constexpr bool kStarts = false;
   static constexpr bool kDraws = false;  // the lane reads its own draws, by level
-  using Quantiser = FastQuantiser<kBits>;
   struct LaneState {
     const std::uint8_t* words;  // the next prepared draw of the lane's plane
   };
@@ -55,15 +54,15 @@ struct LevelBiasKernel {
     std::int64_t e, code;
     if constexpr (kBits == 2) {
       const auto q = kFourLevelWindow.Decide(c + v);
-      code = Quantiser::kMaxCode + q.code_less_max;
+      code = FourLevelWindow::kMaxCode + q.code_less_max;
       e = q.err + en.bias;
     } else {
       const std::int64_t room = en.room - c;
-      const auto q = Quantiser::Decide(room);
-      // The code from its own compare, not from the quantiser's mask: kept apart, the mask
-      // stays in a register for the level on the pixel-to-pixel chain.
+      const std::int64_t paper = (room >> 63) & kBilevelWhite;  // the level, from room's sign
+      // The code from its own compare, not from the level's mask: kept apart, the mask stays in
+      // a register for the level on the pixel-to-pixel chain.
       code = room >= 0;
-      e = c + en.biased - q.level;
+      e = c + en.biased - paper;
     }
     const std::int64_t ahead = ShareByMulShift(e, rule[0], rule[1]);
     return {static_cast<unsigned>(code), static_cast<int>(ahead), static_cast<int>(e - ahead)};

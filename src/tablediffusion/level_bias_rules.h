@@ -1,7 +1,7 @@
 // What the fast level-keyed bias diffusion reads per pixel, prepared before a band: its split
 // rules as one multiply and shift each, per direction, parity and input level a table of the
 // level plus bias, the draw and the rule pair, the draw counts that place each plane's slice of
-// the random stream, and the quantisers without branches.
+// the random stream, and the four-level quantiser without branches.
 #pragma once
 
 #include <array>
@@ -145,44 +145,18 @@ inline std::size_t CountBelow(const std::uint8_t* row, std::size_t w, int limit)
   return n;
 }
 
-// The quantiser as sign masks. `over_first` is the first threshold less the corrected value,
-// shifted down to its sign: -1 when the value lies above that threshold. The masks of the other
-// thresholds follow from it by their distance, so every compare hangs off one subtraction.
-template <unsigned kBits>
-struct FastQuantiser {
-  static_assert(kBits == 1 || kBits == 2);
-  // Four output levels evenly spaced, as are the thresholds between them.
-  static constexpr int kStep = kFourLevelValue[1] - kFourLevelValue[0];
-  static constexpr int kGap = kFourThreshold[1] - kFourThreshold[0];
-  static_assert(kFourLevelValue[0] == 0 && kFourLevelValue[2] == 2 * kStep && kFourLevelValue[3] == 3 * kStep &&
-                kFourLevelValue[3] == kBilevelWhite && kFourThreshold[2] - kFourThreshold[1] == kGap);
-  static constexpr int kMaxCode = kBits == 1 ? 1 : 3;
-
-  // The output level and the dot code, less kMaxCode, of a value whose first-threshold room
-  // is `room` (threshold - value).
-  struct Result {
-    std::int64_t level;
-    std::int64_t code_less_max;
-  };
-  static constexpr Result Decide(std::int64_t room) {
-    constexpr int kSign = 63;
-    if constexpr (kBits == 1) {
-      const std::int64_t over = room >> kSign;
-      return {over & kBilevelWhite, over};
-    } else {
-      const std::int64_t over = (room >> kSign) + ((room + kGap) >> kSign) + ((room + 2 * kGap) >> kSign);
-      return {-kStep * over, over};
-    }
-  }
-};
-
 // The four-level quantiser as a table over a window of corrected values (-512..511, where
 // errors stay): each entry holds the value less its output level and the dot code less
 // kMaxCode. One addition and one load take the place of three compares, their sum and a
 // multiply, which matters where four planes share the core's issue slots. A value outside the
-// window takes the sign-mask quantiser.
+// window takes the quantiser as sign masks (Arithmetic).
 struct FourLevelWindow {
-  using Quantiser = FastQuantiser<2>;
+  // Four output levels evenly spaced, as are the thresholds between them.
+  static constexpr int kStep = kFourLevelValue[1] - kFourLevelValue[0];
+  static constexpr int kGap = kFourThreshold[1] - kFourThreshold[0];
+  static_assert(kFourLevelValue[0] == 0 && kFourLevelValue[2] == 2 * kStep && kFourLevelValue[3] == 3 * kStep &&
+                kFourThreshold[2] - kFourThreshold[1] == kGap);
+  static constexpr int kMaxCode = 3;
   static constexpr int kLo = -512, kHi = 511;
   static constexpr std::size_t kRows = kHi - kLo + 1;
   struct Entry {
@@ -202,9 +176,15 @@ struct FourLevelWindow {
                                                   static_cast<std::int16_t>(r.code_less_max)};
     }
   }
+  // The first threshold less v, shifted down to its sign, is -1 when v lies above that
+  // threshold; the signs of the other thresholds follow from it by their distance, so every
+  // compare hangs off one subtraction. Their sum is the code less kMaxCode.
   static constexpr Result Arithmetic(std::int64_t v) {
-    const Quantiser::Result q = Quantiser::Decide(kFourThreshold[0] - v);
-    return {v - q.level, q.code_less_max};
+    constexpr int kSign = 63;
+    const std::int64_t room = kFourThreshold[0] - v;
+    const std::int64_t over = (room >> kSign) + ((room + kGap) >> kSign) + ((room + 2 * kGap) >> kSign);
+    const std::int64_t level = -kStep * over;
+    return {v - level, over};
   }
   HALFTONE_FORCE_INLINE Result Decide(std::int64_t v) const {
     if (static_cast<std::uint64_t>(v - kLo) >= kRows) [[unlikely]]
