@@ -29,18 +29,16 @@ struct LayerModulatedTraits {
   std::array<SplitBand, 3> bands;  // lightest first; the last starts at level 0
 };
 
-constexpr Fraction kHalfAhead{1, 2};
 constexpr Fraction kHalfDown{1, 2, true};
-constexpr Fraction kThirdAhead{1, 3};
 constexpr Fraction kThirdDown{1, 3, true};
 
-constexpr LayerModulatedTraits kLayerTiles{true, {}, {}, 1, {{{0, Always(kHalfAhead)}}}};
+constexpr LayerModulatedTraits kLayerTiles{true, {}, {}, 1, {{{0, Always(fraction::kHalf)}}}};
 
 // Two-bit choices are indexed by the drawn value 0..3.
 constexpr LayerModulatedTraits kCurveBias{
     false, {Curve::kB, 0}, {Curve::kA, 1}, 3,
-    {{{176, ByBit(kThirdAhead, kThirdDown)},
-      {141, {Selector::kTwoBits, {kThirdDown, kThirdAhead, kHalfDown, fraction::kAll}}},
+    {{{176, ByBit(fraction::kThird, kThirdDown)},
+      {141, {Selector::kTwoBits, {kThirdDown, fraction::kThird, kHalfDown, fraction::kAll}}},
       {0, {Selector::kTwoBits, {kThirdDown, fraction::kNone, kThirdDown, fraction::kAll}}}}}};
 
 // The split band of input level v: the lightest whose lowest level v reaches.

@@ -27,25 +27,21 @@ struct LevelRestrictedTraits {
   ShareChoice split_ltr, split_rtl;
 };
 
-constexpr Fraction kHalfAhead{1, 2};
-constexpr Fraction kThirdDown{1, 3, true};
-constexpr Fraction kTwoThirdsAhead{2, 3};
-constexpr Fraction kQuarterAhead{1, 4};
 constexpr Fraction kThreeQuartersDown{3, 4, true};
 
 constexpr std::size_t kWidePeriod = 256;
 constexpr std::size_t kNarrowPeriod = 240;
 
 constexpr LevelRestrictedTraits kMatrixFourLevel{2, kWidePeriod, true, {Curve::kA, 1}, {Curve::kB, 0},
-                                                 Always(kHalfAhead), Always(kHalfAhead)};
+                                                 Always(fraction::kHalf), Always(fraction::kHalf)};
 constexpr LevelRestrictedTraits kRandomFourLevel{2, 0, true, {Curve::kA, 1}, {Curve::kB, 0},
                                                  ByBit(fraction::kNone, fraction::kAll), ByBit(fraction::kNone, fraction::kAll)};
 constexpr LevelRestrictedTraits kMatrixBilevel{1, kNarrowPeriod, false, {Curve::kB, 0}, {Curve::kA, 1},
-                                               Always(kThirdDown), Always(kTwoThirdsAhead)};
+                                               Always(fraction::kRestAfterThird), Always(fraction::kTwoThirds)};
 // required: forward rows of this member add no curve term.
 constexpr LevelRestrictedTraits kRandomBilevel{1, 0, false, {Curve::kNone, 0}, {Curve::kA, 1},
-                                               ByBit(kThreeQuartersDown, kThirdDown),
-                                               ByBit(kQuarterAhead, kTwoThirdsAhead)};
+                                               ByBit(kThreeQuartersDown, fraction::kRestAfterThird),
+                                               ByBit(fraction::kQuarter, fraction::kTwoThirds)};
 
 constexpr int kTopLevel = 255;
 
