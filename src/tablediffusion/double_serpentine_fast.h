@@ -110,6 +110,7 @@ struct AheadDownKernel {
   }
 };
 
+// The defaults of a member's fast traits (above), from its reference traits.
 template <class Traits>
 struct FastOf {
   static constexpr bool kWhiteGuard = Traits::kWhiteGuard;
