@@ -107,7 +107,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
 // A band of a job for a pass, `Pass::kBits` a pixel: every plane scanned by ScanBandPlanes.
 template <class Pass>
 int RunPassBand(Engine& engine, const Band& band, const Pass& pass, Reseed reseed = Reseed::kEveryCall) {
-  const JobSpec spec{.bits = Pass::kBits, .reseed = reseed, .needs_pixels = true, .max_planes = 255};
+  const JobSpec spec{.reseed = reseed, .needs_pixels = true};
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] { ScanBandPlanes(pass, engine, band); });
 }
 

@@ -125,7 +125,7 @@ int SerpentineFourLevel(Engine& engine, const std::uint8_t* src, std::uint8_t* d
                         std::size_t h, HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, 2);
   const FourLevels lv = FourLevels::From(engine.levels);
-  const JobSpec spec{.bits = 2, .reseed = Reseed::kEveryCall, .needs_pixels = false, .max_planes = 255};
+  const JobSpec spec{.reseed = Reseed::kEveryCall};
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
     if (ForceScalar() || band.w == 0 || band.h == 0) {
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane(engine, band, p, lv);

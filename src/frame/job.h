@@ -16,7 +16,6 @@ namespace halftone {
 enum class Reseed { kEveryCall, kStartOfJob };
 
 struct JobSpec {
-  unsigned bits = 1;                  // output bits a pixel
   Reseed reseed = Reseed::kEveryCall;
   bool needs_pixels = false;          // zero width or height is refused (unsigned bounds would wrap)
   unsigned max_planes = 255;          // planes beyond a routine's per-plane state are refused

@@ -221,8 +221,7 @@ int ScreenDispersedAmJob(Engine& engine, const std::uint8_t* src, std::uint8_t* 
                          HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, 1);
   // No random bits are drawn, so the source is not reseeded.
-  const JobSpec spec{.bits = 1, .reseed = Reseed::kStartOfJob, .needs_pixels = false,
-                     .max_planes = kPlaneRowCounterCount};
+  const JobSpec spec{.reseed = Reseed::kStartOfJob, .max_planes = kPlaneRowCounterCount};
   if (int rc = CheckJobBand(engine.rows, band, spec); rc != kOk) return rc;
   if (band.starts_job()) engine.rows.Start(band.w, band.planes);
   band.ClearOutput();

@@ -228,8 +228,7 @@ int CyclicDiffusion(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, 
   const Band band = Band::Make(src, dst, w, h, flags, 1);
   // The scan runs to w - 1 and h - 1, so both must be at least 1; the counter and direction
   // exist for four planes only.
-  const JobSpec spec{.bits = 1, .reseed = Reseed::kEveryCall, .needs_pixels = true,
-                     .max_planes = Engine::kCyclePlanes};
+  const JobSpec spec{.reseed = Reseed::kEveryCall, .needs_pixels = true, .max_planes = Engine::kCyclePlanes};
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
     if (band.starts_job()) {
       engine.cycle_counter.fill(0);

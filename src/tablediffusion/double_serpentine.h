@@ -107,7 +107,7 @@ struct PlainRowTraits {
 
 // Band frame of the family: one bit a pixel, at least one row and one column.
 inline JobSpec DoubleJobSpec(Reseed reseed) {
-  return JobSpec{.bits = 1, .reseed = reseed, .needs_pixels = true, .max_planes = 255};
+  return JobSpec{.reseed = reseed, .needs_pixels = true};
 }
 
 // The members, one entry each; `DoubleDiffusion` dispatches to them.

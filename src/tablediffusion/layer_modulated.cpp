@@ -191,7 +191,7 @@ template <const LayerModulatedTraits& M>
 int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t w, std::size_t h,
         HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, 1);
-  const JobSpec spec{.bits = 1, .reseed = Reseed::kStartOfJob, .needs_pixels = false, .max_planes = 255};
+  const JobSpec spec{.reseed = Reseed::kStartOfJob};
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
     if (ForceScalar() || band.w == 0 || band.h == 0) {
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane<M>(engine, band, p);

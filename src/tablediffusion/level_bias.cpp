@@ -82,7 +82,7 @@ int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t 
         HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, M.bits);
   // Rows are scanned with plain y < h and x < w loops: zero sizes simply halftone nothing.
-  const JobSpec spec{.bits = M.bits, .reseed = Reseed::kStartOfJob, .needs_pixels = false, .max_planes = 255};
+  const JobSpec spec{.reseed = Reseed::kStartOfJob};
   return RunJobBandPlanes(
       engine, engine.rows, band, spec,
       [&] {

@@ -254,7 +254,7 @@ int Run(Engine& engine, const std::uint8_t* src, std::uint8_t* dst, std::size_t 
         HalftoneFlags flags) {
   const Band band = Band::Make(src, dst, w, h, flags, M.bits);
   const Levels lv = Levels::From(engine.levels);
-  const JobSpec spec{.bits = M.bits, .reseed = Reseed::kEveryCall, .needs_pixels = false, .max_planes = 255};
+  const JobSpec spec{.reseed = Reseed::kEveryCall};
   return RunJobBandPlanes(engine, engine.rows, band, spec, [&] {
     if (ForceScalar() || band.w == 0 || band.h == 0) {
       for (unsigned p = 0; p < band.planes; ++p) DiffusePlane<M>(engine, band, p, lv);
