@@ -1,5 +1,6 @@
 #include "log/diagnostic_log.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -18,16 +19,12 @@ constexpr char kStamp[] = "";
 constexpr char kLogEnvironment[] = "HALFTONE_LOG";
 constexpr char kLogExtension[] = "txt";
 
+// A line formatted into one path-sized buffer (the start line fits; Text cuts its text to fit).
 template <class... Args>
 std::string Format(const char* format, Args... args) {
-  char buffer[kLogBufferSize * 2];
+  char buffer[kLogBufferSize];
   const int n = std::snprintf(buffer, sizeof buffer, format, args...);
-  if (n < 0) return {};
-  if (static_cast<std::size_t>(n) < sizeof buffer) return std::string(buffer, static_cast<std::size_t>(n));
-  std::string big(static_cast<std::size_t>(n) + 1, '\0');
-  std::snprintf(big.data(), big.size(), format, args...);
-  big.resize(static_cast<std::size_t>(n));
-  return big;
+  return n < 0 ? std::string() : std::string(buffer, std::min(static_cast<std::size_t>(n), sizeof buffer - 1));
 }
 
 // Opens the file at `path` in `mode`, writes `bytes` and closes it; false when the file cannot
@@ -70,16 +67,6 @@ int DiagnosticLog::Text(const char* text) {
   const int room = static_cast<int>(kLogBufferSize) - 1 - static_cast<int>(std::strlen(kStamp)) - 3;
   return AppendLine(Format("%s\t%.*s\r\n", kStamp, room, text));
 }
-
-int DiagnosticLog::Hex(unsigned code) { return AppendLine(Format("%s\tErrorCode 0x%X\r\n", kStamp, code)); }
-int DiagnosticLog::Int(int code) { return AppendLine(Format("%s\tErrorCode %d\r\n", kStamp, code)); }
-int DiagnosticLog::Real(double value) { return AppendLine(Format("%s\tErrorCode %f\r\n", kStamp, value)); }
-
-int DiagnosticLog::Rect(int left, int top, int right, int bottom) {
-  return AppendLine(Format("%s\tRECT = (%d,%d,%d,%d)\r\n", kStamp, left, top, right, bottom));
-}
-
-int DiagnosticLog::Point(int x, int y) { return AppendLine(Format("%s\tPOINT = (%d,%d)\r\n", kStamp, x, y)); }
 
 DiagnosticLog& ProcessLog() {
   static DiagnosticLog log = [] {

@@ -36,13 +36,8 @@ class DiagnosticLog {
   // when the start line was written, 0 otherwise.
   int Open(const char* path);
 
-  // One line each; 1 when written, 0 when the log is disabled or the write failed.
+  // One line; 1 when written, 0 when the log is disabled or the write failed.
   int Text(const char* text);  // an empty text writes a bare CR LF
-  int Hex(unsigned code);
-  int Int(int code);
-  int Real(double value);
-  int Rect(int left, int top, int right, int bottom);
-  int Point(int x, int y);
 
   bool enabled() const { return enabled_; }
 
