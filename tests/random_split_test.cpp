@@ -159,16 +159,16 @@ TEST(RandomSplitGrouped, SingleDotRoutinesShareDotPositions) {
 // A band without planes starts the job and draws nothing, in both passes.
 TEST(RandomSplitGrouped, BandWithoutPlanesDrawsNothing) {
   std::vector<std::uint8_t> src(64, 128), dst(64, kCanary);
-  for (int fast : {0, 1}) {
-    SetForceScalar(fast ? 0 : 1);
+  for (Path path : {Path::kReference, Path::kLockstep, Path::kVector}) {
+    SetPath(static_cast<int>(path));
     auto e = MakeEngine(7), seeded_only = MakeEngine(7);
     seeded_only->SeedFromClock();
     EXPECT_EQ(Grouped(*e, src, dst, 5, 3, 1, GroupedMethod::kLevelValues, 0), 0);
     EXPECT_EQ(EightLevel(*e, src.data(), dst.data(), 5, 3, HalftoneFlags{Flags(0, 0)}, EightLevelMethod::kFixedLevels), 0);
-    EXPECT_EQ(e->random.state(), seeded_only->random.state()) << "fast " << fast;
+    EXPECT_EQ(e->random.state(), seeded_only->random.state()) << PathName(path);
     EXPECT_EQ(dst, std::vector<std::uint8_t>(64, kCanary));
   }
-  SetForceScalar(-1);
+  SetPath(-1);
 }
 
 TEST(RandomSplitBilevel, LightnessThirdsWithCurvesHandWorked) {

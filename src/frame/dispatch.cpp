@@ -47,10 +47,4 @@ void SetPath(int path) {
                    std::memory_order_relaxed);
 }
 
-void SetForceScalar(int mode) {
-  if (mode < 0) return SetPath(kFromEnvironment);
-  const Path fast = FromEnvironment() == Path::kReference ? kFastest : FromEnvironment();
-  SetPath(static_cast<int>(mode ? Path::kReference : fast));
-}
-
 }  // namespace halftone

@@ -5,7 +5,7 @@
 //   vector     lockstep, with groups of planes as the lanes of one vector where the target has
 //              vector rows (SSE2); elsewhere it runs as lockstep.
 // HALFTONE_PATH=reference|lockstep|vector in the environment (read once; unset or unknown means
-// the fastest the target has) or the test hooks choose it.
+// the fastest the target has) or the test hook SetPath chooses it.
 #pragma once
 
 namespace halftone {
@@ -21,10 +21,8 @@ inline bool ForceScalar() { return ActivePath() == Path::kReference; }
 // Vector rows allowed (the vector tier, on a target that has them).
 inline bool VectorRowsOn() { return ActivePath() == Path::kVector; }
 
-// Test hooks. SetPath forces a tier (a vector request on a target without vector rows gives
-// lockstep); SetForceScalar(1) forces the reference tier, 0 the fast tier the environment chose
-// (the fastest when it chose reference), and -1 (either hook) returns to the environment.
+// Test hook: forces a tier (a vector request on a target without vector rows gives lockstep);
+// -1 returns to the environment.
 void SetPath(int path);
-void SetForceScalar(int mode);
 
 }  // namespace halftone
