@@ -23,6 +23,7 @@
 #include "frame/band.h"
 #include "frame/band_draws.h"
 #include "frame/engine.h"
+#include "frame/job.h"
 #include "frame/lockstep.h"
 #include "frame/share_arithmetic.h"
 
@@ -110,16 +111,23 @@ struct RowView {
   std::size_t w;
 };
 
+struct NoLaneState {};
+
 // The options a kernel may set, with their defaults.
 template <class K>
 struct KernelOptions {
-  static consteval auto CellType() {
-    if constexpr (requires { typename K::Cell; })
-      return std::type_identity<typename K::Cell>{};
-    else
-      return std::type_identity<std::int16_t>{};
-  }
-  using Cell = typename decltype(CellType())::type;
+  // A kernel's type `name`, or `fallback` where it sets none.
+#define HALFTONE_KERNEL_TYPE(name, fallback)                 \
+  using name = typename decltype([] {                        \
+    if constexpr (requires { typename K::name; })            \
+      return std::type_identity<typename K::name>{};         \
+    else                                                     \
+      return std::type_identity<fallback>{};                 \
+  }())::type
+  HALFTONE_KERNEL_TYPE(Cell, std::int16_t);
+  HALFTONE_KERNEL_TYPE(Held, typename Cells<Cell>::Held);
+  HALFTONE_KERNEL_TYPE(LaneState, NoLaneState);
+#undef HALFTONE_KERNEL_TYPE
   static constexpr bool kLaneState = requires { typename K::LaneState; };
   // A kernel's constant `name`, or `fallback` where it sets none.
 #define HALFTONE_KERNEL_OPTION(type, name, fallback) \
@@ -139,16 +147,8 @@ struct KernelOptions {
   HALFTONE_KERNEL_OPTION(bool, kByLanes, false);
   HALFTONE_KERNEL_OPTION(bool, kWholeGroups, false);
 #undef HALFTONE_KERNEL_OPTION
-  static consteval auto HeldType() {
-    if constexpr (requires { typename K::Held; })
-      return std::type_identity<typename K::Held>{};
-    else
-      return std::type_identity<typename Cells<Cell>::Held>{};
-  }
-  using Held = typename decltype(HeldType())::type;
   static constexpr unsigned kWidest = LockstepWidth<K>();
 };
-struct NoLaneState {};
 
 // The row engine of the serpentine diffusions that pass error ahead and down. A kernel provides:
 //   kBits      output bits a pixel (1 or 2);
@@ -177,12 +177,7 @@ class Scan {
   using Opt = KernelOptions<Kernel>;
   using Cell = typename Opt::Cell;
   using Held = typename Opt::Held;
-  using State = typename decltype([] {
-    if constexpr (Opt::kLaneState)
-      return std::type_identity<typename Kernel::LaneState>{};
-    else
-      return std::type_identity<NoLaneState>{};
-  }())::type;
+  using State = typename Opt::LaneState;
 
  public:
   Scan(const Kernel& kernel, const Band& band, const LaneOf<Cell>* lanes) : k_(kernel), band_(band) {
@@ -202,15 +197,9 @@ class Scan {
       // The carry is taken and cleared in one pass.
       if constexpr (Kernel::kStarts) {
         k_.FillStart(a, band_.In(0, lanes_[l].p), 0, w);
-        for (std::size_t x = 0; x < w; ++x) {
-          Cells<Cell>::Put(a + x, a[x] + carry[x]);
-          carry[x] = 0;
-        }
+        for (std::size_t x = 0; x < w; ++x) Cells<Cell>::Put(a + x, a[x] + std::exchange(carry[x], Cell{}));
       } else {
-        for (std::size_t x = 0; x < w; ++x) {
-          a[x] = carry[x];
-          carry[x] = 0;
-        }
+        LoadCarry(a, carry, w);
       }
     }
     for (std::size_t y = 0; y < h; ++y) {
@@ -228,10 +217,7 @@ class Scan {
   // lane's draws start at that row's.
   void LastRow() {
     const std::size_t h = band_.h;
-    if (((h - 1) & 1) == 0)
-      Row<true, true, true>(h - 1);
-    else
-      Row<false, true, true>(h - 1);
+    ((h - 1) & 1) == 0 ? Row<true, true, true>(h - 1) : Row<false, true, true>(h - 1);
   }
 
  private:
