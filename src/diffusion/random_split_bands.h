@@ -96,7 +96,7 @@ void ScanBandPlanes(const Pass& pass, Engine& engine, const Band& band) {
     }
   }
 #endif
-  ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), [&](unsigned first, unsigned n) {
+  ForEachLockstepGroup(engine.threads, planes, LockstepWidth<Pass>(), 1, [&](unsigned first, unsigned n) {
     row_engine::Lane lanes[kMaxLockstep];
     lanes_of(first, n, lanes);
     RunSplitGroup(kernel, band, lanes, n);

@@ -81,10 +81,6 @@ void ForEachLockstepGroup(PlaneThreads& threads, unsigned planes, unsigned wides
     group(first, planes - first < size ? planes - first : size);
   });
 }
-template <class Group>
-void ForEachLockstepGroup(PlaneThreads& threads, unsigned planes, unsigned widest, Group&& group) {
-  ForEachLockstepGroup(threads, planes, widest, 1, static_cast<Group&&>(group));
-}
 
 // Calls fn(std::integral_constant<unsigned, n>{}) for a group of n <= kWidest planes, so the
 // scan is instantiated for each group size up to kWidest (each is a large function) and its

@@ -1,8 +1,8 @@
 // What every diffusion's vector rows share, where the target has them (HALFTONE_VECTOR_ROWS):
 // a group of up to four planes as the 16-bit lanes of one 128-bit vector, its rows kept
 // interleaved (entry 4x + l is lane l at column x) in one block of scratch memory, the
-// truncating shares of a 16-bit error on lanes, interleaving rows in and packing dots out, the
-// serpentine order of a band's inner rows, and the spreading of groups over the threads.
+// truncating shares of a 16-bit error on lanes, interleaving rows in and packing dots out, and
+// the spreading of groups over the threads.
 #pragma once
 
 #include "frame/vector_rows.h"
@@ -272,35 +272,6 @@ inline void InterleaveCodes(const std::uint32_t* const words[kVectorLanes], std:
       out[kVectorLanes * i + l] = static_cast<std::uint8_t>((words[l][i] >> 1) & mask);
 }
 
-// Rows 0 .. h-2 of a band (h >= 2) in serpentine order: row.template operator()<kLtr, kKeep>(y),
-// kKeep for the last of them, the only inner row whose scanned values outlast the band.
-template <class RowFn>
-inline void ScanInnerRows(std::size_t h, RowFn&& row) {
-  for (std::size_t y = 0; y + 1 < h; ++y) {
-    const bool keep = y + 2 >= h;
-    if ((y & 1) == 0)
-      keep ? row.template operator()<true, true>(y) : row.template operator()<true, false>(y);
-    else
-      keep ? row.template operator()<false, true>(y) : row.template operator()<false, false>(y);
-  }
-}
-
-// After rows 0 .. h-2, hands lanes 0 .. n-1 back their working rows as a scalar scan leaves
-// them before the last row: row h-2's scanned values (in `next` after the row's swap) in the row
-// it scanned, row h-1's starting values (in `cur`) in the other.
-inline void HandBackRows(const VectorRowsMemory& mem, std::size_t w, std::size_t h, unsigned n,
-                         std::int16_t* const a[], std::int16_t* const b[]) {
-  const bool ltr = ((h - 2) & 1) == 0;
-  for (unsigned l = 0; l < n; ++l) {
-    std::int16_t* scanned = ltr ? a[l] : b[l];
-    std::int16_t* starting = ltr ? b[l] : a[l];
-    for (std::size_t x = 0; x < w; ++x) {
-      scanned[x] = mem.next[kVectorLanes * x + l];
-      starting[x] = mem.cur[kVectorLanes * x + l];
-    }
-  }
-}
-
 // A row's dots (a code a column, interleaved, zero past the row's end) into the output rows
 // of lanes 0 .. n-1: 8 / kBits columns a byte, the first at the high end. A step packs byte k
 // of all four lanes at once, a lane's codes in its own byte of one 32-bit word.
@@ -335,7 +306,7 @@ void ForEachVectorGroup(Engine& engine, unsigned planes, std::size_t w, Group&& 
   const unsigned size = LockstepGroupSize(planes, engine.threads.count(), kVectorLanes);
   const std::size_t bytes = VectorRowsMemory::Bytes(w);
   auto* memory = static_cast<unsigned char*>(engine.draws.Scratch(bytes * ((planes + size - 1) / size)));
-  ForEachLockstepGroup(engine.threads, planes, kVectorLanes, [&](unsigned first, unsigned n) {
+  ForEachLockstepGroup(engine.threads, planes, kVectorLanes, 1, [&](unsigned first, unsigned n) {
     group(first, n, VectorRowsMemory::In(memory + bytes * (first / size), w));
   });
 }

@@ -64,18 +64,30 @@ class VectorScan {
           continue;
         }
         const int start = Kernel::kStartsFromInput ? mem_.samples[at] : 0;
-        mem_.cur[at] = Store16(start + (carry ? carry[x] : 0));
-        if (carry) carry[x] = 0;
+        mem_.cur[at] = Store16(start + std::exchange(carry[x], std::int16_t{0}));
       }
     }
-    ScanInnerRows(h, [&]<bool kLtr, bool kKeep>(std::size_t y) { Row<kLtr, kKeep>(y); });
-    std::int16_t* a[kVectorLanes];
-    std::int16_t* b[kVectorLanes];
-    for (unsigned l = 0; l < n_; ++l) {
-      a[l] = lanes_[l].a;
-      b[l] = lanes_[l].b;
+    // Serpentine order; kKeep for the last inner row, the only one whose scanned values outlast
+    // the band.
+    for (std::size_t y = 0; y + 1 < h; ++y) {
+      const bool keep = y + 2 >= h;
+      if ((y & 1) == 0)
+        keep ? Row<true, true>(y) : Row<true, false>(y);
+      else
+        keep ? Row<false, true>(y) : Row<false, false>(y);
     }
-    HandBackRows(mem_, w, h, n_, a, b);
+    // Each lane's working rows as a scalar scan leaves them before the last row: row h-2's
+    // scanned values (in `next` after the row's swap) in the row it scanned, row h-1's starting
+    // values (in `cur`) in the other.
+    const bool ltr = ((h - 2) & 1) == 0;
+    for (unsigned l = 0; l < n_; ++l) {
+      std::int16_t* scanned = ltr ? lanes_[l].a : lanes_[l].b;
+      std::int16_t* starting = ltr ? lanes_[l].b : lanes_[l].a;
+      for (std::size_t x = 0; x < w; ++x) {
+        scanned[x] = mem_.next[kVectorLanes * x + l];
+        starting[x] = mem_.cur[kVectorLanes * x + l];
+      }
+    }
   }
 
  private:
