@@ -16,30 +16,23 @@ int JobSignals::Create() {
     ready_ = std::move(ready);
     done_ = std::move(done);
   }
-  timeouts_ = 0;
   return kOk;
 }
 
 int JobSignals::Wait(std::uint32_t timeout_ms) {
-  // Whether one wait on the event (looked up afresh, as it may be closed meanwhile) timed out.
-  // A missing event fails at once, which ends the phase like a signal does.
-  auto timed_out = [timeout_ms](const std::shared_ptr<AutoResetEvent>& event) {
-    return event != nullptr && event->Wait(timeout_ms) == WaitResult::kTimedOut;
-  };
-
-  int result = kInTime;
-  timeouts_ = 0;
-  while (timed_out(done())) {
-    if (++timeouts_ == kDoneTimeouts) {
-      result = kDoneLate;
-      break;
+  // One phase: waits on the event (looked up afresh each time, as it may be closed meanwhile)
+  // until it comes or `limit` waits in a row have timed out; false for the latter. A missing
+  // event fails at once, which ends the phase like a signal does.
+  const auto in_time = [&](auto event_of, std::uint32_t limit) {
+    for (std::uint32_t timeouts = 0;;) {
+      const std::shared_ptr<AutoResetEvent> event = (this->*event_of)();
+      if (event == nullptr || event->Wait(timeout_ms) != WaitResult::kTimedOut) return true;
+      if (++timeouts == limit) return false;
     }
-  }
-  timeouts_ = 0;
-  while (timed_out(ready())) {
-    if (++timeouts_ == kReadyTimeouts) return kReadyLate;
-  }
-  return result;
+  };
+  const bool done_in_time = in_time(&JobSignals::done, kDoneTimeouts);
+  if (!in_time(&JobSignals::ready, kReadyTimeouts)) return kReadyLate;
+  return done_in_time ? kInTime : kDoneLate;
 }
 
 int JobSignals::Close() {

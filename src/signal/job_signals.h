@@ -2,7 +2,6 @@
 // "done" does not, both auto-reset. The library only creates, waits on and closes them.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -41,7 +40,6 @@ class JobSignals {
   mutable std::mutex handles_;
   std::shared_ptr<platform::AutoResetEvent> ready_;
   std::shared_ptr<platform::AutoResetEvent> done_;
-  std::atomic<std::uint32_t> timeouts_{0};  // timeouts so far in the current phase of Wait
 };
 
 }  // namespace halftone
