@@ -3,29 +3,20 @@
 #include "exports/methods.h"
 #include "tablediffusion/double_diffusion.h"
 
-namespace halftone {
-namespace {
-
-auto Diffuse(DoubleMethod m) {
-  return [m](Engine& e, const BandCall& b) { return DoubleDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
-}
-
-}  // namespace
-}  // namespace halftone
-
-using halftone::Diffuse;
+using halftone::Entry;
+using halftone::DoubleDiffusion;
 using halftone::DoubleMethod;
 
-HALFTONE_BAND_EXPORT(suiruiskao, unsigned int, Diffuse(DoubleMethod::kRunLength))
-HALFTONE_BAND_EXPORT(suiruiskao2, unsigned int, Diffuse(DoubleMethod::kRandomSplit))
-HALFTONE_BAND_EXPORT(suiruiskao3, unsigned int, Diffuse(DoubleMethod::kRandomSplitRowDump))
-HALFTONE_BAND_EXPORT(suiruiskao4, unsigned int, Diffuse(DoubleMethod::kRandomSplitPixelDump))
-HALFTONE_BAND_EXPORT(suiruiskao5, unsigned int, Diffuse(DoubleMethod::kQuarterColumnBias))
-HALFTONE_BAND_EXPORT(suiruiskao6, unsigned int, Diffuse(DoubleMethod::kToneWeightRow))
-HALFTONE_BAND_EXPORT(suiruiskao7, unsigned int, Diffuse(DoubleMethod::kHalfColumnBias))
-HALFTONE_BAND_EXPORT(suiruiskao9, unsigned int, Diffuse(DoubleMethod::kEveryColumnBias))
-HALFTONE_BAND_EXPORT(suiruiskao10, unsigned int, Diffuse(DoubleMethod::kDiagonal))
-HALFTONE_BAND_EXPORT(CrisixOut_double, unsigned int, Diffuse(DoubleMethod::kModulated))
+HALFTONE_BAND_EXPORT(suiruiskao, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kRunLength))
+HALFTONE_BAND_EXPORT(suiruiskao2, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kRandomSplit))
+HALFTONE_BAND_EXPORT(suiruiskao3, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kRandomSplitRowDump))
+HALFTONE_BAND_EXPORT(suiruiskao4, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kRandomSplitPixelDump))
+HALFTONE_BAND_EXPORT(suiruiskao5, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kQuarterColumnBias))
+HALFTONE_BAND_EXPORT(suiruiskao6, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kToneWeightRow))
+HALFTONE_BAND_EXPORT(suiruiskao7, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kHalfColumnBias))
+HALFTONE_BAND_EXPORT(suiruiskao9, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kEveryColumnBias))
+HALFTONE_BAND_EXPORT(suiruiskao10, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kDiagonal))
+HALFTONE_BAND_EXPORT(CrisixOut_double, unsigned int, Entry<DoubleDiffusion>(DoubleMethod::kModulated))
 
 namespace halftone {
 

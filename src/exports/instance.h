@@ -77,6 +77,18 @@ int RunBand(unsigned char* src, unsigned char* dst, Size w, Size h, unsigned fla
   });
 }
 
+// The run of a band export that calls a family's entry with the engine, then `member` (where
+// the entry takes one) and the band: kEntry(engine, member..., src, dst, w, h, flags).
+template <auto kEntry, class... Member>
+auto Entry(Member... member) {
+  return [=](Engine& e, const BandCall& b) { return kEntry(e, member..., b.src, b.dst, b.w, b.h, b.flags); };
+}
+// The same for an entry that takes its member after the band.
+template <auto kEntry, class Member>
+auto EntryLast(Member member) {
+  return [=](Engine& e, const BandCall& b) { return kEntry(e, b.src, b.dst, b.w, b.h, b.flags, member); };
+}
+
 }  // namespace halftone
 
 // Defines the band export `name`, sizes of type Size (int or unsigned int), running `run`, a

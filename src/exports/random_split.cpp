@@ -3,50 +3,33 @@
 #include "exports/instance.h"
 #include "exports/methods.h"
 
-namespace halftone {
-namespace {
-
-auto Grouped(GroupedMethod m) {
-  return [m](Engine& e, const BandCall& b) { return GroupedFourLevel(e, b.src, b.dst, b.w, b.h, b.flags, m); };
-}
-
-auto Bilevel(BilevelMethod m) {
-  return [m](Engine& e, const BandCall& b) { return BilevelRandomSplit(e, b.src, b.dst, b.w, b.h, b.flags, m); };
-}
-
-auto Eight(EightLevelMethod m) {
-  return [m](Engine& e, const BandCall& b) { return EightLevel(e, b.src, b.dst, b.w, b.h, b.flags, m); };
-}
-
-}  // namespace
-}  // namespace halftone
-
-using halftone::Bilevel;
+using halftone::EntryLast;
 using halftone::BilevelMethod;
-using halftone::Eight;
+using halftone::BilevelRandomSplit;
+using halftone::EightLevel;
 using halftone::EightLevelMethod;
-using halftone::Grouped;
+using halftone::GroupedFourLevel;
 using halftone::GroupedMethod;
 
-HALFTONE_BAND_EXPORT(FastGroup, int, Grouped(GroupedMethod::kLevelValues))
-HALFTONE_BAND_EXPORT(FastGroup1, unsigned int, Grouped(GroupedMethod::kFixedLevels))
-HALFTONE_BAND_EXPORT(ArcistPump, int, Grouped(GroupedMethod::kSmallDotOnly))
-HALFTONE_BAND_EXPORT(Kaishanxing, int, Grouped(GroupedMethod::kMediumDotOnly))
-HALFTONE_BAND_EXPORT(SymanOpening, int, Grouped(GroupedMethod::kLargeDotOnly))
-HALFTONE_BAND_EXPORT(sdiufiavs, int, Bilevel(BilevelMethod::kLightnessThirdsCurves))
-HALFTONE_BAND_EXPORT(sdiufiavs1, unsigned int, Bilevel(BilevelMethod::kLightnessOneBitJobSeed))
-HALFTONE_BAND_EXPORT(mandfanes, int, Bilevel(BilevelMethod::kInkThirdsFullGuard))
-HALFTONE_BAND_EXPORT(orangecagn, int, Bilevel(BilevelMethod::kInkQuarters))
-HALFTONE_BAND_EXPORT(jsdi6yruis, int, Bilevel(BilevelMethod::kLightnessWholeError))
-HALFTONE_BAND_EXPORT(irpduix7sg, unsigned int, Bilevel(BilevelMethod::kInkWholeError))
+HALFTONE_BAND_EXPORT(FastGroup, int, EntryLast<GroupedFourLevel>(GroupedMethod::kLevelValues))
+HALFTONE_BAND_EXPORT(FastGroup1, unsigned int, EntryLast<GroupedFourLevel>(GroupedMethod::kFixedLevels))
+HALFTONE_BAND_EXPORT(ArcistPump, int, EntryLast<GroupedFourLevel>(GroupedMethod::kSmallDotOnly))
+HALFTONE_BAND_EXPORT(Kaishanxing, int, EntryLast<GroupedFourLevel>(GroupedMethod::kMediumDotOnly))
+HALFTONE_BAND_EXPORT(SymanOpening, int, EntryLast<GroupedFourLevel>(GroupedMethod::kLargeDotOnly))
+HALFTONE_BAND_EXPORT(sdiufiavs, int, EntryLast<BilevelRandomSplit>(BilevelMethod::kLightnessThirdsCurves))
+HALFTONE_BAND_EXPORT(sdiufiavs1, unsigned int, EntryLast<BilevelRandomSplit>(BilevelMethod::kLightnessOneBitJobSeed))
+HALFTONE_BAND_EXPORT(mandfanes, int, EntryLast<BilevelRandomSplit>(BilevelMethod::kInkThirdsFullGuard))
+HALFTONE_BAND_EXPORT(orangecagn, int, EntryLast<BilevelRandomSplit>(BilevelMethod::kInkQuarters))
+HALFTONE_BAND_EXPORT(jsdi6yruis, int, EntryLast<BilevelRandomSplit>(BilevelMethod::kLightnessWholeError))
+HALFTONE_BAND_EXPORT(irpduix7sg, unsigned int, EntryLast<BilevelRandomSplit>(BilevelMethod::kInkWholeError))
 
 extern "C" HALFTONE_API int HALFTONE_CALL hxkjsdi67x(unsigned char* src, unsigned char* dst, unsigned int w,
                                                      unsigned int h) {
   return halftone::Exclusive([&] { return halftone::BilevelSinglePlane(halftone::ProcessEngine(), src, dst, w, h); });
 }
 
-HALFTONE_BAND_EXPORT(RoundPump, int, Eight(EightLevelMethod::kLevelValues))
-HALFTONE_BAND_EXPORT(RoundPump1, unsigned int, Eight(EightLevelMethod::kFixedLevels))
+HALFTONE_BAND_EXPORT(RoundPump, int, EntryLast<EightLevel>(EightLevelMethod::kLevelValues))
+HALFTONE_BAND_EXPORT(RoundPump1, unsigned int, EntryLast<EightLevel>(EightLevelMethod::kFixedLevels))
 
 namespace halftone {
 

@@ -24,23 +24,14 @@ int HiddenLoad(Body&& body) {
   return rc == kErrBusy ? rc : kOk;
 }
 
-auto Patterns(PatternScreen m) {
-  return [m](Engine& e, const BandCall& b) { return ScreenWithPatterns(e, m, b.src, b.dst, b.w, b.h, b.flags); };
-}
-
-auto Thresholds(ThresholdScreen m) {
-  return [m](Engine& e, const BandCall& b) { return ScreenWithThresholds(e, m, b.src, b.dst, b.w, b.h, b.flags); };
-}
-
-int DispersedAm(Engine& e, const BandCall& b) { return ScreenDispersedAmJob(e, b.src, b.dst, b.w, b.h, b.flags); }
-
 }  // namespace
 }  // namespace halftone
 
-using halftone::DispersedAm;
-using halftone::Patterns;
+using halftone::Entry;
 using halftone::PatternScreen;
-using halftone::Thresholds;
+using halftone::ScreenDispersedAmJob;
+using halftone::ScreenWithPatterns;
+using halftone::ScreenWithThresholds;
 using halftone::ThresholdScreen;
 
 extern "C" {
@@ -82,15 +73,15 @@ HALFTONE_API int HALFTONE_CALL SincesKai(void) {
 
 }  // extern "C"
 
-HALFTONE_BAND_EXPORT(Sonicksure, int, Patterns(PatternScreen::kMonoLoadedGeometry))
-HALFTONE_BAND_EXPORT(MutexWindow, unsigned int, Patterns(PatternScreen::kMonoFixed))
+HALFTONE_BAND_EXPORT(Sonicksure, int, Entry<ScreenWithPatterns>(PatternScreen::kMonoLoadedGeometry))
+HALFTONE_BAND_EXPORT(MutexWindow, unsigned int, Entry<ScreenWithPatterns>(PatternScreen::kMonoFixed))
 // The older copy loop of MutexWindow; both write the same dots.
-HALFTONE_BAND_EXPORT(MutexWindow_Bak, unsigned int, Patterns(PatternScreen::kMonoFixed))
-HALFTONE_BAND_EXPORT(TextDownload, int, Patterns(PatternScreen::kDuoFixed))
-HALFTONE_BAND_EXPORT(WindowText, int, Thresholds(ThresholdScreen::kBitmap))
-HALFTONE_BAND_EXPORT(Kaocosyx, unsigned int, Thresholds(ThresholdScreen::kBayer))
-HALFTONE_BAND_EXPORT(WindowTextAM1, unsigned int, Thresholds(ThresholdScreen::kClusteredAm))
-HALFTONE_BAND_EXPORT(WindowTextAM, int, DispersedAm)
+HALFTONE_BAND_EXPORT(MutexWindow_Bak, unsigned int, Entry<ScreenWithPatterns>(PatternScreen::kMonoFixed))
+HALFTONE_BAND_EXPORT(TextDownload, int, Entry<ScreenWithPatterns>(PatternScreen::kDuoFixed))
+HALFTONE_BAND_EXPORT(WindowText, int, Entry<ScreenWithThresholds>(ThresholdScreen::kBitmap))
+HALFTONE_BAND_EXPORT(Kaocosyx, unsigned int, Entry<ScreenWithThresholds>(ThresholdScreen::kBayer))
+HALFTONE_BAND_EXPORT(WindowTextAM1, unsigned int, Entry<ScreenWithThresholds>(ThresholdScreen::kClusteredAm))
+HALFTONE_BAND_EXPORT(WindowTextAM, int, Entry<ScreenDispersedAmJob>())
 
 namespace halftone {
 

@@ -3,18 +3,11 @@
 #include "exports/instance.h"
 #include "exports/methods.h"
 
-namespace halftone {
-namespace {
+using halftone::Entry;
+using halftone::SerpentineFourLevel;
 
-int Serpentine(Engine& e, const BandCall& b) { return SerpentineFourLevel(e, b.src, b.dst, b.w, b.h, b.flags); }
-
-}  // namespace
-}  // namespace halftone
-
-using halftone::Serpentine;
-
-HALFTONE_BAND_EXPORT(RoundFaxest, int, Serpentine)
-HALFTONE_BAND_EXPORT(RoundFaxest__, unsigned int, Serpentine)
+HALFTONE_BAND_EXPORT(RoundFaxest, int, Entry<SerpentineFourLevel>())
+HALFTONE_BAND_EXPORT(RoundFaxest__, unsigned int, Entry<SerpentineFourLevel>())
 
 namespace halftone {
 

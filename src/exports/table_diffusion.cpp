@@ -3,46 +3,27 @@
 #include "exports/methods.h"
 #include "tablediffusion/integer_diffusion.h"
 
-namespace halftone {
-namespace {
-
-auto LevelBias(LevelBiasMember m) {
-  return [m](Engine& e, const BandCall& b) { return LevelBiasDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
-}
-
-int Cyclic(Engine& e, const BandCall& b) { return CyclicDiffusion(e, b.src, b.dst, b.w, b.h, b.flags); }
-
-auto Restricted(LevelRestrictedMember m) {
-  return [m](Engine& e, const BandCall& b) { return LevelRestrictedDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
-}
-
-auto Layered(LayerModulatedMember m) {
-  return [m](Engine& e, const BandCall& b) { return LayerModulatedDiffusion(e, m, b.src, b.dst, b.w, b.h, b.flags); };
-}
-
-}  // namespace
-}  // namespace halftone
-
-using halftone::Cyclic;
-using halftone::Layered;
+using halftone::Entry;
+using halftone::CyclicDiffusion;
+using halftone::LayerModulatedDiffusion;
 using halftone::LayerModulatedMember;
-using halftone::LevelBias;
+using halftone::LevelBiasDiffusion;
 using halftone::LevelBiasMember;
+using halftone::LevelRestrictedDiffusion;
 using halftone::LevelRestrictedMember;
-using halftone::Restricted;
 
-HALFTONE_BAND_EXPORT(sdiufiavs2, unsigned int, LevelBias(LevelBiasMember::kBilevelHalves))
-HALFTONE_BAND_EXPORT(sdiufiavs3, unsigned int, LevelBias(LevelBiasMember::kBilevelWide))
-HALFTONE_BAND_EXPORT(sdiufiavs4, unsigned int, LevelBias(LevelBiasMember::kFourLevel))
-HALFTONE_BAND_EXPORT(suiruiskao8, unsigned int, LevelBias(LevelBiasMember::kBilevelHalving))
-HALFTONE_BAND_EXPORT(suiruiskao11, unsigned int, LevelBias(LevelBiasMember::kBilevelLight))
-HALFTONE_BAND_EXPORT(highforces, unsigned int, Cyclic)
-HALFTONE_BAND_EXPORT(Kaocosyx13, int, Restricted(LevelRestrictedMember::kMatrixFourLevel))
-HALFTONE_BAND_EXPORT(Kaocosyx14, int, Restricted(LevelRestrictedMember::kRandomFourLevel))
-HALFTONE_BAND_EXPORT(Kaocosyx1, int, Restricted(LevelRestrictedMember::kMatrixBilevel))
-HALFTONE_BAND_EXPORT(Kaocosyx10, unsigned int, Restricted(LevelRestrictedMember::kRandomBilevel))
-HALFTONE_BAND_EXPORT(CrisixOut, unsigned int, Layered(LayerModulatedMember::kLayerTiles))
-HALFTONE_BAND_EXPORT(CrisixOut31, int, Layered(LayerModulatedMember::kCurveBias))
+HALFTONE_BAND_EXPORT(sdiufiavs2, unsigned int, Entry<LevelBiasDiffusion>(LevelBiasMember::kBilevelHalves))
+HALFTONE_BAND_EXPORT(sdiufiavs3, unsigned int, Entry<LevelBiasDiffusion>(LevelBiasMember::kBilevelWide))
+HALFTONE_BAND_EXPORT(sdiufiavs4, unsigned int, Entry<LevelBiasDiffusion>(LevelBiasMember::kFourLevel))
+HALFTONE_BAND_EXPORT(suiruiskao8, unsigned int, Entry<LevelBiasDiffusion>(LevelBiasMember::kBilevelHalving))
+HALFTONE_BAND_EXPORT(suiruiskao11, unsigned int, Entry<LevelBiasDiffusion>(LevelBiasMember::kBilevelLight))
+HALFTONE_BAND_EXPORT(highforces, unsigned int, Entry<CyclicDiffusion>())
+HALFTONE_BAND_EXPORT(Kaocosyx13, int, Entry<LevelRestrictedDiffusion>(LevelRestrictedMember::kMatrixFourLevel))
+HALFTONE_BAND_EXPORT(Kaocosyx14, int, Entry<LevelRestrictedDiffusion>(LevelRestrictedMember::kRandomFourLevel))
+HALFTONE_BAND_EXPORT(Kaocosyx1, int, Entry<LevelRestrictedDiffusion>(LevelRestrictedMember::kMatrixBilevel))
+HALFTONE_BAND_EXPORT(Kaocosyx10, unsigned int, Entry<LevelRestrictedDiffusion>(LevelRestrictedMember::kRandomBilevel))
+HALFTONE_BAND_EXPORT(CrisixOut, unsigned int, Entry<LayerModulatedDiffusion>(LayerModulatedMember::kLayerTiles))
+HALFTONE_BAND_EXPORT(CrisixOut31, int, Entry<LayerModulatedDiffusion>(LayerModulatedMember::kCurveBias))
 
 namespace halftone {
 
