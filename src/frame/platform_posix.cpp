@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "frame/band.h"
 #include "frame/platform.h"
@@ -26,24 +27,20 @@ FileBytes ReadWholeFile(const std::string& path, std::size_t max_bytes) {
     out.status = kErrOpen;
     return out;
   }
+  // Closes the file and hands back what was read, with `status`.
+  const auto closed = [&](int status) {
+    ::close(fd);
+    out.status = status;
+    return std::move(out);
+  };
   struct stat st {};
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    ::close(fd);
-    out.status = kErrOpen;
-    return out;
-  }
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return closed(kErrOpen);
   out.file_size = static_cast<std::uint64_t>(st.st_size);
-  if (out.file_size > max_bytes) {
-    ::close(fd);
-    out.status = kErrNoMemory;
-    return out;
-  }
+  if (out.file_size > max_bytes) return closed(kErrNoMemory);
   try {
     out.bytes.resize(static_cast<std::size_t>(out.file_size));
   } catch (const std::bad_alloc&) {
-    ::close(fd);
-    out.status = kErrNoMemory;
-    return out;
+    return closed(kErrNoMemory);
   }
   std::size_t got = 0;
   while (got < out.bytes.size()) {
@@ -52,12 +49,9 @@ FileBytes ReadWholeFile(const std::string& path, std::size_t max_bytes) {
     if (n <= 0) break;
     got += static_cast<std::size_t>(n);
   }
-  ::close(fd);
-  if (got != out.bytes.size()) {
-    out.status = kErrShortRead;
-    out.bytes.resize(got);
-  }
-  return out;
+  const bool short_read = got != out.bytes.size();
+  out.bytes.resize(got);
+  return closed(short_read ? kErrShortRead : kOk);
 }
 
 }  // namespace halftone::platform

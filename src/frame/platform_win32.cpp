@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include <new>
+#include <utility>
 
 #include "frame/band.h"
 #include "frame/platform.h"
@@ -24,34 +25,27 @@ FileBytes ReadWholeFile(const std::string& path, std::size_t max_bytes) {
     out.status = kErrOpen;
     return out;
   }
+  // Closes the file and hands back what was read, with `status`.
+  const auto closed = [&](int status) {
+    ::CloseHandle(file);
+    out.status = status;
+    return std::move(out);
+  };
   LARGE_INTEGER size{};
-  if (!::GetFileSizeEx(file, &size) || size.QuadPart < 0) {
-    ::CloseHandle(file);
-    out.status = kErrShortRead;
-    return out;
-  }
+  if (!::GetFileSizeEx(file, &size) || size.QuadPart < 0) return closed(kErrShortRead);
   out.file_size = static_cast<std::uint64_t>(size.QuadPart);
-  if (out.file_size > max_bytes) {
-    ::CloseHandle(file);
-    out.status = kErrNoMemory;
-    return out;
-  }
+  if (out.file_size > max_bytes) return closed(kErrNoMemory);
   try {
     out.bytes.resize(static_cast<std::size_t>(out.file_size));
   } catch (const std::bad_alloc&) {
-    ::CloseHandle(file);
-    out.status = kErrNoMemory;
-    return out;
+    return closed(kErrNoMemory);
   }
   DWORD got = 0;
   BOOL ok = out.bytes.empty() ? TRUE
                               : ::ReadFile(file, out.bytes.data(), static_cast<DWORD>(out.bytes.size()), &got, nullptr);
-  ::CloseHandle(file);
-  if (!ok || got != out.bytes.size()) {
-    out.status = kErrShortRead;
-    out.bytes.resize(ok ? got : 0);
-  }
-  return out;
+  const bool short_read = !ok || got != out.bytes.size();
+  if (short_read) out.bytes.resize(ok ? got : 0);
+  return closed(short_read ? kErrShortRead : kOk);
 }
 
 }  // namespace halftone::platform
