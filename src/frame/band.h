@@ -40,7 +40,6 @@ struct Band {
   std::size_t h = 0;
   unsigned planes = 0;
   unsigned phase = 0;
-  unsigned bits = 1;  // output bits a pixel
   std::size_t src_stride = 0;
   std::size_t dst_stride = 0;
 
@@ -52,7 +51,6 @@ struct Band {
             .h = h,
             .planes = flags.planes(),
             .phase = flags.phase(),
-            .bits = bits,
             .src_stride = RasterStride(w),
             .dst_stride = DotStride(w, bits)};
   }
