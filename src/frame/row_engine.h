@@ -217,7 +217,10 @@ class Scan {
   // lane's draws start at that row's.
   void LastRow() {
     const std::size_t h = band_.h;
-    ((h - 1) & 1) == 0 ? Row<true, true, true>(h - 1) : Row<false, true, true>(h - 1);
+    if (((h - 1) & 1) == 0)
+      Row<true, true, true>(h - 1);
+    else
+      Row<false, true, true>(h - 1);
   }
 
  private:
