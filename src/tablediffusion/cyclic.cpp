@@ -193,7 +193,7 @@ struct CycleKernel {
   HALFTONE_FORCE_INLINE row_engine::PixelOut Step(LaneState& s, int, int v, std::size_t x, unsigned,
                                                             unsigned) const {
     const bool dot = v <= kBilevelCut;
-    const int e = SelectUnpredictable(dot, v, v - kBilevelWhite);
+    const int e = SelectAtOrBelow(v, kBilevelCut, v, v - kBilevelWhite);
     if constexpr (kEnd) {
       s.counter = static_cast<std::int32_t>((s.counter + s.w - (kLast ? 1 : 0)) % kCycleLength);
       if constexpr (kLast) *s.home = s.counter;
@@ -210,8 +210,7 @@ void FastBand(Engine& engine, const Band& band) {
   const unsigned planes = band.planes;
   bool all_forward = true;
   for (unsigned p = 0; p < planes; ++p) all_forward = all_forward && engine.cycle_direction[p] == 0;
-  // A one-row band is its last row alone, which runs faster plane by plane than in lockstep.
-  if (all_forward && band.h >= 2) {
+  if (all_forward) {
     row_engine::RunBand(kernel, engine, band);
   } else {
     for (unsigned p = 0; p < planes; ++p) {
