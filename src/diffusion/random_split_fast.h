@@ -161,7 +161,7 @@ class SplitKernel {
     const int e = Store16(o.err + term);
     const unsigned code = (Word<kLtr>(st, x) >> 1) & kCodeMask;
     int a, b;
-    Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a, b);
+    Splits::SharesWithHalf(code, e, DivTrunc2(e), a, b);
     return {o.code, Store16(st.cur[kLtr ? x + 1 : x - 1] + a), b};
   }
 
@@ -222,7 +222,7 @@ class SplitKernel {
           b = e - static_cast<int>(on + off);
         } else {
           int a_unused;
-          Splits::template SharesWithHalf<true>(code, e, half, a_unused, b);
+          Splits::SharesWithHalf(code, e, half, a_unused, b);
         }
       }
     } else {
@@ -237,7 +237,7 @@ class SplitKernel {
         b = e - static_cast<int>(on);
       } else {
         int a;
-        Splits::template SharesWithHalf<true>(code, e, has_term ? DivTrunc2(e) : o.part, a, b);
+        Splits::SharesWithHalf(code, e, has_term ? DivTrunc2(e) : o.part, a, b);
         on = a;
       }
     }
@@ -269,7 +269,7 @@ class SplitKernel {
       dot = o.code;
       e = Store16(o.err + (has_term ? Term<kLtr>(s) : 0));
       int a, b_unused;
-      Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a, b_unused);
+      Splits::SharesWithHalf(code, e, DivTrunc2(e), a, b_unused);
       on = a;
     }
     int b;
@@ -277,7 +277,7 @@ class SplitKernel {
       b = e - static_cast<int>(on);
     } else {
       int a_unused;
-      Splits::template SharesWithHalf<true>(code, e, DivTrunc2(e), a_unused, b);
+      Splits::SharesWithHalf(code, e, DivTrunc2(e), a_unused, b);
     }
     return {dot, st.cur[kLtr ? x + 1 : x - 1] + on, b};
   }

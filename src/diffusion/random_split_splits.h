@@ -123,20 +123,16 @@ struct FastSplit {
     static constexpr Tables kTables = Make();
   };
 
-  // kMasks: halves and whole shares by masks rather than a multiply, shorter on the chain
-  // through e but more live values (measured faster on one lane, slower on two).
-  template <const ColumnForm& kCol, bool kMasks>
+  template <const ColumnForm& kCol>
   static int Linear(unsigned code, int e, int half) {
     using K = LinearConstants<kCol>;
     if constexpr (kCodes == 2 && kCol.num[0] == 0 && kCol.num[1] == kCol.den) {
       return e & -static_cast<int>(code);
     } else if constexpr (kCodes == 2 && kCol.num[1] == 0 && kCol.num[0] == kCol.den) {
       return e & (static_cast<int>(code) - 1);
-    } else if constexpr (kCol.den <= 2 && kMasks) {
+    } else if constexpr (kCol.den <= 2) {
       // All, half or none of e, picked by masks: no multiply on the chain through e.
       return (half & K::kTables.half[code]) | (e & K::kTables.whole[code]);
-    } else if constexpr (kCol.den <= 2) {
-      return DivTrunc<kCol.den>(kCol.num[code] * e);
     } else {
       // (num * e) / den truncated toward zero as the high word of e times num/den rounded up,
       // one added for negative e: the rounding error is below 2^-15 for a 16-bit e, so the
@@ -145,7 +141,7 @@ struct FastSplit {
     }
   }
 
-  // Whether Shares<true> forms both columns from e and its half alone (whole, half or none of
+  // Whether SharesWithHalf forms both columns from e and its half alone (whole, half or none of
   // e), so a half known in advance can stand in for DivTrunc2(e).
   static constexpr bool ColumnTakesHalf(const ColumnForm& c) {
     return c.kind == ColumnKind::kComplement || (c.kind == ColumnKind::kLinear && c.den <= 2);
@@ -208,25 +204,23 @@ struct FastSplit {
   }
 
   // Shares {along, below} of error e for the drawn code; `half` is DivTrunc2(e).
-  template <bool kMasks = false>
   static void SharesWithHalf(unsigned code, int e, int half, int& along, int& below) {
     if constexpr (kAlong.kind == ColumnKind::kGeneric) {
       along = Generic<false>(code, e);
       below = Generic<true>(code, e);
     } else if constexpr (kAlong.kind == ColumnKind::kComplement) {
-      below = Linear<kBelow, kMasks>(code, e, half);
+      below = Linear<kBelow>(code, e, half);
       along = e - below;
     } else if constexpr (kBelow.kind == ColumnKind::kComplement) {
-      along = Linear<kAlong, kMasks>(code, e, half);
+      along = Linear<kAlong>(code, e, half);
       below = e - along;
     } else {
-      along = Linear<kAlong, kMasks>(code, e, half);
-      below = Linear<kBelow, kMasks>(code, e, half);
+      along = Linear<kAlong>(code, e, half);
+      below = Linear<kBelow>(code, e, half);
     }
   }
-  template <bool kMasks = false>
   static void Shares(unsigned code, int e, int& along, int& below) {
-    SharesWithHalf<kMasks>(code, e, DivTrunc2(e), along, below);
+    SharesWithHalf(code, e, DivTrunc2(e), along, below);
   }
 };
 

@@ -178,7 +178,7 @@ struct AlongShareTable {
       const int e = Store16(decide.Decide(v, 0).err);
       for (unsigned c = 0; c < codes; ++c) {
         int along, below;
-        Splits::template SharesWithHalf<true>(c, e, DivTrunc2(e), along, below);
+        Splits::SharesWithHalf(c, e, DivTrunc2(e), along, below);
         t.cells[static_cast<std::size_t>(v - kWindowLo) * kCodes + c] = static_cast<std::int16_t>(along);
       }
     }
