@@ -63,9 +63,9 @@ class ErrorRows {
 
  private:
   // The working rows lie in one block, each kRowSkew bytes further into a 4 KiB page than the
-  // one before whatever the width. Rows a whole number of pages apart, as a width of 2048
-  // cells makes them, put the same pixel of every lane at the same page offset, and a load
-  // that matches a store to another lane's row in those bits waits for it: one-row bands of a
+  // one before, whatever the width. Rows a whole number of pages apart (a width of 2048 16-bit
+  // cells, say) put the same pixel of every lane at the same page offset, and a load that
+  // matches a store to another lane's row in those bits waits for it: one-row bands of a
   // four-plane group ran at a third of their speed.
   static constexpr std::size_t kPage = 4096, kRowSkew = 256;
   static std::size_t RowStride(std::size_t w) {
